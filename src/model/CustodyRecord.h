@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/Date.h"
+
+namespace bc {
+
+// The machine and program that performed an act (stored in every custody record).
+struct CustodySystemInfo {
+    std::string appVersion;
+    std::string macOS;  // the operating system's version text (named for the stored JSON key)
+    std::string model;
+    std::string host;
+    std::string user;
+
+    bool operator==(const CustodySystemInfo&) const = default;
+};
+
+// One entry of the custody log. Plain data: the log's operations live in custody/.
+struct CustodyRecord {
+    struct Source {
+        std::string kind;
+        std::string path;
+        std::optional<std::string> snapshotID;
+        std::string databaseSHA256;
+        std::optional<std::string> walSHA256;
+        std::optional<std::string> note;
+
+        bool operator==(const Source&) const = default;
+    };
+
+    struct Output {
+        std::string path;
+        int64_t bytes = 0;
+        std::string sha256;
+
+        bool operator==(const Output&) const = default;
+    };
+
+    std::string id;
+    Date createdAt;
+    std::string action;
+    std::string format;
+    std::string title;
+    std::vector<std::string> participants;
+    std::vector<int64_t> chatIDs;
+    std::string rangeDescription;
+    int64_t messageCount = 0;
+    int64_t attachmentCount = 0;
+    std::optional<int64_t> pageCount;
+    std::map<std::string, std::string> options;
+    Source source;
+    std::vector<Output> outputs;
+    CustodySystemInfo system;
+    std::string previousRecordSHA256;
+    std::string recordSHA256;
+
+    bool operator==(const CustodyRecord&) const = default;
+};
+
+}  // namespace bc

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "model/CustodyRecord.h"
+#include "model/Message.h"
+
+namespace bc {
+
+// What every source of messages offers: the live Messages database, a snapshot, WhatsApp,
+// an import. Implementations hold one open database each; failures throw bc::Error.
+class MessageSource {
+public:
+    virtual ~MessageSource() = default;
+
+    virtual MessageService service() const = 0;
+    virtual std::string path() const = 0;
+    virtual std::string sourceDescription() const = 0;
+    virtual bool isLive() const = 0;
+    // Newest first.
+    virtual std::vector<Chat> fetchChats() = 0;
+    // A message in several of the conversations is listed once.
+    virtual Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) = 0;
+    virtual std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) = 0;
+    // Changes whenever the content changes; the application reloads when it does.
+    virtual std::string changeSignature() = 0;
+    virtual CustodyRecord::Source custodySource() = 0;
+
+    std::vector<Message> fetchMessages(int64_t chatID) {
+        return fetchTranscript({chatID}).messages;
+    }
+};
+
+}  // namespace bc
