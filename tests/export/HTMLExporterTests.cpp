@@ -1,12 +1,14 @@
 #include "export/HTMLExporter.h"
 
 #include <gtest/gtest.h>
+#include <libheif/heif.h>
 
 #include <filesystem>
 #include <fstream>
 
 #include "HTMLExporterSamples.h"
 #include "support/Files.h"
+#include "support/Image.h"
 #include "support/Process.h"
 #include "support/Sha256.h"
 #include "testing/Testing.h"
@@ -310,6 +312,57 @@ TEST(HTMLExporterArchive, voiceMemoGetsAnM4aPreviewWhenFfmpegIsInstalled) {
     EXPECT_NE(page.find("bad.caf: no preview could be made"), std::string::npos);
     EXPECT_TRUE(readRows(a.folder / "attachments.csv")[2][2].starts_with("copied; no preview: "));
     EXPECT_FALSE(fs::exists(a.folder / "attachments/previews/41.m4a"));
+}
+
+// A solid grey HEIC photo of the given size.
+void writeHEIC(const fs::path& file, int width, int height) {
+    heif_image* source = nullptr;
+    heif_image_create(width, height, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &source);
+    heif_image_add_plane(source, heif_channel_interleaved, width, height, 8);
+    int stride = 0;
+    uint8_t* plane = heif_image_get_plane(source, heif_channel_interleaved, &stride);
+    for (int y = 0; y < height; ++y) std::fill_n(plane + y * stride, width * 3, uint8_t{128});
+    heif_context* context = heif_context_alloc();
+    heif_encoder* encoder = nullptr;
+    heif_context_get_encoder_for_format(context, heif_compression_HEVC, &encoder);
+    heif_context_encode_image(context, source, encoder, nullptr, nullptr);
+    heif_encoder_release(encoder);
+    heif_context_write_to_file(context, file.c_str());
+    heif_context_free(context);
+    heif_image_release(source);
+}
+
+TEST(HTMLExporterArchive, heicPhotoIsShownThroughAJpegPreviewAndCorruptOnesAreMarked) {
+    if (!heif_have_encoder_for_format(heif_compression_HEVC)) GTEST_SKIP() << "no HEVC encoder";
+    Archive a;
+    fs::create_directories(a.sources);
+    writeHEIC(a.sources / "IMG_1.HEIC", 2600, 64);
+    Message m = message(1, at(), "");
+    m.attachments = {
+        attachment(50, (a.sources / "IMG_1.HEIC").string(), "IMG_1.HEIC", "image/heic"),
+        attachment(51, a.source("IMG_2.HEIC", "garbage").string(), "IMG_2.HEIC", "image/heic")};
+    const auto summary = a.run({.messages = {m}});
+    EXPECT_EQ(summary.previewsMade, 1);
+    EXPECT_EQ(summary.attachmentsCopied, 2);
+    const image::Bitmap preview = image::load(a.folder / "attachments/previews/50.jpg");
+    EXPECT_EQ(preview.width, 2400);
+    const std::string page = a.page(summary);
+    EXPECT_NE(
+        page.find("<a class=\"att img\" href=\"attachments/50-IMG_1.HEIC\" target=\"_blank\">"
+                  "<img loading=\"lazy\" src=\"attachments/previews/50.jpg\" alt=\"IMG_1.HEIC\">"
+                  "</a><a class=\"file-link\" href=\"attachments/50-IMG_1.HEIC\" "
+                  "target=\"_blank\">IMG_1.HEIC: converted preview shown; original file</a>"),
+        std::string::npos);
+    EXPECT_NE(
+        page.find("<a class=\"att file\" href=\"attachments/51-IMG_2.HEIC\" "
+                  "target=\"_blank\">📎 IMG_2.HEIC</a><div class=\"note\">⚠️ IMG_2.HEIC: no "
+                  "preview could be made (Couldn&#39;t read the image"),
+        std::string::npos);
+    const auto rows = readRows(a.folder / "attachments.csv");
+    EXPECT_EQ(rows[1][2], "copied");
+    EXPECT_TRUE(rows[2][2].starts_with("copied; no preview: Couldn't read the image"))
+        << rows[2][2];
+    EXPECT_EQ(rows[2][11], "1");
 }
 
 TEST(HTMLExporterArchive, cancellationStopsBeforeTheNextAttachment) {

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "support/Errors.h"
+#include "support/Files.h"
+#include "support/Image.h"
 #include "support/Process.h"
 
 namespace bc::html {
@@ -13,6 +15,23 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr double audioConversionSeconds = 120;
+constexpr int previewLongSide = 2400;
+constexpr int previewQuality = 85;
+
+// Returns why no preview was made, or nothing when it was. Only a failure to write into the
+// archive throws: that is the archive's failure, not the photo's.
+std::optional<std::string> convertImage(const fs::path& source, const fs::path& destination,
+                                        const CancelFlag&) {
+    std::string jpeg;
+    try {
+        jpeg = image::encodeJPEG(image::scaledToFit(image::load(source), previewLongSide),
+                                 previewQuality);
+    } catch (const Error& e) {
+        return e.what();
+    }
+    files::writeFileAtomically(destination, jpeg);
+    return std::nullopt;
+}
 
 // afconvert on macOS; elsewhere ffmpeg when installed. Empty when neither is there.
 std::optional<ProcessRequest> audioConversion(const fs::path& source, const fs::path& destination,
@@ -73,18 +92,24 @@ void notePreviewFailure(CopiedAttachment& copy, const std::string& why) {
     copy.rendered.problem = copy.rendered.name + ": no preview could be made (" + why +
                             "); the original file is linked.";
     copy.status += "; no preview: " + why;
+    // A photo browsers can't show is offered as a file instead of a broken image.
+    if (copy.rendered.kind == RenderedAttachment::Kind::image)
+        copy.rendered.kind = RenderedAttachment::Kind::file;
 }
 
 }  // namespace
 
 bool addPreview(CopiedAttachment& copy, const fs::path& folder, const CancelFlag& cancel) {
-    if (!copy.copied() || !isVoiceMemo(copy.attachment)) return false;
+    if (!copy.copied()) return false;
+    const bool isPhoto = isHEIFImage(copy.attachment);
+    if (!isPhoto && !isVoiceMemo(copy.attachment)) return false;
+    const auto convert = isPhoto ? convertImage : convertAudio;
     const std::string relative =
-        "attachments/previews/" + std::to_string(copy.attachment.id) + ".m4a";
+        "attachments/previews/" + std::to_string(copy.attachment.id) + (isPhoto ? ".jpg" : ".m4a");
     const fs::path destination = folder / relative;
     std::error_code ec;
     if (!fs::exists(destination, ec)) {
-        if (const auto why = convertAudio(folder / copy.rendered.original, destination, cancel)) {
+        if (const auto why = convert(folder / copy.rendered.original, destination, cancel)) {
             notePreviewFailure(copy, *why);
             return false;
         }
