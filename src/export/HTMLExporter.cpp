@@ -145,15 +145,16 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
 
     cancel.check();
     report("Writing HTML and manifests…");
-    files::writeFileAtomically(summary.htmlURL, html::renderPage({options_, nameFor_, machineText_,
-                                                                  context_, rows, copies}));
-    std::vector<Message> messages, calls;
-    messages.reserve(rows.size());
-    for (const Message* m : rows) (m->call ? calls : messages).push_back(*m);
-    manifest::writeCSV(manifest::messageRows(messages, nameFor_, machineText_),
+    manifest::writeFile(summary.htmlURL, html::renderPage({options_, nameFor_, machineText_,
+                                                           context_, rows, copies}));
+    manifest::writeCSV(manifest::messageRows(rows, nameFor_, machineText_),
                        folder / "messages.csv");
-    std::unordered_map<std::string, const Message*> byGUID;
-    for (const Message* m : rows) byGUID.emplace(m->guid, m);
+    std::vector<Message> calls;
+    std::unordered_map<std::string, const Message*> byGUID(rows.size());
+    for (const Message* m : rows) {
+        byGUID.emplace(m->guid, m);
+        if (m->call) calls.push_back(*m);
+    }
     std::vector<ReactionEvent> reactions;
     const DateRange range(options_.from, options_.to);
     std::copy_if(transcript.reactionEvents.begin(), transcript.reactionEvents.end(),
@@ -169,7 +170,7 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
 
     cancel.check();
     report("Writing checksums…");
-    files::writeFileAtomically(folder / "checksums.txt", checksums(folder, known, cancel));
+    manifest::writeFile(folder / "checksums.txt", checksums(folder, known, cancel));
     return summary;
 }
 

@@ -3,9 +3,12 @@
 #include <openssl/evp.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 
 #include "support/DateFormat.h"
-#include "support/Files.h"
+#include "support/Errors.h"
 
 namespace bc::manifest {
 
@@ -140,10 +143,18 @@ std::string text(const Rows& rows) {
 }
 
 void writeCSV(const Rows& rows, const std::filesystem::path& file) {
-    files::writeFileAtomically(file, text(rows));
+    writeFile(file, text(rows));
 }
 
-Rows messageRows(const std::vector<Message>& messages, const NameFor& nameFor,
+void writeFile(const std::filesystem::path& file, std::string_view bytes) {
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    if (!out)
+        throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
+}
+
+Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,
                  const MachineText& machineText) {
     Rows rows{{"message_rowid",
                "guid",
@@ -170,8 +181,8 @@ Rows messageRows(const std::vector<Message>& messages, const NameFor& nameFor,
                "recovered_deleted_parts",
                "attachment_machine_text"}};
     rows.reserve(messages.size() + 1);
-    for (const auto& m : messages) {
-        if (!m.isCall()) rows.push_back(messageRow(m, nameFor, machineText));
+    for (const Message* m : messages) {
+        if (!m->isCall()) rows.push_back(messageRow(*m, nameFor, machineText));
     }
     return rows;
 }

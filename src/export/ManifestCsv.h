@@ -41,8 +41,12 @@ std::string text(const Rows& rows);
 // Throws Error when the file can't be written.
 void writeCSV(const Rows& rows, const std::filesystem::path& file);
 
+// Writes one file of an export folder. No flush to disk here: the folder is built under a
+// temporary name and made durable as a whole by the caller. Throws Error.
+void writeFile(const std::filesystem::path& file, std::string_view bytes);
+
 // messages.csv: header, then one row per message; call rows are left out (they go to calls.csv).
-Rows messageRows(const std::vector<Message>& messages, const NameFor& nameFor,
+Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,
                  const MachineText& machineText);
 
 // reactions.csv: header, then one row per event; byGUID maps the exported messages' guids.

@@ -41,8 +41,8 @@ TEST(ManifestCsvMessages, everyColumnInOrderAndCallsLeftOut) {
     m.isInRecentlyDeleted = true;
     m.recoveredParts = {{.index = 0, .text = "lost"}, {.index = 1, .deletedAt = at(9)}};
     const manifest::MachineText machineText{{12, "STOP sign"}, {99, "other"}};
-    const auto rows =
-        manifest::messageRows({m, testing::callRow(4, at(), true)}, testing::nameFor, machineText);
+    const Message call = testing::callRow(4, at(), true);
+    const auto rows = manifest::messageRows({&m, &call}, testing::nameFor, machineText);
     ASSERT_EQ(rows.size(), 2u);
     EXPECT_EQ(rows[0].size(), 24u);
     EXPECT_EQ(rows[0][21], "deleted_at_utc");
@@ -80,8 +80,8 @@ TEST(ManifestCsvMessages, deletedAtHasThreeStates) {
     dated.isInRecentlyDeleted = true;
     Message unknown = message(2, at(), "b");
     unknown.isInRecentlyDeleted = true;
-    const auto rows =
-        manifest::messageRows({dated, unknown, message(3, at(), "c")}, testing::nameFor, {});
+    const Message empty = message(3, at(), "c");
+    const auto rows = manifest::messageRows({&dated, &unknown, &empty}, testing::nameFor, {});
     EXPECT_EQ(rows[1][21], "2024-03-01T17:05:10.000Z");
     EXPECT_EQ(rows[2][21], "unknown");
     EXPECT_EQ(rows[3][21], "");

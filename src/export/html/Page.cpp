@@ -18,16 +18,14 @@ using Kind = RenderedAttachment::Kind;
 
 constexpr size_t replyExcerptLength = 60;
 
+// Every row formats several times; printf-style formatting would dominate a long export.
 std::string twoDigits(int value) {
-    char buffer[8];
-    std::snprintf(buffer, sizeof buffer, "%02d", value);
-    return buffer;
+    return {static_cast<char>('0' + value / 10 % 10), static_cast<char>('0' + value % 10)};
 }
 
 std::string dayKey(const dates::CivilTime& t) {
-    char buffer[16];
-    std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02d", t.year, t.month, t.day);
-    return buffer;
+    return twoDigits(t.year / 100) + twoDigits(t.year % 100) + "-" + twoDigits(t.month) + "-" +
+           twoDigits(t.day);
 }
 
 // "yyyy-MM-dd HH:mm:ss ZZZZZ": the offset as ±hh:mm, "Z" for UTC.
@@ -74,6 +72,8 @@ std::string longDate(Date date) {
 class BodyWriter {
   public:
     explicit BodyWriter(const PageContent& content) : c_(content) {
+        byGUID_.reserve(c_.context.size() + c_.rows.size());
+        inPage_.reserve(c_.rows.size());
         for (const auto& m : c_.context) byGUID_.emplace(m.guid, &m);
         for (const Message* m : c_.rows) {
             byGUID_.emplace(m->guid, m);
