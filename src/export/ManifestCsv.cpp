@@ -116,9 +116,12 @@ std::string quotedField(std::string_view field) {
     std::string out;
     out.reserve(field.size() + 2);
     out += '"';
-    for (char c : field) {
-        if (c == '"') out += '"';
-        out += c;
+    for (size_t at = 0;;) {
+        const size_t quote = field.find('"', at);
+        out.append(field.substr(at, quote == std::string_view::npos ? quote : quote + 1 - at));
+        if (quote == std::string_view::npos) break;
+        out += '"';
+        at = quote + 1;
     }
     out += '"';
     return out;
@@ -135,6 +138,10 @@ std::string line(const Row& row) {
 
 std::string text(const Rows& rows) {
     std::string out = "\xEF\xBB\xBF";
+    size_t size = 0;
+    for (const auto& row : rows)
+        for (const auto& field : row) size += field.size() + 3;
+    out.reserve(size + rows.size() * 2 + 3);
     for (const auto& row : rows) {
         out += line(row);
         out += "\r\n";

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "embedded/archiveTemplate.h"
 #include "support/Date.h"
@@ -73,12 +72,8 @@ class BodyWriter {
   public:
     explicit BodyWriter(const PageContent& content) : c_(content) {
         byGUID_.reserve(c_.context.size() + c_.rows.size());
-        inPage_.reserve(c_.rows.size());
-        for (const auto& m : c_.context) byGUID_.emplace(m.guid, &m);
-        for (const Message* m : c_.rows) {
-            byGUID_.emplace(m->guid, m);
-            inPage_.insert(m->guid);
-        }
+        for (const Message* m : c_.rows) byGUID_.emplace(m->guid, Target{m, true});
+        for (const auto& m : c_.context) byGUID_.emplace(m.guid, Target{&m, false});
     }
 
     void write(std::string& body, std::string& days) {
@@ -161,10 +156,10 @@ class BodyWriter {
                 "conversation(s)</div>";
             return;
         }
-        const Message& t = *target->second;
+        const Message& t = *target->second.message;
         const std::string who = HTMLExporter::escape(c_.nameFor(t.isFromMe, t.sender)) + " (“" +
                                 HTMLExporter::escape(excerpt(bodyText(t)));
-        if (inPage_.contains(t.guid)) {
+        if (target->second.inPage) {
             out += "<a class=\"reply\" href=\"#m" + std::to_string(t.id) + "\">↩︎ Reply to " +
                    who + "”)</a>";
         } else {
@@ -303,8 +298,11 @@ class BodyWriter {
     const PageContent& c_;
     dates::CivilClock clock_;
     dates::PatternFormatter dayHeading_{"EEEE, d MMMM yyyy", "en_US_POSIX"};
-    std::unordered_map<std::string, const Message*> byGUID_;
-    std::unordered_set<std::string> inPage_;
+    struct Target {
+        const Message* message;
+        bool inPage;
+    };
+    std::unordered_map<std::string_view, Target> byGUID_;  // views of the messages' own guids
     size_t next_ = 0;  // the next attachment copy, in page order
 };
 
