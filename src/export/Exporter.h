@@ -27,8 +27,7 @@ namespace Exporter {
 
 using SenderName = std::function<std::string(const Message&)>;
 
-// Rows are written in the order given (sorted by date, calls merged in). Throws Error only
-// when JSON encoding fails.
+// Rows are written in the order given (sorted by date, calls merged in).
 std::string render(const std::string& title, const std::vector<Message>& messages,
                    ExportFormat format, const SenderName& senderName);
 

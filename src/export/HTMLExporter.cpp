@@ -162,8 +162,10 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
                  [&](const auto& e) { return range.contains(e.date); });
     manifest::writeCSV(manifest::reactionRows(reactions, byGUID, nameFor_),
                        folder / "reactions.csv");
-    if (!calls.empty())
+    if (!calls.empty()) {
+        if (!callRows_) throw Error("Couldn't write calls.csv: the call list was not provided.");
         manifest::writeCSV(manifest::callRows(callRows_(calls)), folder / "calls.csv");
+    }
     manifest::Rows attachmentRows{manifest::attachmentsHeader()};
     for (const auto& copy : copies) attachmentRows.push_back(html::attachmentRow(copy));
     manifest::writeCSV(attachmentRows, folder / "attachments.csv");

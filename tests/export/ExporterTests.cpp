@@ -78,6 +78,10 @@ TEST(ExporterJSON, countsRowsAndDescribesMessagesAndCalls) {
                           {"description", "Phone call · answered · 2:05"}}));
     EXPECT_EQ(doc["messages"][2]["attachments"], Json::array());
 
+    const Json broken = json::decode(
+        Exporter::render("Ann", {message(1, at(), "a\xff")}, ExportFormat::json, sender));
+    EXPECT_EQ(broken["messages"][0]["text"], "a\uFFFD");
+
     const Json empty = json::decode(Exporter::render("Ann", {}, ExportFormat::json, sender));
     EXPECT_EQ(empty["message_count"], 0);
     EXPECT_EQ(empty["call_count"], 0);
