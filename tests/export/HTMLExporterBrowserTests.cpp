@@ -51,10 +51,18 @@ constexpr const char* probe = R"JS(
       const row = document.getElementById(document.querySelector("a.reply").getAttribute("href").slice(1)).getBoundingClientRect();
       result.replyTarget = current();
       result.replyCentred = Math.abs((row.top + row.bottom) / 2 - window.innerHeight / 2) < 80;
-      const out = document.createElement("pre");
-      out.id = "probe";
-      out.textContent = JSON.stringify(result);
-      document.body.appendChild(out);
+      const bar = document.querySelector("header.bar").offsetHeight;
+      window.scrollTo(0, window.scrollY + document.getElementById("d-2024-03-11").getBoundingClientRect().top - bar - 4);
+      setTimeout(function () {
+        // Headless Chromium draws few frames under virtual time, so the scroll event it would
+        // send at the next frame is sent here.
+        window.dispatchEvent(new Event("scroll"));
+        result.scrolledTo = current();
+        const out = document.createElement("pre");
+        out.id = "probe";
+        out.textContent = JSON.stringify(result);
+        document.body.appendChild(out);
+      }, 1500);
     }, 500);
   }, 500);
 })();
@@ -131,6 +139,39 @@ TEST(HTMLExporterBrowser, daysJumpsKeysHashAndRepliesWorkInChromium) {
                                         "Week of 11 Mar", "Week of 24 Feb"}));
     EXPECT_EQ(seen["replyTarget"], "2025-03-01");
     EXPECT_EQ(seen["replyCentred"], true);
+    EXPECT_EQ(seen["scrolledTo"], "2024-03-11") << seen.dump();
+}
+
+TEST(HTMLExporterBrowser, longConversationRendersOnlyTheDaysNearTheScreen) {
+    const auto browser = chromium();
+    if (!browser) GTEST_SKIP() << "Chromium is not installed";
+    testing::TempDir dir;
+    Transcript transcript;
+    for (int64_t id = 1; id <= 1200; ++id)
+        transcript.messages.push_back(testing::message(id, testing::at(id * 28800.0), "row"));
+    HTMLExporter exporter({.title = "Long"}, testing::nameFor, {}, {}, nullptr);
+    CancelFlag cancel;
+    const auto summary = exporter.exportTranscript(transcript, dir / "archive", cancel, nullptr);
+    std::string page = files::readFile(summary.htmlURL);
+    page.insert(page.rfind("</body>"), "<script src=\"probe.js\"></script>\n");
+    testing::writeText(dir / "archive/probe.html", page);
+    testing::writeText(dir / "archive/probe.js", R"JS(
+      setTimeout(function () {
+        const out = document.createElement("pre");
+        out.id = "probe";
+        out.textContent = JSON.stringify({
+          sections: document.querySelectorAll("section.day").length,
+          rendered: document.querySelectorAll("section.day.ready").length,
+          firstRendered: document.querySelector("section.day").classList.contains("ready"),
+          rows: document.querySelectorAll(".m").length});
+        document.body.appendChild(out);
+      }, 500);)JS");
+    const Json seen = runProbe(*browser, dir / "archive/probe.html", "");
+    EXPECT_GE(seen["sections"].get<int>(), 400);
+    EXPECT_EQ(seen["firstRendered"], true);
+    EXPECT_LT(seen["rendered"].get<int>(), 40);
+    EXPECT_GT(seen["rows"].get<int>(), 0);
+    EXPECT_LE(seen["rows"].get<int>(), seen["rendered"].get<int>() * 3);
 }
 
 }  // namespace
