@@ -2,10 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "custody/CustodyLog.h"
 #include "testing/Testing.h"
+
+namespace bc {
+
+inline void PrintTo(const CustodyLog::ChainCheck& check, std::ostream* out) {
+    *out << "{records " << check.records << ", firstBroken "
+         << (check.firstBroken ? std::to_string(*check.firstBroken) : "none") << "}";
+}
+
+}  // namespace bc
 
 namespace bc::testing {
 
