@@ -58,8 +58,8 @@ std::string joined(const std::vector<int64_t>& numbers) {
 
 void addRecordLines(std::vector<std::string>& lines, const CustodyRecord& record) {
     lines.push_back(field("Record ID:", record.id));
-    lines.push_back(field("Created:", dates::formatStyled(record.createdAt, dates::Style::full,
-                                                          dates::Style::full)));
+    lines.push_back(field(
+        "Created:", dates::formatStyled(record.createdAt, dates::Style::full, dates::Style::full)));
     lines.push_back(field("Format:", record.format));
     lines.push_back(
         field("Conversation:", record.title + " (" + joined(record.participants) + ")"));
@@ -125,8 +125,8 @@ void addChainLines(std::vector<std::string>& lines, const CustodyRecord& record,
 }  // namespace
 
 std::string CustodyLog::certificate(const CustodyRecord& record, bool embedded) {
-    std::vector<std::string> lines{"BRINDLECOURT EXPORT CERTIFICATE", "===========================",
-                                   ""};
+    std::vector<std::string> lines{"BRINDLECOURT EXPORT CERTIFICATE",
+                                   "===========================", ""};
     // The exhibit itself is redacted; this page is not, so it must not travel with it.
     if (!embedded && record.options.contains("Redaction")) {
         lines.insert(lines.end(),

@@ -69,8 +69,12 @@ std::optional<std::string> optionalText(const Json& object, const char* key) {
     return asText(*it);
 }
 
-std::string textAt(const Json& object, const char* key) { return asText(member(object, key)); }
-int64_t integerAt(const Json& object, const char* key) { return asInteger(member(object, key)); }
+std::string textAt(const Json& object, const char* key) {
+    return asText(member(object, key));
+}
+int64_t integerAt(const Json& object, const char* key) {
+    return asInteger(member(object, key));
+}
 
 std::string upperAscii(std::string_view text) {
     std::string out(text);
@@ -110,9 +114,8 @@ void from_json(const Json& j, CustodySystemInfo& info) {
 }
 
 void to_json(Json& j, const CustodyRecord::Source& source) {
-    j = Json{{"kind", source.kind},
-             {"path", source.path},
-             {"databaseSHA256", source.databaseSHA256}};
+    j = Json{
+        {"kind", source.kind}, {"path", source.path}, {"databaseSHA256", source.databaseSHA256}};
     json::setOptional(j, "snapshotID", source.snapshotID);
     json::setOptional(j, "walSHA256", source.walSHA256);
     json::setOptional(j, "note", source.note);
@@ -192,7 +195,9 @@ namespace {
 
 constexpr const char* readFailure = "Couldn't read the custody log: ";
 
-std::string encodeLine(const CustodyRecord& record) { return json::encodeCompact(Json(record)); }
+std::string encodeLine(const CustodyRecord& record) {
+    return json::encodeCompact(Json(record));
+}
 
 // Throws Error (or nlohmann's exception) saying why the line is not a record.
 CustodyRecord decodeRecord(std::string_view line) {
@@ -250,7 +255,9 @@ void preadAll(int fd, char* into, size_t size, off_t offset) {
     while (done < size) {
         const ssize_t n = ::pread(fd, into + done, size - done, offset + static_cast<off_t>(done));
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) throw Error(readFailure + std::string(n < 0 ? std::strerror(errno) : "the file shrank while it was read"));
+        if (n <= 0)
+            throw Error(readFailure + std::string(n < 0 ? std::strerror(errno)
+                                                        : "the file shrank while it was read"));
         done += static_cast<size_t>(n);
     }
 }
@@ -258,7 +265,7 @@ void preadAll(int fd, char* into, size_t size, off_t offset) {
 // Walks a file's lines from the end, reading fixed blocks, so that the work depends on how far
 // back the wanted line is, not on the size of the file.
 class BackwardLines {
-public:
+  public:
     BackwardLines(int fd, off_t end) : fd_(fd), start_(end) {}
 
     // The line before the previous one returned (possibly empty); nothing at the top.
@@ -280,7 +287,7 @@ public:
         }
     }
 
-private:
+  private:
     static constexpr off_t blockSize = 1 << 16;
 
     static std::string joined(std::string head, const std::vector<std::string>& later) {
@@ -330,7 +337,7 @@ void writeAll(int fd, std::string_view bytes) {
 
 // The log opened for appending under an exclusive advisory lock, released on every way out.
 class LockedLog {
-public:
+  public:
     explicit LockedLog(const fs::path& file) {
         fd_ = ::open(file.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
         if (fd_ < 0)
@@ -385,7 +392,7 @@ public:
         }
     }
 
-private:
+  private:
     off_t size() const {
         struct stat info {};
         if (::fstat(fd_, &info) != 0) throw Error(readFailure + std::string(std::strerror(errno)));
@@ -397,7 +404,9 @@ private:
 
 }  // namespace
 
-fs::path CustodyLog::url() { return logLocation().path(); }
+fs::path CustodyLog::url() {
+    return logLocation().path();
+}
 
 void CustodyLog::setOverrideURL(std::optional<fs::path> location) {
     logLocation().setOverride(std::move(location));
@@ -416,8 +425,8 @@ CustodyRecord CustodyLog::append(CustodyRecord record) {
         std::error_code error;
         fs::create_directories(file.parent_path(), error);
         if (error)
-            throw Error("Couldn't create the custody log's folder " +
-                        file.parent_path().string() + ": " + error.message());
+            throw Error("Couldn't create the custody log's folder " + file.parent_path().string() +
+                        ": " + error.message());
     }
     LockedLog log(file);
     log.closeTornLine();
@@ -505,14 +514,16 @@ std::vector<CustodyRecord::Output> outputsListed(const fs::path& folder) {
         const std::string line = text::trim(rawLine);
         if (line.empty()) continue;
         const size_t gap = line.find("  ");
-        const fs::path relative = gap == std::string::npos ? fs::path() : fs::path(line.substr(gap + 2));
+        const fs::path relative =
+            gap == std::string::npos ? fs::path() : fs::path(line.substr(gap + 2));
         const bool escapes = std::any_of(relative.begin(), relative.end(),
                                          [](const fs::path& part) { return part == ".."; });
         if (gap == 0 || relative.empty() || relative.is_absolute() || escapes)
             throw Error("Couldn't read checksums.txt: line " + std::to_string(number) +
                         " is not a digest and a path inside the folder.");
         const fs::path file = folder / relative;
-        outputs.push_back({.path = file.string(), .bytes = sizeOf(file), .sha256 = line.substr(0, gap)});
+        outputs.push_back(
+            {.path = file.string(), .bytes = sizeOf(file), .sha256 = line.substr(0, gap)});
     }
     return outputs;
 }
@@ -602,10 +613,11 @@ CustodyRecord::Source snapshotSource(const CustodyLog::SealedSnapshot& snapshot)
     CustodyRecord::Source source{
         .kind = "snapshot", .path = path.string(), .snapshotID = snapshot.id};
     hashDatabase(path, source);
-    source.note = source.databaseSHA256 == snapshot.databaseSHA256
-                      ? "Matches the SHA-256 recorded when the snapshot was sealed."
-                      : "WARNING: differs from the SHA-256 recorded when the snapshot was sealed (" +
-                            snapshot.databaseSHA256 + ")";
+    source.note =
+        source.databaseSHA256 == snapshot.databaseSHA256
+            ? "Matches the SHA-256 recorded when the snapshot was sealed."
+            : "WARNING: differs from the SHA-256 recorded when the snapshot was sealed (" +
+                  snapshot.databaseSHA256 + ")";
     return source;
 }
 
@@ -616,7 +628,8 @@ CustodyRecord::Source CustodyLog::source(const MessageSource& database,
     return snapshot ? snapshotSource(*snapshot) : databaseSource(database);
 }
 
-std::string CustodyLog::describe(std::string_view kind, const std::optional<std::string>& snapshotID) {
+std::string CustodyLog::describe(std::string_view kind,
+                                 const std::optional<std::string>& snapshotID) {
     if (kind == "live") return std::string("Live Messages database on ") + thisMachine;
     if (kind == "snapshot") return "Preservation snapshot " + snapshotID.value_or("");
     if (kind == "whatsapp-live")

@@ -18,9 +18,9 @@ class MessageSource;
 // line, each carrying the SHA-256 of the line before it. Stateless: every call reads the file
 // afresh.
 class CustodyLog {
-public:
+  public:
     struct ChainCheck {
-        int64_t records = 0;                // non-empty lines
+        int64_t records = 0;                 // non-empty lines
         std::optional<int64_t> firstBroken;  // zero-based line index
         bool isIntact() const { return !firstBroken; }
         bool operator==(const ChainCheck&) const = default;
@@ -58,7 +58,8 @@ public:
     static CustodyRecord::Source source(const MessageSource& database,
                                         const std::optional<SealedSnapshot>& snapshot);
 
-    static std::string describe(std::string_view kind, const std::optional<std::string>& snapshotID);
+    static std::string describe(std::string_view kind,
+                                const std::optional<std::string>& snapshotID);
 
     // The certificate text: stand-alone beside an export, or embedded as a page inside one.
     static std::string certificate(const CustodyRecord& record, bool embedded);

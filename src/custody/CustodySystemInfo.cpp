@@ -40,7 +40,9 @@ std::string operatingSystem() {
            sysctlText("kern.osversion") + ")";
 }
 
-std::string model() { return sysctlText("hw.model"); }
+std::string model() {
+    return sysctlText("hw.model");
+}
 
 #else
 
@@ -65,9 +67,7 @@ std::string operatingSystem() {
             if (!value.empty()) return value;
         }
     }
-    return uname([](const struct utsname& n) {
-        return std::string(n.sysname) + " " + n.release;
-    });
+    return uname([](const struct utsname& n) { return std::string(n.sysname) + " " + n.release; });
 }
 
 // Virtual machines and containers often have no DMI table; the architecture is still true.
@@ -101,7 +101,9 @@ std::string appVersion(std::string_view version, std::string_view build) {
            std::string(build.empty() ? "0" : build) + ")";
 }
 
-std::string appVersion() { return appVersion(build::version, build::number); }
+std::string appVersion() {
+    return appVersion(build::version, build::number);
+}
 
 CustodySystemInfo current() {
     return {.appVersion = appVersion(),

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 // Only what a record's source needs of a database: where it is and what kind it is.
 class DatabaseDouble : public MessageSource {
-public:
+  public:
     DatabaseDouble(fs::path path, bool live, MessageService service = MessageService::iMessage)
         : path_(std::move(path)), live_(live), service_(service) {}
 
@@ -29,9 +29,11 @@ public:
         return std::nullopt;
     }
     std::string changeSignature() override { return ""; }
-    CustodyRecord::Source custodySource() override { return CustodyLog::source(*this, std::nullopt); }
+    CustodyRecord::Source custodySource() override {
+        return CustodyLog::source(*this, std::nullopt);
+    }
 
-private:
+  private:
     fs::path path_;
     bool live_;
     MessageService service_;
@@ -117,10 +119,10 @@ TEST(CustodyLogOutputs, FileFolderAndMissing) {
     EXPECT_TRUE(CustodyLog::outputs(dir / "absent").empty());
 
     writeText(dir / "export.csv", "a,b\n");
-    EXPECT_EQ(CustodyLog::outputs(dir / "export.csv"),
-              (std::vector<CustodyRecord::Output>{{.path = (dir / "export.csv").string(),
-                                                   .bytes = 4,
-                                                   .sha256 = Sha256::hex("a,b\n")}}));
+    EXPECT_EQ(
+        CustodyLog::outputs(dir / "export.csv"),
+        (std::vector<CustodyRecord::Output>{
+            {.path = (dir / "export.csv").string(), .bytes = 4, .sha256 = Sha256::hex("a,b\n")}}));
 
     const fs::path pages = dir / "pages";
     writeText(pages / "b.jpg", "bb");

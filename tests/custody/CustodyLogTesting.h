@@ -49,7 +49,7 @@ inline CustodyRecord sampleRecord(const std::string& title = "Alex Doe") {
 
 // Points the custody log at a fresh temporary file for the test, and back afterwards.
 class CustodyLogTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { CustodyLog::setOverrideURL(logFile); }
     void TearDown() override { CustodyLog::setOverrideURL(std::nullopt); }
 

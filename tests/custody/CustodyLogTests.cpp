@@ -67,7 +67,9 @@ TEST(CustodyLogJson, DecodingRejectsWhatWouldNotReencodeTheSame) {
     const std::vector<std::function<void(Json&)>> edits = {
         [](Json& j) { j["id"] = "0f8e3c2a-5b1d-4e6f-9a7b-1c2d3e4f5a6b"; },
         [](Json& j) { j["messageCount"] = 12.5; },
-        [](Json& j) { j["chatIDs"] = Json::array({7, "3"}); },
+        [](Json& j) {
+            j["chatIDs"] = Json::array({7, "3"});
+        },
         [](Json& j) { j["options"]["Calls included"] = true; },
         [](Json& j) { j["createdAt"] = "yesterday"; },
         [](Json& j) { j["source"].erase("path"); },
@@ -167,7 +169,8 @@ TEST_F(CustodyLogAppend, AFailedWriteIsCutBackOff) {
         try {
             CustodyLog::append(sampleRecord("lost"));
         } catch (const Error& e) {
-            ::_exit(std::string(e.what()).starts_with("Couldn't write to the custody log: ") ? 0 : 2);
+            ::_exit(std::string(e.what()).starts_with("Couldn't write to the custody log: ") ? 0
+                                                                                             : 2);
         }
         ::_exit(1);
     }
@@ -192,13 +195,23 @@ TEST_F(CustodyLogAppend, WriteFailureIsReported) {
 }
 
 class CustodyLogVerify : public CustodyLogTest {
-protected:
+  protected:
     // A chain of four records, as lines.
     std::vector<std::string> chain() {
         for (const char* title : {"first", "second", "third", "fourth"})
             CustodyLog::append(sampleRecord(title));
         return splitLines(files::readFile(logFile));
     }
+
+    // Each case gets a fresh file: rewriting one in place makes the file system flush each time.
+    void useLog(const std::string& content) {
+        const auto file = dir / ("case-" + std::to_string(cases_++) + ".jsonl");
+        writeText(file, content);
+        CustodyLog::setOverrideURL(file);
+    }
+
+  private:
+    int cases_ = 0;
 };
 
 // Byte offsets inside JSON values (string contents and numbers), never keys or punctuation.
@@ -249,7 +262,7 @@ TEST_F(CustodyLogVerify, DetectsEveryTamperingAtTheRecordItHits) {
     }
     ASSERT_GT(cases.size(), 4 * 300u) << "every value byte of every line is tried";
     for (const auto& c : cases) {
-        writeText(logFile, joinLines(c.lines));
+        useLog(joinLines(c.lines));
         EXPECT_EQ(CustodyLog::verify(),
                   (CustodyLog::ChainCheck{.records = c.records, .firstBroken = c.firstBroken}))
             << c.name;
@@ -277,7 +290,7 @@ TEST_F(CustodyLogVerify, BadLinesBreakTheChainWhereTheyStand) {
         {"empty file", "", {0, std::nullopt}, 0},
     };
     for (const auto& c : cases) {
-        writeText(logFile, c.content);
+        useLog(c.content);
         EXPECT_EQ(CustodyLog::verify(), c.expected) << c.name;
         EXPECT_EQ(CustodyLog::readAll().size(), c.readable) << c.name;
     }
