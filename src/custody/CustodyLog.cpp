@@ -419,6 +419,13 @@ std::string CustodyLog::hash(const CustodyRecord& record) {
 }
 
 CustodyRecord CustodyLog::append(CustodyRecord record) {
+    // Taken in the form it reads back in; a record that would not read back would break the
+    // chain for every later one, so it is refused before the file is touched.
+    try {
+        record = decodeRecord(encodeLine(record));
+    } catch (const std::exception& e) {
+        throw Error(std::string("Couldn't write the custody record: ") + e.what());
+    }
     std::lock_guard guard(appendMutex());
     const fs::path file = url();
     if (file.has_parent_path()) {
@@ -432,16 +439,8 @@ CustodyRecord CustodyLog::append(CustodyRecord record) {
     log.closeTornLine();
     record.previousRecordSHA256 = log.lastRecordHash();
     record.recordSHA256 = hash(record);
-    const std::string line = encodeLine(record);
-    // A line that would not read back would break the chain for every later record.
-    CustodyRecord written;
-    try {
-        written = decodeRecord(line);
-    } catch (const std::exception& e) {
-        throw Error(std::string("Couldn't record in the custody log: ") + e.what());
-    }
-    log.appendSynced(line + "\n");
-    return written;
+    log.appendSynced(encodeLine(record) + "\n");
+    return record;
 }
 
 std::vector<CustodyRecord> CustodyLog::readAll() {

@@ -103,15 +103,9 @@ TEST(CustodyLogSource, SnapshotIsRehashedAndComparedWithItsSeal) {
 }
 
 TEST(CustodyLogSource, DescriptionsOfKinds) {
-    EXPECT_EQ(CustodyLog::describe("snapshot", "Snapshot 2024-03-05T140709"),
-              "Preservation snapshot Snapshot 2024-03-05T140709");
+    EXPECT_EQ(CustodyLog::describe("snapshot", "Snapshot 1"), "Preservation snapshot Snapshot 1");
     EXPECT_EQ(CustodyLog::describe("snapshot", std::nullopt), "Preservation snapshot ");
-    EXPECT_EQ(CustodyLog::describe("whatsapp-export-import", std::nullopt),
-              "Imported WhatsApp chat export (sealed on import)");
-    EXPECT_EQ(CustodyLog::describe("files", std::nullopt), "Files chosen by the user");
     EXPECT_EQ(CustodyLog::describe("upload", std::nullopt), "upload");
-    EXPECT_THAT(CustodyLog::describe("live", std::nullopt),
-                ::testing::StartsWith("Live Messages database on this "));
 }
 
 TEST(CustodyLogOutputs, FileFolderAndMissing) {
@@ -137,17 +131,6 @@ TEST(CustodyLogOutputs, FileFolderAndMissing) {
     EXPECT_EQ(paths, (std::vector<std::string>{"a.jpg", "a/z.jpg", "b.jpg"}));
 }
 
-TEST(CustodyLogOutputs, RelativeLocationsBecomeAbsolute) {
-    TempDir dir;
-    writeText(dir / "out.txt", "x");
-    const fs::path previous = fs::current_path();
-    fs::current_path(dir.path());
-    const auto outputs = CustodyLog::outputs("out.txt");
-    fs::current_path(previous);
-    ASSERT_EQ(outputs.size(), 1u);
-    EXPECT_EQ(outputs[0].path, (fs::canonical(dir.path()) / "out.txt").string());
-}
-
 TEST(CustodyLogOutputs, ArchiveTakesItsListedDigests) {
     TempDir dir;
     const fs::path archive = dir / "Archive";
@@ -170,20 +153,14 @@ TEST(CustodyLogOutputs, ArchiveTakesItsListedDigests) {
     }
 }
 
-TEST(CustodyLogSystemInfo, AppVersionFallsBackToDevelopmentBuild) {
+TEST(CustodyLogSystemInfo, DescribesThisMachineAndBuild) {
     EXPECT_EQ(custodySystemInfo::appVersion("", ""), "dev (0)");
     EXPECT_EQ(custodySystemInfo::appVersion("1.4", "212"), "1.4 (212)");
-}
-
-TEST(CustodyLogSystemInfo, DescribesThisMachine) {
     const CustodySystemInfo info = custodySystemInfo::current();
     char host[256] = {};
     ::gethostname(host, sizeof host - 1);
     EXPECT_EQ(info.host, host);
-    EXPECT_EQ(info.appVersion, custodySystemInfo::appVersion());
-    EXPECT_FALSE(info.macOS.empty());
-    EXPECT_FALSE(info.model.empty());
-    EXPECT_FALSE(info.user.empty());
+    EXPECT_FALSE(info.macOS.empty() || info.model.empty() || info.user.empty());
 }
 
 }  // namespace

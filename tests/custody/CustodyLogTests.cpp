@@ -183,17 +183,6 @@ TEST_F(CustodyLogAppend, AFailedWriteIsCutBackOff) {
     EXPECT_TRUE(CustodyLog::verify().isIntact());
 }
 
-TEST_F(CustodyLogAppend, WriteFailureIsReported) {
-    if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
-    CustodyLog::setOverrideURL("/dev/full");
-    try {
-        CustodyLog::append(sampleRecord());
-        FAIL() << "append to a full device";
-    } catch (const Error& e) {
-        EXPECT_THAT(e.what(), ::testing::StartsWith("Couldn't write to the custody log: "));
-    }
-}
-
 class CustodyLogVerify : public CustodyLogTest {
   protected:
     // A chain of four records, as lines.
@@ -315,13 +304,6 @@ TEST(CustodyLogTexts, VerifyOutcomes) {
               "Custody log intact: all 5 records chain correctly.");
     EXPECT_EQ(CustodyLog::describe(CustodyLog::ChainCheck{.records = 5, .firstBroken = 0}),
               "WARNING: custody log broken at record 1 of 5.");
-}
-
-TEST(CustodyLogLocation, OverrideReplacesTheDefault) {
-    EXPECT_EQ(CustodyLog::url(), files::appDataFolder() / "custody-log.jsonl");
-    CustodyLog::setOverrideURL("/somewhere/log.jsonl");
-    EXPECT_EQ(CustodyLog::url(), "/somewhere/log.jsonl");
-    CustodyLog::setOverrideURL(std::nullopt);
 }
 
 }  // namespace
