@@ -62,6 +62,13 @@ std::string pageFileName(const std::string& title) {
         stem.begin(), stem.end(),
         [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '-');
     if (stem.empty() || stem.front() == '.') stem.insert(0, "Conversation");
+    // File systems allow 255 bytes; 80 characters of emoji would need more.
+    constexpr size_t maxStemBytes = 200;
+    if (stem.size() > maxStemBytes) {
+        size_t cut = maxStemBytes;
+        while (cut > 0 && (stem[cut] & 0xC0) == 0x80) --cut;  // never inside a character
+        stem.resize(cut);
+    }
     return stem + " – Messages.html";
 }
 

@@ -365,6 +365,33 @@ TEST(HTMLExporterArchive, heicPhotoIsShownThroughAJpegPreviewAndCorruptOnesAreMa
     EXPECT_EQ(rows[2][11], "1");
 }
 
+TEST(HTMLExporterArchive, aLongEmojiTitleStillMakesAValidFileName) {
+    Archive a;
+    std::string title;
+    for (int i = 0; i < 80; ++i) title += "😀";
+    const auto summary = a.run({.messages = {message(1, at(), "x")}}, {.title = title});
+    const std::string name = summary.htmlURL.filename().string();
+    EXPECT_TRUE(fs::exists(summary.htmlURL));
+    EXPECT_LE(name.size(), 255u);
+    EXPECT_TRUE(name.starts_with("😀😀"));
+    EXPECT_TRUE(name.ends_with("😀 – Messages.html"));
+}
+
+TEST(HTMLExporterArchive, aFileThatVanishesBeforeItsCopyIsMarkedMissing) {
+    Archive a;
+    const fs::path later = a.source("later.jpg", "x");
+    Message m = message(1, at(), "");
+    m.attachments = {attachment(1, a.source("first.jpg", "f").string(), "first.jpg", "image/jpeg"),
+                     attachment(2, later.string(), "later.jpg", "image/jpeg")};
+    HTMLExporter exporter({.title = "T"}, testing::nameFor, {}, {}, nullptr);
+    CancelFlag cancel;
+    const auto summary = exporter.exportTranscript({.messages = {m}}, a.folder, cancel,
+                                                   [&](const std::string&) { fs::remove(later); });
+    EXPECT_EQ(summary.attachmentsCopied, 1);
+    EXPECT_EQ(summary.attachmentsMissing, std::vector<std::string>{"later.jpg"});
+    EXPECT_EQ(readRows(a.folder / "attachments.csv")[2][2], "missing: not on this Mac");
+}
+
 TEST(HTMLExporterArchive, cancellationStopsBeforeTheNextAttachment) {
     Archive a;
     Message m = message(1, at(), "");
