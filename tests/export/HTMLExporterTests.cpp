@@ -340,10 +340,12 @@ TEST(HTMLExporterArchive, heicPhotoIsShownThroughAJpegPreviewAndCorruptOnesAreMa
     Message m = message(1, at(), "");
     m.attachments = {
         attachment(50, (a.sources / "IMG_1.HEIC").string(), "IMG_1.HEIC", "image/heic"),
-        attachment(51, a.source("IMG_2.HEIC", "garbage").string(), "IMG_2.HEIC", "image/heic")};
+        attachment(51, a.source("IMG_2.HEIC", "garbage").string(), "IMG_2.HEIC", "image/heic"),
+        attachment(52, (a.sources / "IMG_1.HEIC").string(), "sticker.heic", "image/heic")};
+    m.attachments.back().isSticker = true;
     const auto summary = a.run({.messages = {m}});
-    EXPECT_EQ(summary.previewsMade, 1);
-    EXPECT_EQ(summary.attachmentsCopied, 2);
+    EXPECT_EQ(summary.previewsMade, 2);
+    EXPECT_EQ(summary.attachmentsCopied, 3);
     const image::Bitmap preview = image::load(a.folder / "attachments/previews/50.jpg");
     EXPECT_EQ(preview.width, 2400);
     const std::string page = a.page(summary);
@@ -357,6 +359,10 @@ TEST(HTMLExporterArchive, heicPhotoIsShownThroughAJpegPreviewAndCorruptOnesAreMa
         page.find("<a class=\"att file\" href=\"attachments/51-IMG_2.HEIC\" "
                   "target=\"_blank\">📎 IMG_2.HEIC</a><div class=\"note\">⚠️ IMG_2.HEIC: no "
                   "preview could be made (Couldn&#39;t read the image"),
+        std::string::npos);
+    EXPECT_NE(
+        page.find("<img class=\"sticker\" loading=\"lazy\" src=\"attachments/previews/52.jpg\" "
+                  "alt=\"Sticker\">"),
         std::string::npos);
     const auto rows = readRows(a.folder / "attachments.csv");
     EXPECT_EQ(rows[1][2], "copied");

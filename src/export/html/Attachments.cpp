@@ -64,8 +64,7 @@ std::pair<std::string, std::string> hashBoth(const fs::path& source, const fs::p
 }  // namespace
 
 bool isHEIFImage(const Attachment& a) {
-    return !a.isSticker &&
-           isHEIF(text::toLowerAscii(a.mimeType), extensionOf(a.name.empty() ? a.path : a.name));
+    return isHEIF(text::toLowerAscii(a.mimeType), extensionOf(a.name.empty() ? a.path : a.name));
 }
 
 bool isVoiceMemo(const Attachment& a) {

@@ -50,7 +50,7 @@ CopiedAttachment copyAttachment(const Attachment& attachment, int64_t messageID,
 
 manifest::Row attachmentRow(const CopiedAttachment& copy);
 
-// Photos browsers can't show; they get a JPEG preview.
+// Photos and stickers browsers can't show; they get a JPEG preview.
 bool isHEIFImage(const Attachment& attachment);
 // Audio in the "caf" container; it gets an M4A preview.
 bool isVoiceMemo(const Attachment& attachment);

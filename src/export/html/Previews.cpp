@@ -92,9 +92,10 @@ void notePreviewFailure(CopiedAttachment& copy, const std::string& why) {
     copy.rendered.problem = copy.rendered.name + ": no preview could be made (" + why +
                             "); the original file is linked.";
     copy.status += "; no preview: " + why;
-    // A photo browsers can't show is offered as a file instead of a broken image.
-    if (copy.rendered.kind == RenderedAttachment::Kind::image)
-        copy.rendered.kind = RenderedAttachment::Kind::file;
+    // A picture browsers can't show is offered as a file instead of a broken image.
+    using Kind = RenderedAttachment::Kind;
+    if (copy.rendered.kind == Kind::image || copy.rendered.kind == Kind::sticker)
+        copy.rendered.kind = Kind::file;
 }
 
 }  // namespace
