@@ -3,7 +3,6 @@
 #include <unicode/calendar.h>
 #include <unicode/datefmt.h>
 #include <unicode/locid.h>
-#include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
 #include <cmath>
@@ -11,6 +10,7 @@
 #include <ctime>
 #include <memory>
 
+#include "support/Calendar.h"
 #include "support/Errors.h"
 
 namespace bc::dates {
@@ -41,15 +41,22 @@ std::string toUtf8(const icu::UnicodeString& s) {
     return out;
 }
 
-UDate toUDate(Date date) { return date.toUnix() * 1000.0; }
+UDate toUDate(Date date) {
+    return date.toUnix() * 1000.0;
+}
 
 icu::DateFormat::EStyle icuStyle(Style style) {
     switch (style) {
-        case Style::none: return icu::DateFormat::kNone;
-        case Style::short_: return icu::DateFormat::kShort;
-        case Style::abbreviated: return icu::DateFormat::kMedium;
-        case Style::long_: return icu::DateFormat::kLong;
-        case Style::full: return icu::DateFormat::kFull;
+        case Style::none:
+            return icu::DateFormat::kNone;
+        case Style::short_:
+            return icu::DateFormat::kShort;
+        case Style::abbreviated:
+            return icu::DateFormat::kMedium;
+        case Style::long_:
+            return icu::DateFormat::kLong;
+        case Style::full:
+            return icu::DateFormat::kFull;
     }
     return icu::DateFormat::kNone;
 }
@@ -74,7 +81,9 @@ bool expect(std::string_view text, size_t& pos, char c) {
 
 }  // namespace
 
-std::string iso8601(Date date) { return format(utcFields(date.toUnix()), "Z"); }
+std::string iso8601(Date date) {
+    return format(utcFields(date.toUnix()), "Z");
+}
 
 std::string iso8601Millis(Date date) {
     const double unix = date.toUnix();
@@ -144,19 +153,7 @@ std::string formatStyled(Date date, Style dateStyle, Style timeStyle) {
 }
 
 std::string formatPattern(Date date, std::string_view pattern, std::string_view locale) {
-    UErrorCode status = U_ZERO_ERROR;
-    const icu::Locale loc =
-        locale.empty() ? icu::Locale::getDefault() : icu::Locale(std::string(locale).c_str());
-    icu::SimpleDateFormat formatter(
-        icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(),
-                                                      static_cast<int32_t>(pattern.size()))),
-        loc, status);
-    if (U_FAILURE(status))
-        throw Error("Couldn't format a date with the pattern " + std::string(pattern) + ": " +
-                    u_errorName(status));
-    icu::UnicodeString out;
-    formatter.format(toUDate(date), out);
-    return toUtf8(out);
+    return PatternFormatter(pattern, locale).format(date);
 }
 
 int firstWeekday() {
@@ -166,7 +163,9 @@ int firstWeekday() {
     return static_cast<int>(calendar->getFirstDayOfWeek(status));
 }
 
-std::string currentLocale() { return icu::Locale::getDefault().getName(); }
+std::string currentLocale() {
+    return icu::Locale::getDefault().getName();
+}
 
 void setCurrentLocale(const std::string& localeID) {
     UErrorCode status = U_ZERO_ERROR;
