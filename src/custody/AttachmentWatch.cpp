@@ -59,15 +59,6 @@ AttachmentWatch::Report AttachmentWatch::check(const AttachmentPaths& attachment
     return report;
 }
 
-void to_json(Json& j, const AttachmentWatch::Record& record) {
-    j = Json{{"checkedAt", record.checkedAt}, {"present", record.present}};
-}
-
-void from_json(const Json& j, AttachmentWatch::Record& record) {
-    j.at("checkedAt").get_to(record.checkedAt);
-    j.at("present").get_to(record.present);
-}
-
 RepeatingRounds::RepeatingRounds(std::chrono::steady_clock::duration interval,
                                  std::function<bool()> isBusy, std::function<void()> round)
     : interval_(interval), isBusy_(std::move(isBusy)), round_(std::move(round)) {

@@ -48,8 +48,7 @@ class AttachmentWatch {
     static Report check(const AttachmentPaths& attachments);
 };
 
-void to_json(Json& j, const AttachmentWatch::Record& record);
-void from_json(const Json& j, AttachmentWatch::Record& record);
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AttachmentWatch::Record, checkedAt, present)
 
 // Runs a round on its own thread once at start and then every `interval` on a steady clock,
 // skipping a round while `isBusy` says other heavy work (an export or snapshot) is running.

@@ -2,20 +2,6 @@
 
 namespace bc {
 
-void to_json(Json& j, const EvidenceFlag& flag) {
-    j = Json{{"guid", flag.guid}, {"messageID", flag.messageID}, {"chatID", flag.chatID},
-             {"note", flag.note}, {"flaggedAt", flag.flaggedAt}, {"updatedAt", flag.updatedAt}};
-}
-
-void from_json(const Json& j, EvidenceFlag& flag) {
-    j.at("guid").get_to(flag.guid);
-    j.at("messageID").get_to(flag.messageID);
-    j.at("chatID").get_to(flag.chatID);
-    j.at("note").get_to(flag.note);
-    j.at("flaggedAt").get_to(flag.flaggedAt);
-    j.at("updatedAt").get_to(flag.updatedAt);
-}
-
 StoreLocation& EvidenceStore::location() {
     static StoreLocation location("evidence.json");
     return location;

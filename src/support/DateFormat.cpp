@@ -41,22 +41,15 @@ std::string toUtf8(const icu::UnicodeString& s) {
     return out;
 }
 
-UDate toUDate(Date date) {
-    return date.toUnix() * 1000.0;
-}
+UDate toUDate(Date date) { return date.toUnix() * 1000.0; }
 
 icu::DateFormat::EStyle icuStyle(Style style) {
     switch (style) {
-        case Style::none:
-            return icu::DateFormat::kNone;
-        case Style::short_:
-            return icu::DateFormat::kShort;
-        case Style::abbreviated:
-            return icu::DateFormat::kMedium;
-        case Style::long_:
-            return icu::DateFormat::kLong;
-        case Style::full:
-            return icu::DateFormat::kFull;
+        case Style::none: return icu::DateFormat::kNone;
+        case Style::short_: return icu::DateFormat::kShort;
+        case Style::abbreviated: return icu::DateFormat::kMedium;
+        case Style::long_: return icu::DateFormat::kLong;
+        case Style::full: return icu::DateFormat::kFull;
     }
     return icu::DateFormat::kNone;
 }
@@ -81,9 +74,7 @@ bool expect(std::string_view text, size_t& pos, char c) {
 
 }  // namespace
 
-std::string iso8601(Date date) {
-    return format(utcFields(date.toUnix()), "Z");
-}
+std::string iso8601(Date date) { return format(utcFields(date.toUnix()), "Z"); }
 
 std::string iso8601Millis(Date date) {
     const double unix = date.toUnix();
@@ -163,9 +154,7 @@ int firstWeekday() {
     return static_cast<int>(calendar->getFirstDayOfWeek(status));
 }
 
-std::string currentLocale() {
-    return icu::Locale::getDefault().getName();
-}
+std::string currentLocale() { return icu::Locale::getDefault().getName(); }
 
 void setCurrentLocale(const std::string& localeID) {
     UErrorCode status = U_ZERO_ERROR;

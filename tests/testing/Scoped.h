@@ -10,7 +10,11 @@
 
 namespace bc::testing {
 
-// Switches the current locale and time zone for one test and puts the previous ones back.
+inline Date utc(const char* iso) {
+    return dates::parseIso8601(iso).value();
+}
+
+// Switches the current locale (and time zone) for one test and puts the previous ones back.
 class ScopedLocale {
   public:
     explicit ScopedLocale(const std::string& locale, const std::string& timeZone = {})
@@ -22,21 +26,15 @@ class ScopedLocale {
         dates::setCurrentLocale(locale_);
         dates::setCurrentTimeZone(timeZone_);
     }
-    ScopedLocale(const ScopedLocale&) = delete;
-    ScopedLocale& operator=(const ScopedLocale&) = delete;
 
   private:
-    std::string locale_;
-    std::string timeZone_;
+    std::string locale_, timeZone_;
 };
 
 // Fixes "now" for one test.
-class FixedClock {
-  public:
-    explicit FixedClock(Date now) { set(now); }
+struct FixedClock {
+    explicit FixedClock(Date now) { Clock::setFixed(now); }
     ~FixedClock() { Clock::setFixed(std::nullopt); }
-    FixedClock(const FixedClock&) = delete;
-    FixedClock& operator=(const FixedClock&) = delete;
     void set(Date now) { Clock::setFixed(now); }
 };
 
@@ -48,8 +46,6 @@ class ScopedOverride {
         location.setOverride(file);
     }
     ~ScopedOverride() { location_.setOverride(previous_); }
-    ScopedOverride(const ScopedOverride&) = delete;
-    ScopedOverride& operator=(const ScopedOverride&) = delete;
 
   private:
     StoreLocation& location_;
