@@ -74,14 +74,14 @@ std::string pageFileName(const std::string& title) {
 
 // An export period: from its first instant to the start of the day after its last day.
 class DateRange {
-  public:
+public:
     DateRange(const std::optional<Date>& from, const std::optional<Date>& to)
         : from_(from),
           end_(to ? std::optional(dates::CivilClock().startOfDay(*to, 1)) : std::nullopt) {}
 
     bool contains(Date date) const { return (!from_ || date >= *from_) && (!end_ || date < *end_); }
 
-  private:
+private:
     std::optional<Date> from_, end_;
 };
 

@@ -20,7 +20,7 @@ namespace bc {
 // integrity: the page, verified copies of every attachment, previews for formats browsers
 // can't show, the CSV manifests and checksums.txt.
 class HTMLExporter {
-  public:
+public:
     struct Options {
         std::string title;
         std::vector<std::string> participants;
@@ -68,7 +68,7 @@ class HTMLExporter {
                                  const std::vector<std::pair<std::string, std::string>>& known,
                                  const CancelFlag& cancel);
 
-  private:
+private:
     Options options_;
     manifest::NameFor nameFor_;
     std::vector<Message> context_;

@@ -19,7 +19,7 @@ namespace bc::dates {
 // which matters when every row of a long conversation is formatted. Uses the time zone that is
 // current when it is made.
 class PatternFormatter {
-  public:
+public:
     explicit PatternFormatter(std::string_view pattern, std::string_view locale = {});
     ~PatternFormatter();
     PatternFormatter(const PatternFormatter&) = delete;
@@ -27,7 +27,7 @@ class PatternFormatter {
 
     std::string format(Date date) const;
 
-  private:
+private:
     std::unique_ptr<icu::SimpleDateFormat> formatter_;
 };
 
@@ -40,7 +40,7 @@ struct CivilTime {
 // Splits instants into wall-clock fields of the time zone current when it is made. Far cheaper
 // per call than a pattern formatter; for fixed numeric forms.
 class CivilClock {
-  public:
+public:
     CivilClock();
     ~CivilClock();
     CivilClock(const CivilClock&) = delete;
@@ -50,7 +50,7 @@ class CivilClock {
     // The first instant of the calendar day `days` after the one holding `date`.
     Date startOfDay(Date date, int days = 0) const;
 
-  private:
+private:
     std::unique_ptr<icu::TimeZone> zone_;
 };
 

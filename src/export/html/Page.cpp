@@ -69,7 +69,7 @@ std::string longDate(Date date) {
 }
 
 class BodyWriter {
-  public:
+public:
     explicit BodyWriter(const PageContent& content) : c_(content) {
         byGUID_.reserve(c_.context.size() + c_.rows.size());
         for (const Message* m : c_.rows) byGUID_.emplace(m->guid, Target{m, true});
@@ -106,7 +106,7 @@ class BodyWriter {
         days += "]";
     }
 
-  private:
+private:
     // The rows travel as inert text inside the section and become markup when the section
     // nears the screen: a long conversation then opens as fast as a short one.
     void openSection(std::string& body, const std::string& key, Date date) {
