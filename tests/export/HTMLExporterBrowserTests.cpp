@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "HTMLExporterSamples.h"
+#include "evidence/Timeline.h"
 #include "export/HTMLExporter.h"
 #include "support/Files.h"
 #include "support/Json.h"
@@ -46,6 +47,16 @@ constexpr const char* probe = R"JS(
     result.jumps = seen;
     result.days = Array.from(document.querySelectorAll("#tree a")).map(a => [a.dataset.day, Number(a.querySelector(".n").textContent)]);
     result.weeks = Array.from(document.querySelectorAll("#tree details details details > summary")).map(s => s.firstChild.textContent);
+    result.matrix = [];  // every day × every unit × both directions, through the tree and buttons
+    document.querySelectorAll("#tree a").forEach(function (link) {
+      ["day", "week", "month", "year"].forEach(function (unit) {
+        [-1, 1].forEach(function (step) {
+          link.click();
+          document.querySelector('.controls button[data-unit="' + unit + '"][data-step="' + step + '"]').click();
+          result.matrix.push(current());
+        });
+      });
+    });
     document.querySelector('a.reply').click();
     setTimeout(function () {
       const row = document.getElementById(document.querySelector("a.reply").getAttribute("href").slice(1)).getBoundingClientRect();
@@ -140,6 +151,16 @@ TEST(HTMLExporterBrowser, daysJumpsKeysHashAndRepliesWorkInChromium) {
     EXPECT_EQ(seen["replyTarget"], "2025-03-01");
     EXPECT_EQ(seen["replyCentred"], true);
     EXPECT_EQ(seen["scrolledTo"], "2024-03-11") << seen.dump();
+
+    // The page moves exactly as the application's timeline does.
+    const Timeline timeline(transcript.messages);
+    ASSERT_EQ(timeline.days.size(), dayKeys.size());
+    std::vector<std::string> appJumps;
+    for (size_t day = 0; day < dayKeys.size(); ++day)
+        for (Timeline::Unit unit : Timeline::units)
+            for (int step : {-1, 1})
+                appJumps.push_back(dayKeys.at(*timeline.jump(day, unit, step)));
+    EXPECT_EQ(seen["matrix"].get<std::vector<std::string>>(), appJumps);
 }
 
 TEST(HTMLExporterBrowser, longConversationRendersOnlyTheDaysNearTheScreen) {
