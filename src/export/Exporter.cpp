@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "export/ManifestCsv.h"
+#include "support/Calendar.h"
 #include "support/DateFormat.h"
 #include "support/Json.h"
-#include "support/PatternFormatter.h"
 
 namespace bc {
 
@@ -68,7 +68,7 @@ const std::string& callSummary(const Message& m) {
 
 std::string renderText(const std::string& title, const std::vector<Message>& messages,
                        const SenderName& senderName) {
-    const dates::PatternFormatter formatter("yyyy-MM-dd HH:mm");
+    const PatternFormatter formatter("yyyy-MM-dd HH:mm");
     std::string out = title + "\n" + std::string(characterCount(title), '=') + "\n";
     for (const auto& m : messages) {
         out += "\n[" + formatter.format(m.date) + "] ";

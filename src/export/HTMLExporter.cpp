@@ -7,9 +7,9 @@
 #include "export/html/Attachments.h"
 #include "export/html/Page.h"
 #include "export/html/Previews.h"
+#include "support/Calendar.h"
 #include "support/Errors.h"
 #include "support/Files.h"
-#include "support/PatternFormatter.h"
 #include "support/Sha256.h"
 #include "support/Text.h"
 
@@ -77,7 +77,7 @@ class DateRange {
 public:
     DateRange(const std::optional<Date>& from, const std::optional<Date>& to)
         : from_(from),
-          end_(to ? std::optional(dates::CivilClock().startOfDay(*to, 1)) : std::nullopt) {}
+          end_(to ? std::optional(Calendar().end(Calendar::Unit::day, *to)) : std::nullopt) {}
 
     bool contains(Date date) const { return (!from_ || date >= *from_) && (!end_ || date < *end_); }
 

@@ -5,9 +5,10 @@
 #include <unordered_map>
 
 #include "embedded/archiveTemplate.h"
+#include "support/Calendar.h"
+#include "support/CivilClock.h"
 #include "support/Date.h"
 #include "support/DateFormat.h"
-#include "support/PatternFormatter.h"
 
 namespace bc::html {
 
@@ -297,7 +298,7 @@ private:
 
     const PageContent& c_;
     dates::CivilClock clock_;
-    dates::PatternFormatter dayHeading_{"EEEE, d MMMM yyyy", "en_US_POSIX"};
+    PatternFormatter dayHeading_{"EEEE, d MMMM yyyy", "en_US_POSIX"};
     struct Target {
         const Message* message;
         bool inPage;
