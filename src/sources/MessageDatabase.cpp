@@ -128,8 +128,14 @@ bool MessageDatabase::isLive() const {
     return path_.lexically_normal().string().starts_with(folder);
 }
 
+std::string MessageDatabase::optionalColumn(const std::string& table, const std::string& alias,
+                                            const std::string& column,
+                                            const std::string& fallback) {
+    return db_->columnExists(table, column) ? alias + "." + column : fallback;
+}
+
 std::string MessageDatabase::messageColumn(const std::string& column, const std::string& fallback) {
-    return db_->columnExists("message", column) ? "m." + column : fallback;
+    return optionalColumn("message", "m", column, fallback);
 }
 
 std::vector<Chat> MessageDatabase::fetchChats() {
@@ -207,18 +213,20 @@ std::vector<std::pair<int64_t, Attachment>> MessageDatabase::readAttachments(
     std::vector<std::pair<int64_t, Attachment>> rows;
     if (!db_->tableExists("attachment") || !db_->tableExists("message_attachment_join"))
         return rows;
-    const auto optional = [&](const char* column) {
-        return db_->columnExists("attachment", column) ? "IFNULL(a." + std::string(column) + ", -1)"
-                                                       : std::string("-1");
+    // Older databases lack these columns: no sticker, not hidden, nothing recorded.
+    const auto optional = [&](const char* column, const char* fallback) {
+        const std::string stored = optionalColumn("attachment", "a", column, "NULL");
+        return "IFNULL(" + stored + ", " + fallback + ")";
     };
     auto statement =
         db_->prepare(prefix +
                      "\nSELECT DISTINCT maj.message_id, a.ROWID, IFNULL(a.filename, ''), "
                      "IFNULL(a.mime_type, ''), "
                      "IFNULL(a.uti, ''),\n"
-                     "       IFNULL(a.transfer_name, ''), a.is_sticker, a.hide_attachment, "
-                     "IFNULL(a.guid, ''),\n       " +
-                     optional("transfer_state") + ", " + optional("total_bytes") +
+                     "       IFNULL(a.transfer_name, ''), " +
+                     optional("is_sticker", "0") + ", " + optional("hide_attachment", "0") +
+                     ", IFNULL(a.guid, ''),\n       " + optional("transfer_state", "-1") + ", " +
+                     optional("total_bytes", "-1") +
                      "\nFROM ids\n"
                      "JOIN message_attachment_join maj ON maj.message_id = ids.message_id\n"
                      "JOIN attachment a ON a.ROWID = maj.attachment_id\n"
@@ -362,7 +370,7 @@ int64_t MessageDatabase::messageRowCount() {
 std::optional<Date> MessageDatabase::newestMessageDate() {
     std::lock_guard guard(lock_);
     auto statement =
-        db_->prepare("SELECT MAX(date) FROM message WHERE " +
+        db_->prepare("SELECT MAX(m.date) FROM message m WHERE " +
                      messageColumn("associated_message_type", "0") + " NOT BETWEEN 2000 AND 3999");
     if (!statement.step()) return std::nullopt;
     return appleDate(statement.int64(0));

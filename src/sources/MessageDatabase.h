@@ -73,6 +73,8 @@ class MessageDatabase : public MessageSource {
   private:
     void probeAccess();
     std::string idsPrefix(const std::string& idList);
+    std::string optionalColumn(const std::string& table, const std::string& alias,
+                               const std::string& column, const std::string& fallback);
     std::string messageColumn(const std::string& column, const std::string& fallback);
     std::vector<std::pair<int64_t, Attachment>> readAttachments(const std::string& prefix);
     std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> readRecoveredParts(
