@@ -270,6 +270,14 @@ std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> MessageDatabase::rea
     return rows;
 }
 
+// An upper bound of the transcript's length (reactions included), so that the list of a huge
+// conversation is allocated once instead of doubling past it.
+size_t MessageDatabase::rowCount(const std::string& prefix) {
+    auto statement = db_->prepare(prefix + "\nSELECT COUNT(*) FROM ids");
+    statement.step();
+    return static_cast<size_t>(std::max<int64_t>(statement.int64(0), 0));
+}
+
 Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs) {
     std::lock_guard guard(lock_);
     const std::string ids = idList(chatIDs);
@@ -285,6 +293,7 @@ Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs)
         parts.emplace(messageID, std::move(list));
 
     Transcript transcript;
+    transcript.messages.reserve(rowCount(prefix));
     auto statement =
         db_->prepare(prefix + messageStatement([this](const char* column, const char* fallback) {
                          return messageColumn(column, fallback);
@@ -306,21 +315,24 @@ Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs)
 std::optional<std::pair<Date, Date>> MessageDatabase::dateRange(
     const std::vector<int64_t>& chatIDs) {
     std::lock_guard guard(lock_);
-    const std::string ids = idList(chatIDs);
-    std::string sql =
-        "SELECT MIN(NULLIF(m.date, 0)), MAX(m.date) FROM (\n"
-        "    SELECT message_id FROM chat_message_join WHERE chat_id IN (" +
-        ids + ")";
-    if (db_->tableExists(recoverableJoin))
-        sql += "UNION ALL SELECT message_id FROM chat_recoverable_message_join WHERE chat_id IN (" +
-               ids + ")";
-    sql += "\n) ids JOIN message m ON m.ROWID = ids.message_id";
-    auto statement = db_->prepare(sql);
+    auto statement = db_->prepare("SELECT MIN(NULLIF(m.date, 0)), MAX(m.date) FROM (\n    " +
+                                  memberIDs(idList(chatIDs), "UNION ALL") +
+                                  "\n) ids JOIN message m ON m.ROWID = ids.message_id");
     if (!statement.step()) return std::nullopt;
     const auto first = appleDate(statement.int64(0));
     const auto last = appleDate(statement.int64(1));
     if (!first || !last) return std::nullopt;
     return std::pair{*first, *last};
+}
+
+// The message ids of the conversations, Recently Deleted included where the database has it.
+std::string MessageDatabase::memberIDs(const std::string& ids, const std::string& combine) {
+    std::string sql = "SELECT message_id FROM chat_message_join WHERE chat_id IN (" + ids + ")";
+    if (db_->tableExists(recoverableJoin))
+        sql += " " + combine +
+               " SELECT message_id FROM chat_recoverable_message_join WHERE chat_id IN (" + ids +
+               ")";
+    return sql;
 }
 
 std::vector<std::string> MessageDatabase::handles(const std::vector<int64_t>& chatIDs) {
@@ -343,16 +355,11 @@ std::vector<std::pair<int64_t, std::string>> MessageDatabase::attachmentPaths(
     if (!db_->tableExists("attachment")) return result;
     std::string sql = "SELECT ROWID, IFNULL(filename, '') FROM attachment";
     if (chatIDs) {
-        const std::string ids = idList(*chatIDs);
         sql =
             "SELECT DISTINCT a.ROWID, IFNULL(a.filename, '') FROM attachment a\n"
             "JOIN message_attachment_join maj ON maj.attachment_id = a.ROWID\n"
-            "WHERE maj.message_id IN (SELECT message_id FROM chat_message_join WHERE chat_id IN (" +
-            ids + ") ";
-        if (db_->tableExists(recoverableJoin))
-            sql += "UNION SELECT message_id FROM chat_recoverable_message_join WHERE chat_id IN (" +
-                   ids + ")";
-        sql += ")";
+            "WHERE maj.message_id IN (" +
+            memberIDs(idList(*chatIDs), "UNION") + ")";
     }
     auto statement = db_->prepare(sql);
     while (statement.step())

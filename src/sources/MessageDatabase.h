@@ -76,6 +76,8 @@ class MessageDatabase : public MessageSource {
     std::string optionalColumn(const std::string& table, const std::string& alias,
                                const std::string& column, const std::string& fallback);
     std::string messageColumn(const std::string& column, const std::string& fallback);
+    std::string memberIDs(const std::string& ids, const std::string& combine);
+    size_t rowCount(const std::string& prefix);
     std::vector<std::pair<int64_t, Attachment>> readAttachments(const std::string& prefix);
     std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> readRecoveredParts(
         const std::string& idList);
