@@ -2,8 +2,6 @@
 #include <plist/plist.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cstdlib>
 #include <memory>
 
 #include "sources/MessageDecoding.h"
@@ -11,6 +9,9 @@
 namespace bc::messages {
 
 namespace {
+
+// More parts than any message holds; bounds the lookups a hostile list can cause.
+constexpr int maxParts = 256;
 
 struct PlistFree {
     void operator()(plist_t node) const { plist_free(node); }
@@ -27,13 +28,6 @@ PlistPtr parse(std::string_view bytes) {
     else
         plist_from_xml(bytes.data(), length, &root);
     return PlistPtr(root);
-}
-
-std::optional<int> partNumber(std::string_view key) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), value);
-    if (error != std::errc() || end != key.data() + key.size() || value < 0) return std::nullopt;
-    return value;
 }
 
 // "d" is written as a date, as seconds (real) or in the database's own date encoding (integer).
@@ -91,25 +85,18 @@ std::vector<EditVersion> editHistory(std::string_view summaryInfo) {
     plist_t parts = plist_dict_get_item(root.get(), "ec");
     if (!parts || plist_get_node_type(parts) != PLIST_DICT) return {};
 
-    // Part keys are part indexes written as text; order them as numbers.
-    std::vector<std::pair<int, plist_t>> keyed;
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(parts, &iterator);
-    for (;;) {
-        char* key = nullptr;
-        plist_t value = nullptr;
-        plist_dict_next_item(parts, iterator, &key, &value);
-        if (!key) break;
-        const auto part = partNumber(key);
-        std::free(key);
-        if (part && value) keyed.emplace_back(*part, value);
-    }
-    std::free(iterator);
-    std::stable_sort(keyed.begin(), keyed.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-
+    // Part keys are part indexes written as text. They are looked up by number rather than
+    // iterated: the library aborts when iteration meets a key with a NUL inside. Looking up in
+    // ascending order also gives the numeric sort.
+    const uint32_t keys = plist_dict_get_size(parts);
     std::vector<EditVersion> history;
-    for (const auto& [part, versions] : keyed) appendVersions(history, part, versions);
+    uint32_t found = 0;
+    for (int part = 0; part < maxParts && found < keys; ++part) {
+        if (plist_t versions = plist_dict_get_item(parts, std::to_string(part).c_str())) {
+            ++found;
+            appendVersions(history, part, versions);
+        }
+    }
     return history;
 }
 
