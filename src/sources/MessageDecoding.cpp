@@ -127,14 +127,14 @@ ReactionEvent reactionEvent(const StoredRow& row) {
 }
 
 void foldReactions(std::vector<Message>& messages, const std::vector<ReactionEvent>& events) {
-    if (events.empty()) return;
-    std::unordered_map<std::string_view, size_t> byGUID;
-    byGUID.reserve(messages.size());
-    for (size_t i = 0; i < messages.size(); ++i) byGUID.emplace(messages[i].guid, i);
-    for (const auto& event : events) {
-        const auto found = byGUID.find(event.targetGUID);
-        if (found != byGUID.end()) applyReaction(messages[found->second].reactions, event);
-    }
+    // Index only the messages reacted to: a huge conversation has far fewer of them.
+    std::unordered_map<std::string_view, Message*> targets;
+    for (const auto& event : events) targets.emplace(event.targetGUID, nullptr);
+    for (auto& message : messages)
+        if (const auto found = targets.find(message.guid); found != targets.end() && !found->second)
+            found->second = &message;
+    for (const auto& event : events)
+        if (Message* target = targets[event.targetGUID]) applyReaction(target->reactions, event);
 }
 
 std::optional<std::string> decodeAttributedBody(std::string_view bytes) {
