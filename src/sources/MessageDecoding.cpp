@@ -247,7 +247,8 @@ Message message(StoredRow row, std::vector<Attachment> attachments,
     result.guid = std::move(row.guid);
     result.date = appleDate(row.date).value_or(Date{});
     result.isFromMe = row.isFromMe;
-    result.sender = std::move(row.sender);
+    // Messages stores the other party's handle on rows sent from this Mac too.
+    if (!row.isFromMe) result.sender = std::move(row.sender);
     result.attachments = std::move(attachments);
     decodeText(result, row);
     applyNotices(result, row.itemType);

@@ -181,8 +181,10 @@ TEST(MessageDecodingEdits, MalformedPropertyListsGiveNoHistory) {
     EXPECT_TRUE(editHistory("<plist><dict><key>ec</key><string>x</string></dict></plist>").empty());
     // {"ec": {"é\0": []}}: a UTF-16 key with a NUL inside once aborted the property-list library.
     const std::string nulKey =
-        "bplist00\xD1\x01\x02\x52" "ec\xD1\x03\x04\x62\x00\xE9\x00\x00\xA0\x08\x0B\x0E\x11\x16"s +
-        std::string(6, '\0') + "\x01\x01"s + std::string(7, '\0') + "\x05"s + std::string(15, '\0') + "\x17"s;
+        "bplist00\xD1\x01\x02\x52"
+        "ec\xD1\x03\x04\x62\x00\xE9\x00\x00\xA0\x08\x0B\x0E\x11\x16"s +
+        std::string(6, '\0') + "\x01\x01"s + std::string(7, '\0') + "\x05"s +
+        std::string(15, '\0') + "\x17"s;
     EXPECT_TRUE(editHistory(nulKey).empty());
     // Real summaries without edits: {"amc": 0, "ust": 1}.
     EXPECT_TRUE(editHistory(summary({})).empty());
@@ -223,6 +225,7 @@ TEST(MessageDecodingText, RowFieldsMapToTheRecord) {
                           .guid = "G",
                           .date = 1'000'000'000'001,
                           .isFromMe = true,
+                          .sender = "+12025550143",
                           .text = "t",
                           .threadOriginatorGUID = "R",
                           .dateEdited = 5,
@@ -235,6 +238,7 @@ TEST(MessageDecodingText, RowFieldsMapToTheRecord) {
                           .dateRead = 0,
                           .deleted = -1});
     EXPECT_EQ(m.date, Date{1000.000000001});
+    EXPECT_EQ(m.sender, "");
     EXPECT_EQ(m.replyToGUID, "R");
     EXPECT_TRUE(m.isEdited);
     EXPECT_TRUE(m.isUnsent);
