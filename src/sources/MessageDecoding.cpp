@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstring>
 #include <unordered_map>
 
 #include "support/DateFormat.h"

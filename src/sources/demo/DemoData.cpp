@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cmath>
-#include <fstream>
 
 #include "sources/demo/DemoWriters.h"
 #include "support/Errors.h"
