@@ -1,13 +1,12 @@
 #include "sources/demo/DemoWriters.h"
 
 #include <plist/plist.h>
-#include <turbojpeg.h>
 
 #include <cstdlib>
 #include <memory>
 
 #include "sources/demo/DemoData.h"
-#include "support/Errors.h"
+#include "support/Image.h"
 
 namespace bc {
 
@@ -78,29 +77,17 @@ std::string editSummary(const std::vector<std::pair<std::string, int64_t>>& vers
 }
 
 std::string jpegImage(int width, int height, int seed) {
-    std::string pixels(static_cast<size_t>(width * height * 3), '\0');
+    image::Bitmap bitmap{width, height, std::vector<uint32_t>(static_cast<size_t>(width * height))};
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
-            const size_t at = static_cast<size_t>((y * width + x) * 3);
-            pixels[at] = static_cast<char>((x * 255 / width + seed * 70) & 0xFF);
-            pixels[at + 1] = static_cast<char>((y * 255 / height + seed * 40) & 0xFF);
-            pixels[at + 2] = static_cast<char>((seed * 90) & 0xFF);
+            const auto red = static_cast<uint32_t>((x * 255 / width + seed * 70) & 0xFF);
+            const auto green = static_cast<uint32_t>((y * 255 / height + seed * 40) & 0xFF);
+            const auto blue = static_cast<uint32_t>((seed * 90) & 0xFF);
+            bitmap.pixels[static_cast<size_t>(y * width + x)] =
+                0xFF000000u | red << 16 | green << 8 | blue;
         }
     }
-    const std::unique_ptr<void, int (*)(tjhandle)> compressor(tjInitCompress(), tjDestroy);
-    if (!compressor)
-        throw Error("Couldn't write a sample photo: the JPEG encoder could not start.");
-    unsigned char* jpeg = nullptr;
-    unsigned long size = 0;
-    if (tjCompress2(compressor.get(), reinterpret_cast<const unsigned char*>(pixels.data()), width,
-                    0, height, TJPF_RGB, &jpeg, &size, TJSAMP_420, 85, 0) != 0) {
-        tjFree(jpeg);
-        throw Error("Couldn't write a sample photo: " +
-                    std::string(tjGetErrorStr2(compressor.get())));
-    }
-    std::string out(reinterpret_cast<const char*>(jpeg), size);
-    tjFree(jpeg);
-    return out;
+    return image::encodeJPEG(bitmap, 85);
 }
 
 }  // namespace demo

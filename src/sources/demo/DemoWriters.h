@@ -11,7 +11,7 @@ namespace bc::demo {
 // oldest first: (text, date in nanoseconds since 2001).
 std::string editSummary(const std::vector<std::pair<std::string, int64_t>>& versions);
 
-// A small real JPEG (a colour gradient chosen by `seed`). Throws Error.
+// A small real JPEG: a colour gradient chosen by `seed`.
 std::string jpegImage(int width, int height, int seed);
 
 }  // namespace bc::demo
