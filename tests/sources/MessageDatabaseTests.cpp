@@ -267,15 +267,22 @@ TEST(MessageDatabaseDemo, IdentityAndCustodySource) {
     EXPECT_EQ(MessageDatabase(demo.file, true).custodySource().kind, "snapshot");
     EXPECT_EQ(MessageDatabase::defaultPath(), files::homeFolder() / "Library/Messages/chat.db");
 
-    // In demo mode the sample database in the demo folder stands for the live one.
+    // In demo mode the sample database in the demo folder stands for the live one. The demo
+    // folder lives in the temporary directory, pointed here at this test's own folder.
+    const char* savedTemporary = std::getenv("TMPDIR");
+    ::setenv("TMPDIR", demo.dir.path().c_str(), 1);
     DemoData::setEnabled(true);
     const auto demoFile = DemoData::databasePath();
+    EXPECT_EQ(demoFile, demo.dir / "Kestrove-Demo" / "chat.db");
     MessageDatabase live(demoFile);
     EXPECT_TRUE(live.isLive());
     EXPECT_EQ(live.custodySource().kind, "live");
     DemoData::setEnabled(false);
     EXPECT_FALSE(live.isLive());
-    files::removeAll(DemoData::folder());
+    if (savedTemporary)
+        ::setenv("TMPDIR", savedTemporary, 1);
+    else
+        ::unsetenv("TMPDIR");
 }
 
 TEST(MessageDatabaseDemo, BackupMakesOneSelfContainedCopyAndStopsWhenCancelled) {

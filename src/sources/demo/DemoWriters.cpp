@@ -3,7 +3,6 @@
 #include <plist/plist.h>
 
 #include <cstdlib>
-#include <memory>
 
 #include "sources/demo/DemoData.h"
 #include "support/Image.h"
