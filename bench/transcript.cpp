@@ -7,8 +7,10 @@
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
+
+#ifdef __APPLE__
+#include <mach-o/dyld.h>
+#endif
 
 #include <cstdlib>
 #include <filesystem>
@@ -227,7 +229,7 @@ int installTrace(sqlite3* db, char**, const sqlite3_api_routines*) {
     return SQLITE_OK;
 }
 
-const bool traceInstalled = [] {
+[[maybe_unused]] const bool traceInstalled = [] {
     sqlite3_auto_extension(reinterpret_cast<void (*)()>(installTrace));
     return true;
 }();
@@ -292,33 +294,46 @@ void sqliteTool(benchmark::State& state, Read read, int64_t messages) {
     reportRate(state, messages);
 }
 
-long residentKilobytes() {
+long peakResidentKilobytes() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return usage.ru_maxrss;
 }
 
-// Peak memory of a fresh process that reads and holds the largest transcript, per message.
+constexpr const char* memoryChildVariable = "BC_BENCH_MEMORY_CHILD";
+
+// In the child started below: read and hold the largest transcript, print the peak growth per
+// message and exit before the benchmarks run. A fresh program, so no earlier peak hides it.
+[[maybe_unused]] const bool memoryChild = [] {
+    if (!std::getenv(memoryChildVariable)) return false;
+    bc::MessageDatabase db(databaseFile());
+    const long before = peakResidentKilobytes();
+    const auto transcript = db.fetchTranscript({largestChat});
+    std::cout << static_cast<double>(peakResidentKilobytes() - before) * 1024.0 /
+                     static_cast<double>(transcript.messages.size())
+              << std::endl;
+    std::exit(0);
+}();
+
+std::string thisProgram() {
+#ifdef __APPLE__
+    char path[4096];
+    uint32_t size = sizeof path;
+    return _NSGetExecutablePath(path, &size) == 0 ? path : "";
+#else
+    return fs::read_symlink("/proc/self/exe").string();
+#endif
+}
+
 void memoryPerMessage(benchmark::State& state) {
     databaseFile();
     double bytesPerMessage = 0;
     for (auto _ : state) {
-        int pipeEnds[2];
-        if (::pipe(pipeEnds) != 0) state.SkipWithError("pipe failed");
-        const pid_t child = ::fork();
-        if (child == 0) {
-            bc::MessageDatabase db(databaseFile());
-            const long before = residentKilobytes();
-            const auto transcript = db.fetchTranscript({largestChat});
-            const double perMessage = static_cast<double>(residentKilobytes() - before) * 1024.0 /
-                                      static_cast<double>(transcript.messages.size());
-            [[maybe_unused]] auto written = ::write(pipeEnds[1], &perMessage, sizeof perMessage);
-            ::_exit(0);
-        }
-        ::close(pipeEnds[1]);
-        [[maybe_unused]] auto read = ::read(pipeEnds[0], &bytesPerMessage, sizeof bytesPerMessage);
-        ::close(pipeEnds[0]);
-        ::waitpid(child, nullptr, 0);
+        ::setenv(memoryChildVariable, "1", 1);
+        const auto result = bc::runProcess({.executable = thisProgram(), .timeoutSeconds = 600});
+        ::unsetenv(memoryChildVariable);
+        if (!result.succeeded()) state.SkipWithError(result.standardError.c_str());
+        bytesPerMessage = std::atof(result.standardOutput.c_str());
     }
     state.counters["peak bytes/message"] = bytesPerMessage;
     state.counters["sizeof(Message)"] = sizeof(bc::Message);
