@@ -14,6 +14,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <random>
 
@@ -294,10 +295,19 @@ void sqliteTool(benchmark::State& state, Read read, int64_t messages) {
     reportRate(state, messages);
 }
 
-long peakResidentKilobytes() {
+// This process's own peak resident size. Linux's getrusage also counts the parent's size at the
+// fork that started it, so there the memory map's high-water mark is read instead.
+double peakResidentBytes() {
+#ifdef __APPLE__
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
+    return static_cast<double>(usage.ru_maxrss);
+#else
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmHWM:")) return std::atof(line.c_str() + 6) * 1024.0;
+    return 0;
+#endif
 }
 
 constexpr const char* memoryChildVariable = "BC_BENCH_MEMORY_CHILD";
@@ -307,10 +317,9 @@ constexpr const char* memoryChildVariable = "BC_BENCH_MEMORY_CHILD";
 [[maybe_unused]] const bool memoryChild = [] {
     if (!std::getenv(memoryChildVariable)) return false;
     bc::MessageDatabase db(databaseFile());
-    const long before = peakResidentKilobytes();
+    const double before = peakResidentBytes();
     const auto transcript = db.fetchTranscript({largestChat});
-    std::cout << static_cast<double>(peakResidentKilobytes() - before) * 1024.0 /
-                     static_cast<double>(transcript.messages.size())
+    std::cout << (peakResidentBytes() - before) / static_cast<double>(transcript.messages.size())
               << std::endl;
     std::exit(0);
 }();

@@ -42,14 +42,17 @@ std::string messageStatement(const std::function<std::string(const char*, const 
 }
 
 messages::StoredRow storedRow(const sqlite::Statement& row) {
+    auto text = row.optionalText(5);
+    // The rich-text body is only read where no plain text is stored.
+    const bool needsBody = !text || text->empty();
     return messages::StoredRow{
         .rowID = row.int64(0),
         .guid = row.text(1),
         .date = row.int64(2),
         .isFromMe = row.int64(3) != 0,
         .sender = row.text(4),
-        .text = row.optionalText(5),
-        .attributedBody = row.optionalBlob(6),
+        .text = std::move(text),
+        .attributedBody = needsBody ? row.optionalBlob(6) : std::nullopt,
         .associatedType = row.int64(7),
         .itemType = row.int64(8),
         .associatedGUID = row.text(9),
