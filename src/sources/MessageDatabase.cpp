@@ -127,8 +127,10 @@ fs::path MessageDatabase::defaultPath() {
 bool MessageDatabase::isLive() const {
     if (path_ == defaultPath()) return true;
     if (!DemoData::isEnabled()) return false;
-    const auto folder = DemoData::folder().lexically_normal().string();
-    return path_.lexically_normal().string().starts_with(folder);
+    // Inside the demo folder, not merely a path that starts with the same letters.
+    const fs::path inside =
+        path_.lexically_normal().lexically_relative(DemoData::folder().lexically_normal());
+    return !inside.empty() && *inside.begin() != "..";
 }
 
 std::string MessageDatabase::optionalColumn(const std::string& table, const std::string& alias,

@@ -277,6 +277,9 @@ TEST(MessageDatabaseDemo, IdentityAndCustodySource) {
     MessageDatabase live(demoFile);
     EXPECT_TRUE(live.isLive());
     EXPECT_EQ(live.custodySource().kind, "live");
+    fs::create_directories(demo.dir / "Kestrove-Demo-other");
+    fs::copy_file(demoFile, demo.dir / "Kestrove-Demo-other" / "chat.db");
+    EXPECT_FALSE(MessageDatabase(demo.dir / "Kestrove-Demo-other" / "chat.db").isLive());
     DemoData::setEnabled(false);
     EXPECT_FALSE(live.isLive());
     if (savedTemporary)

@@ -91,6 +91,14 @@ struct Row {
     std::vector<std::string> deletedParts;
 };
 
+// Absent values are stored as NULL, as Messages does.
+void bindTextOrNull(sqlite::Statement& statement, int index, const std::string& value) {
+    if (value.empty())
+        statement.bindNull(index);
+    else
+        statement.bind(index, value);
+}
+
 std::string guid(size_t oneBasedIndex) {
     return "DEMO-MSG-" + std::to_string(oneBasedIndex);
 }
@@ -147,10 +155,7 @@ class Writer {
             "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16, ?17, "
             "?18, ?19, ?20)");
         insert.bind(1, id).bind(2, guid(static_cast<size_t>(id)));
-        if (row.bodyOnly || row.unsent || row.text.empty())
-            insert.bindNull(3);
-        else
-            insert.bind(3, row.text);
+        bindTextOrNull(insert, 3, row.bodyOnly || row.unsent ? "" : row.text);
         if (!row.rawBody.empty())
             insert.bindBlob(4, row.rawBody);
         else if (!row.text.empty() && !row.unsent)
@@ -161,30 +166,15 @@ class Writer {
         insert.bind(8, row.receipts ? date + 90'000'000'000 : int64_t{0});
         insert.bind(9, row.receipts ? date + 2'000'000'000 : int64_t{0});
         insert.bind(10, row.reactionType);
-        if (row.reactsTo.empty())
-            insert.bindNull(11);
-        else
-            insert.bind(11, "p:0/" + row.reactsTo);
-        if (row.emoji.empty())
-            insert.bindNull(12);
-        else
-            insert.bind(12, row.emoji);
+        bindTextOrNull(insert, 11, row.reactsTo.empty() ? "" : "p:0/" + row.reactsTo);
+        bindTextOrNull(insert, 12, row.emoji);
         insert.bind(13, row.itemType);
-        if (row.replyTo.empty())
-            insert.bindNull(14);
-        else
-            insert.bind(14, row.replyTo);
+        bindTextOrNull(insert, 14, row.replyTo);
         insert.bind(15, row.earlierVersions.empty() ? int64_t{0} : date + 120'000'000'000);
         insert.bind(16, row.unsent ? date + 60'000'000'000 : int64_t{0});
-        if (row.balloon.empty())
-            insert.bindNull(17);
-        else
-            insert.bind(17, row.balloon);
+        bindTextOrNull(insert, 17, row.balloon);
         insert.bind(18, row.error);
-        if (row.effect.empty())
-            insert.bindNull(19);
-        else
-            insert.bind(19, row.effect);
+        bindTextOrNull(insert, 19, row.effect);
         if (row.earlierVersions.empty())
             insert.bindNull(20);
         else
