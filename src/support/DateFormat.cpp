@@ -143,20 +143,34 @@ std::string formatStyled(Date date, Style dateStyle, Style timeStyle) {
     return toUtf8(out);
 }
 
-std::string formatPattern(Date date, std::string_view pattern, std::string_view locale) {
+struct PatternFormatter::Impl {
+    std::unique_ptr<icu::SimpleDateFormat> formatter;
+};
+
+PatternFormatter::PatternFormatter(std::string_view pattern, std::string_view locale)
+    : impl_(std::make_unique<Impl>()) {
     UErrorCode status = U_ZERO_ERROR;
     const icu::Locale loc =
         locale.empty() ? icu::Locale::getDefault() : icu::Locale(std::string(locale).c_str());
-    icu::SimpleDateFormat formatter(
+    impl_->formatter = std::make_unique<icu::SimpleDateFormat>(
         icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(),
                                                       static_cast<int32_t>(pattern.size()))),
         loc, status);
     if (U_FAILURE(status))
         throw Error("Couldn't format a date with the pattern " + std::string(pattern) + ": " +
                     u_errorName(status));
+}
+
+PatternFormatter::~PatternFormatter() = default;
+
+std::string PatternFormatter::format(Date date) const {
     icu::UnicodeString out;
-    formatter.format(toUDate(date), out);
+    impl_->formatter->format(toUDate(date), out);
     return toUtf8(out);
+}
+
+std::string formatPattern(Date date, std::string_view pattern, std::string_view locale) {
+    return PatternFormatter(pattern, locale).format(date);
 }
 
 int firstWeekday() {
