@@ -234,8 +234,10 @@ void RowMeasurer::addEditHistory(MeasuredRow& out, const Message& message) const
 std::string RowMeasurer::replyLine(const std::string& targetGUID) const {
     const auto* target = find(sources_.originals, targetGUID);
     if (target == nullptr) return "↩︎ Reply to a message not found in these conversations";
-    return "↩︎ Reply to " + senderName(*target) + ": “" +
-           excerpt(target->text, replyExcerptLength) + "”";
+    // Replies point into the unredacted record: the excerpt must not undo the redaction.
+    const auto& redact = sources_.options.redactor;
+    const std::string text = redact ? redact(target->text) : target->text;
+    return "↩︎ Reply to " + senderName(*target) + ": “" + excerpt(text, replyExcerptLength) + "”";
 }
 
 }  // namespace bc::pages

@@ -60,13 +60,57 @@ struct GlyphImage {
 };
 
 struct ColourGlyphs::Cache {
+    TextContext context;
     std::map<std::pair<PangoFont*, PangoGlyph>, GlyphImage> images;
+    std::map<PangoFont*, PangoFont*> standIns;
 
     ~Cache() {
         for (auto& [key, image] : images) {
             cairo_surface_destroy(image.surface);
             g_object_unref(key.first);
         }
+        for (auto& [font, standIn] : standIns) {
+            g_object_unref(font);
+            if (standIn != nullptr) g_object_unref(standIn);
+        }
+    }
+
+    // The text face at the colour font's size: its invisible space carries the characters.
+    PangoFont* standIn(PangoFont* font) {
+        if (auto found = standIns.find(font); found != standIns.end()) return found->second;
+        PangoFontDescription* description = pango_font_describe(font);
+        pango_font_description_set_family(description, familyName(TextStyle::Family::sans));
+        PangoFont* loaded = pango_context_load_font(context.get(), description);
+        pango_font_description_free(description);
+        g_object_ref(font);
+        return standIns[font] = loaded;
+    }
+
+    // Images are not text: an invisible space glyph carrying the run's characters keeps colour
+    // glyphs searchable and copyable in the PDF.
+    void drawInvisibleText(cairo_t* cr, const char* text, PangoGlyphItem* run, double x,
+                           double baseline) {
+        PangoFont* font = standIn(run->item->analysis.font);
+        hb_codepoint_t space = 0;
+        if (font == nullptr || !hb_font_get_nominal_glyph(pango_font_get_hb_font(font), ' ', &space))
+            return;
+        cairo_scaled_font_t* scaled = pango_cairo_font_get_scaled_font(PANGO_CAIRO_FONT(font));
+        const cairo_glyph_t glyph{space, x, baseline};
+        // Stretched to the run's width, so that readers see the words around it where they are.
+        cairo_text_extents_t extents;
+        cairo_scaled_font_glyph_extents(scaled, &glyph, 1, &extents);
+        const double runWidth = points(pango_glyph_string_get_width(run->glyphs));
+        if (extents.x_advance <= 0 || runWidth <= 0) return;
+        cairo_matrix_t matrix;
+        cairo_scaled_font_get_font_matrix(scaled, &matrix);
+        cairo_matrix_scale(&matrix, runWidth / extents.x_advance, 1);
+        cairo_save(cr);
+        cairo_set_font_face(cr, cairo_scaled_font_get_font_face(scaled));
+        cairo_set_font_matrix(cr, &matrix);
+        const cairo_text_cluster_t cluster{run->item->length, 1};
+        cairo_show_text_glyphs(cr, text + run->item->offset, run->item->length, &glyph, 1,
+                               &cluster, 1, cairo_text_cluster_flags_t(0));
+        cairo_restore(cr);
     }
 
     const GlyphImage& get(PangoFont* font, PangoGlyph glyph) {
@@ -101,7 +145,9 @@ struct ColourGlyphs::Cache {
 ColourGlyphs::ColourGlyphs() : cache_(std::make_unique<Cache>()) {}
 ColourGlyphs::~ColourGlyphs() = default;
 
-void ColourGlyphs::draw(cairo_t* cr, PangoGlyphItem* run, double x, double baseline) {
+void ColourGlyphs::draw(cairo_t* cr, const char* text, PangoGlyphItem* run, double x,
+                        double baseline) {
+    cache_->drawInvisibleText(cr, text, run, x, baseline);
     PangoFont* font = run->item->analysis.font;
     const PangoGlyphString* glyphs = run->glyphs;
     double advance = 0;
@@ -200,7 +246,7 @@ void TextBlock::drawLines(const Canvas& canvas, double x, double top, size_t fir
         const double baseline = shift + points(pango_layout_iter_get_baseline(iter));
         if (canvas.colourGlyphs != nullptr && isColourFont(run->item->analysis.font) &&
             !hasMissingGlyph(run->glyphs)) {
-            canvas.colourGlyphs->draw(cr, run, runX, baseline);
+            canvas.colourGlyphs->draw(cr, text, run, runX, baseline);
         } else {
             cairo_move_to(cr, runX, baseline);
             pango_cairo_show_glyph_item(cr, text, run);

@@ -31,7 +31,7 @@ public:
     ~ColourGlyphs();
     ColourGlyphs(const ColourGlyphs&) = delete;
     ColourGlyphs& operator=(const ColourGlyphs&) = delete;
-    void draw(cairo_t* cr, PangoGlyphItem* run, double x, double baseline);
+    void draw(cairo_t* cr, const char* text, PangoGlyphItem* run, double x, double baseline);
 
 private:
     struct Cache;
@@ -42,6 +42,7 @@ private:
 struct Canvas {
     cairo_t* cr = nullptr;
     ColourGlyphs* colourGlyphs = nullptr;
+    bool isPDF = false;
 };
 
 // One laid-out paragraph, measured in points and drawn line by line so that it can break
