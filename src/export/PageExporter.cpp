@@ -29,7 +29,9 @@ struct CairoDeleter {
 using Context = std::unique_ptr<cairo_t, CairoDeleter>;
 using Surface = std::unique_ptr<cairo_surface_t, CairoDeleter>;
 
-std::string cairoError(cairo_status_t status) { return cairo_status_to_string(status); }
+std::string cairoError(cairo_status_t status) {
+    return cairo_status_to_string(status);
+}
 
 Message redactedCopy(const Message& message, const PageExporter::RedactFn& redact) {
     Message copy = message;
@@ -55,7 +57,7 @@ size_t readablePages(const fs::path& file) {
 
 // Removes a partly written output unless it was handed over.
 class PendingOutput {
-public:
+  public:
     explicit PendingOutput(fs::path path) : path_(std::move(path)) {}
     ~PendingOutput() {
         if (!path_.empty()) {
@@ -70,11 +72,12 @@ public:
         std::error_code error;
         fs::rename(path_, destination, error);
         if (error)
-            throw Error("Couldn't save " + destination.filename().string() + ": " + error.message());
+            throw Error("Couldn't save " + destination.filename().string() + ": " +
+                        error.message());
         path_.clear();
     }
 
-private:
+  private:
     fs::path path_;
 };
 
@@ -166,7 +169,8 @@ PageExporter::Result PageExporter::writePDF(const fs::path& file,
     const Size page = pointSize(impl_->paper);
     PendingOutput output(files::temporarySibling(file));
     {
-        const Surface surface(cairo_pdf_surface_create(output.path().c_str(), page.width, page.height));
+        const Surface surface(
+            cairo_pdf_surface_create(output.path().c_str(), page.width, page.height));
         cairo_pdf_surface_set_metadata(surface.get(), CAIRO_PDF_METADATA_CREATOR, "Brindlecourt");
         // A fixed date (the rendering time) keeps identical exports byte-identical.
         cairo_pdf_surface_set_metadata(surface.get(), CAIRO_PDF_METADATA_CREATE_DATE,
@@ -174,8 +178,8 @@ PageExporter::Result PageExporter::writePDF(const fs::path& file,
         const Context cr(cairo_create(surface.get()));
         pages::ColourGlyphs colourGlyphs;
         for (size_t i = 0; i < total; ++i) {
-            impl_->cancel.check();
             report(progress, "Drawing page ", i, total);
+            impl_->cancel.check();
             document.drawPage({cr.get(), &colourGlyphs, true}, i);
             cairo_show_page(cr.get());
         }
@@ -205,8 +209,8 @@ PageExporter::Result PageExporter::writeJPEGs(const fs::path& folder, double dpi
                          .height = static_cast<int>(pixels.height)};
     bitmap.pixels.resize(static_cast<size_t>(bitmap.width) * bitmap.height);
     for (size_t i = 0; i < total; ++i) {
-        impl_->cancel.check();
         report(progress, "Rendering image ", i, total);
+        impl_->cancel.check();
         {
             const Surface surface(cairo_image_surface_create_for_data(
                 reinterpret_cast<unsigned char*>(bitmap.pixels.data()), CAIRO_FORMAT_ARGB32,

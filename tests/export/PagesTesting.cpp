@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <sstream>
 
 #include "support/Files.h"
@@ -20,7 +21,9 @@ std::string run(const std::string& tool, std::vector<std::string> arguments) {
 
 }  // namespace
 
-Date pagesTestDate(double minutes) { return Date::fromUnix(1709647629) + minutes * 60; }
+Date pagesTestDate(double minutes) {
+    return Date::fromUnix(1709647629) + minutes * 60;
+}
 
 Message textMessage(int64_t id, std::string text, double minutes, bool isFromMe) {
     Message message;
@@ -52,13 +55,35 @@ std::string pdfText(const std::filesystem::path& pdf, int page) {
     return run("pdftotext", arguments);
 }
 
-std::string pdfInfo(const std::filesystem::path& pdf) { return run("pdfinfo", {pdf.string()}); }
+std::vector<PdfWord> pdfWords(const std::filesystem::path& pdf) {
+    const std::string html = run("pdftotext", {"-bbox", "-enc", "UTF-8", pdf.string(), "-"});
+    std::vector<PdfWord> words;
+    int page = 0;
+    const auto number = [&](size_t from, const char* name) {
+        const size_t at = html.find(std::string(name) + "=\"", from) + std::strlen(name) + 2;
+        return std::stod(html.substr(at, html.find('"', at) - at));
+    };
+    for (size_t at = html.find('<'); at != std::string::npos; at = html.find('<', at + 1)) {
+        if (html.compare(at, 6, "<page ") == 0) ++page;
+        if (html.compare(at, 6, "<word ") != 0) continue;
+        const size_t textStart = html.find('>', at) + 1;
+        words.push_back({page, number(at, "xMin"), number(at, "yMin"), number(at, "xMax"),
+                         number(at, "yMax"),
+                         html.substr(textStart, html.find("</word>", textStart) - textStart)});
+    }
+    return words;
+}
+
+std::string pdfInfo(const std::filesystem::path& pdf) {
+    return run("pdfinfo", {pdf.string()});
+}
 
 std::vector<PdfImage> pdfImages(const std::filesystem::path& pdf) {
     std::istringstream lines(run("pdfimages", {"-list", pdf.string()}));
     std::vector<PdfImage> images;
     std::string line;
-    for (int skip = 0; skip < 2 && std::getline(lines, line); ++skip) {}
+    for (int skip = 0; skip < 2 && std::getline(lines, line); ++skip) {
+    }
     while (std::getline(lines, line)) {
         // page num type width height color comp bpc enc interp object ID x-ppi y-ppi size ratio
         std::istringstream fields(line);

@@ -26,6 +26,13 @@ std::unique_ptr<PageExporter> makeExporter(PagesInput input, const CancelFlag& c
 
 // Text of a PDF as poppler reads it (pdftotext), optionally of one page only.
 std::string pdfText(const std::filesystem::path& pdf, int page = 0);
+// Every word poppler finds, with its box in points (pdftotext -bbox).
+struct PdfWord {
+    int page = 0;
+    double xMin = 0, yMin = 0, xMax = 0, yMax = 0;
+    std::string text;
+};
+std::vector<PdfWord> pdfWords(const std::filesystem::path& pdf);
 // `pdfinfo` output and `pdfimages -list` rows, for page counts, metadata and image resolution.
 std::string pdfInfo(const std::filesystem::path& pdf);
 struct PdfImage {

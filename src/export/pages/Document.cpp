@@ -8,7 +8,7 @@ namespace {
 
 using M = PageExporter;
 
-constexpr double ruleGap = 6;    // between the header or footer rule and the rows
+constexpr double ruleGap = 6;  // between the header or footer rule and the rows
 constexpr double rowSpacing = 7;
 constexpr double rowInset = 6;  // room for the flag bar left of the rows
 constexpr Colour frameColour{0.3, 0.3, 0.3};
@@ -20,7 +20,9 @@ const TextStyle subtitleStyle{.size = 8.5, .colour = frameColour};
 const TextStyle footerStyle{.size = 7, .colour = frameColour};
 const TextStyle batesStyle{.size = 9, .bold = true, .alignment = PANGO_ALIGN_RIGHT};
 
-double printableWidth(const M::Size& page) { return page.width - 2 * M::margin; }
+double printableWidth(const M::Size& page) {
+    return page.width - 2 * M::margin;
+}
 
 std::string joined(const std::vector<std::string>& parts, const char* separator) {
     std::string text;
@@ -51,8 +53,8 @@ Document::Document(DocumentContent content, const CancelFlag& cancel)
     const double width = printableWidth(content_.pageSize);
     const auto& header = content_.header;
     if (content_.options.exhibitLabel)
-        header_.push_back(
-            std::make_unique<TextBlock>(text_.get(), *content_.options.exhibitLabel, exhibitStyle, width));
+        header_.push_back(std::make_unique<TextBlock>(text_.get(), *content_.options.exhibitLabel,
+                                                      exhibitStyle, width));
     header_.push_back(std::make_unique<TextBlock>(text_.get(), header.title, titleStyle, width));
     header_.push_back(std::make_unique<TextBlock>(
         text_.get(), "Me and " + joined(header.participants, ", "), subtitleStyle, width));

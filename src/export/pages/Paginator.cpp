@@ -43,6 +43,8 @@ void Paginator::add(size_t row, const std::vector<double>& unitHeights, bool sta
     place(row, first, unitHeights.size(), height);
 }
 
-std::vector<Page> Paginator::finish() { return std::move(pages_); }
+std::vector<Page> Paginator::finish() {
+    return std::move(pages_);
+}
 
 }  // namespace bc::pages

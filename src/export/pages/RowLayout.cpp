@@ -21,8 +21,7 @@ const TextStyle dayStyle{
     .size = 10, .bold = true, .alignment = PANGO_ALIGN_CENTER, .colour = {0.2, 0.2, 0.2}};
 const TextStyle gapStyle{
     .size = 8.5, .italic = true, .alignment = PANGO_ALIGN_CENTER, .colour = grey};
-const TextStyle certificateStyle{
-    .family = TextStyle::Family::mono, .size = 7.5, .colour = black};
+const TextStyle certificateStyle{.family = TextStyle::Family::mono, .size = 7.5, .colour = black};
 
 // At most `length` characters (not bytes), with an ellipsis when cut.
 std::string excerpt(const std::string& text, size_t length) {
@@ -77,7 +76,8 @@ std::vector<double> MeasuredRow::unitHeights() const {
     for (const Block& block : blocks) {
         if (block.text) {
             for (size_t line = 0; line < block.text->lineCount(); ++line)
-                heights.push_back(block.text->lineHeight(line) + (line == 0 ? block.spaceBefore : 0));
+                heights.push_back(block.text->lineHeight(line) +
+                                  (line == 0 ? block.spaceBefore : 0));
         } else {
             heights.push_back(block.spaceBefore + block.photoSize.height);
         }
@@ -122,7 +122,8 @@ void RowMeasurer::addText(MeasuredRow& row, std::string_view text, const TextSty
                           double spaceBefore, std::string_view boldPrefix) const {
     const double indent = style.alignment == PANGO_ALIGN_CENTER ? 0 : bodyIndent;
     Block block{.indent = indent, .spaceBefore = spaceBefore};
-    block.text = std::make_unique<TextBlock>(context_.get(), text, style, width_ - indent, boldPrefix);
+    block.text =
+        std::make_unique<TextBlock>(context_.get(), text, style, width_ - indent, boldPrefix);
     row.blocks.push_back(std::move(block));
 }
 
@@ -140,7 +141,9 @@ MeasuredRow RowMeasurer::measure(const Row& row) const {
             out.startsPage = true;
             addText(out, joined(*sources_.options.certificate), certificateStyle, 0);
             break;
-        case Row::Kind::message: addMessage(out, row); break;
+        case Row::Kind::message:
+            addMessage(out, row);
+            break;
     }
     return out;
 }
@@ -154,8 +157,8 @@ void RowMeasurer::addMessage(MeasuredRow& out, const Row& row) const {
     const Message& message = sources_.messages[row.message];
     out.highlighted = sources_.options.highlighted.contains(message.id);
     // The sender line sits flush left; everything under it is indented.
-    const std::string stamp = "   " + timeFormat_.format(message.date) + "   #" +
-                              std::to_string(message.id);
+    const std::string stamp =
+        "   " + timeFormat_.format(message.date) + "   #" + std::to_string(message.id);
     addText(out, stamp, headingStyle, 0, senderName(message));
     out.blocks.back().indent = 0;
     if (row.partLabel) addText(out, *row.partLabel, metaStyle);
@@ -178,8 +181,8 @@ void RowMeasurer::addAttachment(MeasuredRow& out, const Attachment& attachment) 
     const std::string name = fileName(attachment);
     if (!isStored(attachment)) {
         addText(out, name + ": not stored on this Mac", noticeStyle);
-    } else if (const auto size = isPhoto(attachment) ? thumbnails_.previewSize(attachment)
-                                                     : std::nullopt) {
+    } else if (const auto size =
+                   isPhoto(attachment) ? thumbnails_.previewSize(attachment) : std::nullopt) {
         Block block{.indent = bodyIndent, .spaceBefore = 4, .photoSize = *size};
         block.photo = &attachment;
         out.blocks.push_back(std::move(block));
@@ -194,11 +197,13 @@ void RowMeasurer::addAttachment(MeasuredRow& out, const Attachment& attachment) 
 void RowMeasurer::addClosingLines(MeasuredRow& out, const Message& message) const {
     const auto& options = sources_.options;
     if (out.highlighted) addText(out, "⚑ Flagged as evidence", flagStyle);
-    if (const auto* note = find(options.notes, message.id)) addText(out, *note, bodyStyle, 2, "Note: ");
+    if (const auto* note = find(options.notes, message.id))
+        addText(out, *note, bodyStyle, 2, "Note: ");
     addEditHistory(out, message);
     if (message.isUnsent) addText(out, "This message was unsent.", noticeStyle);
     if (message.errorCode != 0)
-        addText(out, "Not delivered (error " + std::to_string(message.errorCode) + ")", noticeStyle);
+        addText(out, "Not delivered (error " + std::to_string(message.errorCode) + ")",
+                noticeStyle);
     if (message.effect) addText(out, *message.effect + " effect", noticeStyle);
     for (const RecoveredPart& part : message.recoveredParts) {
         std::string label = "Recovered deleted part " + std::to_string(part.index);
@@ -237,7 +242,8 @@ std::string RowMeasurer::replyLine(const std::string& targetGUID) const {
     // Replies point into the unredacted record: the excerpt must not undo the redaction.
     const auto& redact = sources_.options.redactor;
     const std::string text = redact ? redact(target->text) : target->text;
-    return "↩︎ Reply to " + senderName(*target) + ": “" + excerpt(text, replyExcerptLength) + "”";
+    return "↩︎ Reply to " + senderName(*target) + ": “" + excerpt(text, replyExcerptLength) +
+           "”";
 }
 
 }  // namespace bc::pages

@@ -45,13 +45,13 @@ struct RowSources {
 };
 
 class RowMeasurer {
-public:
+  public:
     RowMeasurer(const TextContext& context, RowSources sources, Thumbnails& thumbnails,
                 double width);
 
     MeasuredRow measure(const Row& row) const;
 
-private:
+  private:
     void addText(MeasuredRow& row, std::string_view text, const TextStyle& style,
                  double spaceBefore = 2, std::string_view boldPrefix = {}) const;
     void addMessage(MeasuredRow& out, const Row& row) const;

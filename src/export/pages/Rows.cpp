@@ -26,13 +26,14 @@ void addMessageRows(std::vector<Row>& rows, const Message& message, size_t index
     for (size_t first = 0; first < total; first += attachmentsPerPiece) {
         const size_t count = std::min(attachmentsPerPiece, total - first);
         const bool isLast = first + count == total;
-        rows.push_back({.kind = Row::Kind::message,
-                        .message = index,
-                        .firstAttachment = first,
-                        .attachmentCount = count,
-                        .isFirst = first == 0,
-                        .isFinal = isLast,
-                        .partLabel = partLabel(message.id, first + 1, first + count, total, isLast)});
+        rows.push_back(
+            {.kind = Row::Kind::message,
+             .message = index,
+             .firstAttachment = first,
+             .attachmentCount = count,
+             .isFirst = first == 0,
+             .isFinal = isLast,
+             .partLabel = partLabel(message.id, first + 1, first + count, total, isLast)});
     }
 }
 

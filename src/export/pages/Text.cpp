@@ -13,7 +13,9 @@ namespace bc::pages {
 
 namespace {
 
-double points(int pangoUnits) { return static_cast<double>(pangoUnits) / PANGO_SCALE; }
+double points(int pangoUnits) {
+    return static_cast<double>(pangoUnits) / PANGO_SCALE;
+}
 
 // Colour glyphs are rendered at this many pixels per point: 360 pixels per inch.
 constexpr double emojiPixelsPerPoint = 5;
@@ -92,7 +94,8 @@ struct ColourGlyphs::Cache {
                            double baseline) {
         PangoFont* font = standIn(run->item->analysis.font);
         hb_codepoint_t space = 0;
-        if (font == nullptr || !hb_font_get_nominal_glyph(pango_font_get_hb_font(font), ' ', &space))
+        if (font == nullptr ||
+            !hb_font_get_nominal_glyph(pango_font_get_hb_font(font), ' ', &space))
             return;
         cairo_scaled_font_t* scaled = pango_cairo_font_get_scaled_font(PANGO_CAIRO_FONT(font));
         const cairo_glyph_t glyph{space, x, baseline};
@@ -108,8 +111,8 @@ struct ColourGlyphs::Cache {
         cairo_set_font_face(cr, cairo_scaled_font_get_font_face(scaled));
         cairo_set_font_matrix(cr, &matrix);
         const cairo_text_cluster_t cluster{run->item->length, 1};
-        cairo_show_text_glyphs(cr, text + run->item->offset, run->item->length, &glyph, 1,
-                               &cluster, 1, cairo_text_cluster_flags_t(0));
+        cairo_show_text_glyphs(cr, text + run->item->offset, run->item->length, &glyph, 1, &cluster,
+                               1, cairo_text_cluster_flags_t(0));
         cairo_restore(cr);
     }
 
@@ -179,7 +182,9 @@ TextContext::TextContext() {
     pango_context_set_round_glyph_positions(context_, FALSE);
 }
 
-TextContext::~TextContext() { g_object_unref(context_); }
+TextContext::~TextContext() {
+    g_object_unref(context_);
+}
 
 TextBlock::TextBlock(PangoContext* context, std::string_view text, const TextStyle& style,
                      double width, std::string_view boldPrefix)
@@ -208,12 +213,15 @@ TextBlock::TextBlock(PangoContext* context, std::string_view text, const TextSty
     do {
         int top = 0, bottom = 0;
         pango_layout_iter_get_line_yrange(iter, &top, &bottom);
-        lines_.push_back({points(top), points(bottom), points(pango_layout_iter_get_baseline(iter))});
+        lines_.push_back(
+            {points(top), points(bottom), points(pango_layout_iter_get_baseline(iter))});
     } while (pango_layout_iter_next_line(iter));
     pango_layout_iter_free(iter);
 }
 
-TextBlock::~TextBlock() { g_object_unref(layout_); }
+TextBlock::~TextBlock() {
+    g_object_unref(layout_);
+}
 
 double TextBlock::inkWidth() const {
     PangoRectangle ink;

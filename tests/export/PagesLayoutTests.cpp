@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include "PagesTesting.h"
+#include "export/pages/Paginator.h"
+#include "export/pages/Rows.h"
+#include "export/pages/Text.h"
+
+namespace bc::pages {
+namespace {
+
+using testing::textMessage;
+
+TEST(PagesRows, FivePhotosArePrintedInThreePieces) {
+    Message five = textMessage(12, "holiday", 0);
+    for (int64_t id = 1; id <= 6; ++id) five.attachments.push_back({.id = id, .isHidden = id == 3});
+    Message two = textMessage(13, "pair", 1);
+    two.attachments = {{.id = 7}, {.id = 8}};
+
+    const auto rows = buildRows({five, two}, {});
+    ASSERT_EQ(rows.size(), 5u);  // day heading, three pieces, one plain row
+    EXPECT_EQ(rows[0].kind, Row::Kind::day);
+    const std::vector<std::string> labels{"Message #12 · attachments 1–2 of 5 · continued below",
+                                          "Message #12 · attachments 3–4 of 5 · continued below",
+                                          "Message #12 · attachments 5–5 of 5"};
+    for (size_t piece = 0; piece < 3; ++piece) {
+        const Row& row = rows[1 + piece];
+        EXPECT_EQ(row.partLabel, labels[piece]);
+        EXPECT_EQ(row.firstAttachment, piece * 2);
+        EXPECT_EQ(row.attachmentCount, piece < 2 ? 2u : 1u);
+        EXPECT_EQ(row.isFirst, piece == 0);
+        EXPECT_EQ(row.isFinal, piece == 2);
+    }
+    EXPECT_FALSE(rows[4].partLabel);
+    EXPECT_EQ(rows[4].attachmentCount, 2u);
+}
+
+TEST(PagesRows, DayHeadingsFollowTheLocalCalendarAndGapsPrecedeMessages) {
+    // 23:30 and 00:30 in New York: one UTC day, two local days.
+    const Date lateEvening = Date::fromUnix(1709699400);
+    Message first = textMessage(1, "late", 0);
+    first.date = lateEvening;
+    Message second = textMessage(2, "after midnight", 0);
+    second.date = lateEvening + 3600;
+    Message third = textMessage(3, "same day", 0);
+    third.date = lateEvening + 7200;
+    PageExporter::Options options;
+    options.omittedBefore = {{3, 3}};
+    options.omittedCallsBefore = {{3, 1}};
+    options.certificate = std::vector<std::string>{"CERTIFICATE"};
+
+    const auto rows = buildRows({first, second, third}, options);
+    std::vector<Row::Kind> kinds;
+    for (const auto& row : rows) kinds.push_back(row.kind);
+    using K = Row::Kind;
+    EXPECT_EQ(kinds, (std::vector<K>{K::day, K::message, K::day, K::message, K::gap, K::message,
+                                     K::certificate}));
+    EXPECT_EQ(rows[4].omittedMessages, 3);
+    EXPECT_EQ(rows[4].omittedCalls, 1);
+    EXPECT_EQ(gapText(3, 1), "3 messages and 1 call not included in this exhibit  · · ·");
+    EXPECT_EQ(gapText(1, 0), "1 message not included in this exhibit  · · ·");
+    EXPECT_EQ(gapText(0, 2), "2 calls not included in this exhibit  · · ·");
+}
+
+TEST(PagesPaginator, KeepsRowsWholeAndBreaksOnlyRowsTallerThanAPage) {
+    Paginator paginator(10, 110, 5);
+    paginator.add(0, {20, 20});                     // 10..50
+    paginator.add(1, {40});                         // 55..95
+    paginator.add(2, {10, 10});                     // does not fit in 15: next page, whole
+    paginator.add(3, std::vector<double>(30, 10));  // 300 tall: broken between lines
+    paginator.add(4, {5}, true);                    // starts its own page
+    const auto pages = paginator.finish();
+
+    ASSERT_GE(pages.size(), 5u);
+    EXPECT_EQ(pages[0].size(), 2u);
+    EXPECT_DOUBLE_EQ(pages[0][1].y, 55);
+    EXPECT_EQ(pages[1][0].row, 2u);
+    EXPECT_DOUBLE_EQ(pages[1][0].y, 10);
+    size_t unitsOfTallRow = 0;
+    for (const auto& page : pages)
+        for (const auto& placement : page) {
+            EXPECT_LE(placement.y + placement.height, 110 + 1e-9);
+            if (placement.row == 3) unitsOfTallRow += placement.endUnit - placement.firstUnit;
+        }
+    EXPECT_EQ(unitsOfTallRow, 30u);
+    EXPECT_EQ(pages.back().size(), 1u);
+    EXPECT_EQ(pages.back()[0].row, 4u);
+    EXPECT_DOUBLE_EQ(pages.back()[0].y, 10);
+}
+
+TEST(PagesText, LongWordsWrapAndOddCharactersAreLaidOut) {
+    TextContext context;
+    const std::string word(3000, 'W');
+    const std::string url =
+        "https://example.com/" + std::string(500, 'a') + "?q=" + std::string(500, '7');
+    for (const std::string& text :
+         {word, url,
+          std::string("zero\u200Bwidth\u200D joiners \u202Ereversed\u202C \u2066isolate\u2069"),
+          std::string("bad \xFF\xFE bytes and a \0 NUL", 24)}) {
+        const TextBlock block(context.get(), text, {}, 200);
+        EXPECT_LE(block.inkWidth(), 200.0) << text.substr(0, 40);
+        EXPECT_GE(block.lineCount(), 1u);
+    }
+    EXPECT_GT(TextBlock(context.get(), word, {}, 200).lineCount(), 20u);
+}
+
+}  // namespace
+}  // namespace bc::pages
