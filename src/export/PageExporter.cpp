@@ -55,14 +55,14 @@ size_t readablePages(const fs::path& file) {
     }
 }
 
-// Removes a partly written output unless it was handed over.
+// Removes a partly written file or folder unless it was moved into place.
 class PendingOutput {
   public:
     explicit PendingOutput(fs::path path) : path_(std::move(path)) {}
     ~PendingOutput() {
         if (!path_.empty()) {
             std::error_code ignored;
-            fs::remove(path_, ignored);
+            fs::remove_all(path_, ignored);
         }
     }
     PendingOutput(const PendingOutput&) = delete;
@@ -200,8 +200,9 @@ PageExporter::Result PageExporter::writeJPEGs(const fs::path& folder, double dpi
     pages::Document document = impl_->layout();
     const size_t total = document.pageCount();
     const Size pixels = pixelSize(impl_->paper, dpi);
+    PendingOutput output(files::temporarySibling(folder));
     std::error_code error;
-    fs::create_directories(folder, error);
+    fs::create_directories(output.path(), error);
     if (error)
         throw Error("Couldn't create the folder " + folder.filename().string() + ": " +
                     error.message());
@@ -223,9 +224,10 @@ PageExporter::Result PageExporter::writeJPEGs(const fs::path& folder, double dpi
                 throw Error("Couldn't draw page " + std::to_string(i + 1) + ": " +
                             cairoError(status));
         }
-        files::writeFileAtomically(folder / pageFileName(i, total),
+        files::writeFileAtomically(output.path() / pageFileName(i, total),
                                    image::encodeJPEG(bitmap, pageQuality));
     }
+    output.moveTo(folder);
     return Impl::resultOf(document);
 }
 

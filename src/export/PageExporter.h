@@ -79,7 +79,8 @@ class PageExporter {
 
     // Writes the file whole or not at all; the written file is read back and its pages counted.
     Result writePDF(const std::filesystem::path& file, const ProgressFn& progress = {}) const;
-    // Writes "page-" + n + ".jpg" for every page into `folder` (created when missing).
+    // Writes "page-" + n + ".jpg" for every page into `folder`, which must not exist yet or be
+    // empty; the folder appears only when every page is in it.
     Result writeJPEGs(const std::filesystem::path& folder, double dpi,
                       const ProgressFn& progress = {}) const;
 

@@ -42,9 +42,24 @@ std::string printable(std::string_view text) {
     return out;
 }
 
-bool isColourFont(PangoFont* font) {
+bool hasColourTables(PangoFont* font) {
     hb_face_t* face = hb_font_get_face(pango_font_get_hb_font(font));
     return hb_ot_color_has_png(face) || hb_ot_color_has_layers(face) || hb_ot_color_has_svg(face);
+}
+
+// Asked for every run drawn, so answered once per font. The fonts are held so that their
+// addresses stay theirs.
+bool isColourFont(PangoFont* font) {
+    struct Known {
+        std::map<PangoFont*, bool> fonts;
+        ~Known() {
+            for (auto& [held, colour] : fonts) g_object_unref(held);
+        }
+    };
+    thread_local Known known;
+    if (auto found = known.fonts.find(font); found != known.fonts.end()) return found->second;
+    g_object_ref(font);
+    return known.fonts[font] = hasColourTables(font);
 }
 
 bool hasMissingGlyph(const PangoGlyphString* glyphs) {
