@@ -254,8 +254,15 @@ TEST(PageExporterJPEG, PagesHaveThePaperPixelSizeAndNumberedNames) {
         EXPECT_EQ(bitmap.width, 1190);
         EXPECT_EQ(bitmap.height, 1684);
     }
-    EXPECT_FALSE(std::filesystem::exists(dir / "pages" /
-                                         ("page-" + std::to_string(result.pages + 1) + ".jpg")));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "pages"), {}), result.pages);
+
+    const auto many =
+        makeExporter({.messages = conversation(200)}, cancel)->writeJPEGs(dir / "many", 36);
+    ASSERT_GE(many.pages, 10);
+    EXPECT_TRUE(std::filesystem::exists(dir / "many" / "page-01.jpg"))
+        << "names sort in page order";
+    EXPECT_TRUE(
+        std::filesystem::exists(dir / "many" / ("page-" + std::to_string(many.pages) + ".jpg")));
 }
 
 // Colour pixels of a page, as a box in points.
