@@ -106,7 +106,9 @@ struct PageExporter::Impl {
     Date renderedAt;
     std::string sourceLabel;
 
-    pages::Document layout() const {
+    // Measuring a long conversation takes a while before the first page can be drawn.
+    pages::Document layout(const ProgressFn& progress) const {
+        if (progress) progress("Laying out pages…");
         return pages::Document({messages, originals, header, options, nameFor, pointSize(paper),
                                 sourceLabel, renderedAt},
                                cancel);
@@ -164,7 +166,7 @@ std::string PageExporter::batesNumber(const std::string& prefix, int64_t start, 
 
 PageExporter::Result PageExporter::writePDF(const fs::path& file,
                                             const ProgressFn& progress) const {
-    pages::Document document = impl_->layout();
+    pages::Document document = impl_->layout(progress);
     const size_t total = document.pageCount();
     const Size page = pointSize(impl_->paper);
     PendingOutput output(files::temporarySibling(file));
@@ -197,7 +199,7 @@ PageExporter::Result PageExporter::writePDF(const fs::path& file,
 
 PageExporter::Result PageExporter::writeJPEGs(const fs::path& folder, double dpi,
                                               const ProgressFn& progress) const {
-    pages::Document document = impl_->layout();
+    pages::Document document = impl_->layout(progress);
     const size_t total = document.pageCount();
     const Size pixels = pixelSize(impl_->paper, dpi);
     PendingOutput output(files::temporarySibling(folder));
