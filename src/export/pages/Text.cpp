@@ -214,15 +214,17 @@ TextBlock::TextBlock(PangoContext* context, std::string_view text, const TextSty
     const std::string prefix = printable(boldPrefix);
     const std::string whole = prefix + printable(text);
     pango_layout_set_text(layout_, whole.data(), static_cast<int>(whole.size()));
+    PangoAttrList* attributes = pango_attr_list_new();
+    // A word broken at the line end must not gain a hyphen the record does not contain.
+    pango_attr_list_insert(attributes, pango_attr_insert_hyphens_new(FALSE));
     if (!prefix.empty()) {
-        PangoAttrList* attributes = pango_attr_list_new();
         PangoAttribute* bold = pango_attr_weight_new(PANGO_WEIGHT_BOLD);
         bold->start_index = 0;
         bold->end_index = static_cast<unsigned>(prefix.size());
         pango_attr_list_insert(attributes, bold);
-        pango_layout_set_attributes(layout_, attributes);
-        pango_attr_list_unref(attributes);
     }
+    pango_layout_set_attributes(layout_, attributes);
+    pango_attr_list_unref(attributes);
 
     PangoLayoutIter* iter = pango_layout_get_iter(layout_);
     do {
