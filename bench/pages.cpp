@@ -65,8 +65,14 @@ void jpegPagesAt144Dpi(benchmark::State& state) {
     bc::CancelFlag cancel;
     const auto pages = exporter(400, cancel);
     const auto folder = fs::temp_directory_path() / "bc-bench-pages";
+    fs::remove_all(folder);
     int64_t drawn = 0;
-    for (auto _ : state) drawn += pages->writeJPEGs(folder, 144).pages;
+    for (auto _ : state) {
+        drawn += pages->writeJPEGs(folder, 144).pages;
+        state.PauseTiming();
+        fs::remove_all(folder);
+        state.ResumeTiming();
+    }
     state.counters["pages_per_second"] =
         benchmark::Counter(static_cast<double>(drawn), benchmark::Counter::kIsRate);
     fs::remove_all(folder);
