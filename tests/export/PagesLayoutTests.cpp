@@ -103,5 +103,31 @@ TEST(PagesText, LongWordsWrapAndOddCharactersAreLaidOut) {
     EXPECT_GT(TextBlock(context.get(), word, {}, 200).lineCount(), 20u);
 }
 
+TEST(PagesText, LongTextsAreCutIntoPiecesPangoCanMeasure) {
+    const auto cut = [](std::string_view text) { return layoutChunks(text, 10); };
+    EXPECT_EQ(cut("short"), (std::vector<std::string_view>{"short"}));
+    // A line end is the cut and disappears; else the cut follows a blank.
+    EXPECT_EQ(cut("abcdef\nghijklmn"), (std::vector<std::string_view>{"abcdef", "ghijklmn"}));
+    EXPECT_EQ(cut("abc defghijklmn"), (std::vector<std::string_view>{"abc ", "defghijklm", "n"}));
+    // No blank: between characters, never inside one (é is two bytes) nor before its accent.
+    const std::string accents = "aaaaaaaaa\u00E9bbbbbbbbbbbbb";
+    EXPECT_EQ(cut(accents)[0], "aaaaaaaaa");
+    const std::string combining = "aaaaaaaae\u0301bbbbbbbbbbbbb";
+    EXPECT_EQ(cut(combining)[0], "aaaaaaaa");
+
+    std::string big;
+    for (int i = 0; i < 100'000; ++i) big += i % 50 == 0 ? "\u00E9\n" : "word ";
+    size_t total = 0, newlines = 0;
+    const auto chunks = layoutChunks(big, 16'000);
+    for (const auto chunk : chunks) {
+        EXPECT_LE(chunk.size(), 16'000u);
+        total += chunk.size();
+    }
+    for (const char c : big) newlines += c == '\n';
+    EXPECT_GT(chunks.size(), 25u);
+    EXPECT_EQ(total + chunks.size() - 1, big.size()) << "only the line ends cut at are dropped";
+    EXPECT_GT(newlines, chunks.size());
+}
+
 }  // namespace
 }  // namespace bc::pages

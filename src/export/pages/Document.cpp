@@ -118,13 +118,19 @@ void Document::drawFooter(const Canvas& canvas, size_t page) const {
     }
 }
 
+const MeasuredRow& Document::measured(size_t row) {
+    if (!lastMeasured_ || lastMeasured_->first != row)
+        lastMeasured_.emplace(row, measurer_.measure(rows_[row]));
+    return lastMeasured_->second;
+}
+
 void Document::drawPage(const Canvas& canvas, size_t page) {
     cairo_t* cr = canvas.cr;
     cairo_set_source_rgb(cr, 1, 1, 1);
     cairo_paint(cr);
     drawHeader(canvas);
     for (const Placement& placement : pages_.at(page)) {
-        const MeasuredRow row = measurer_.measure(rows_[placement.row]);
+        const MeasuredRow& row = measured(placement.row);
         if (row.highlighted) {
             cairo_set_source_rgb(cr, flagBar.red, flagBar.green, flagBar.blue);
             cairo_rectangle(cr, M::margin, placement.y, 2.5, placement.height);

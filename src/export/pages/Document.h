@@ -44,6 +44,7 @@ class Document {
     void drawFooter(const Canvas& canvas, size_t page) const;
     std::string footerText(size_t page, size_t pageCount) const;
     std::unique_ptr<TextBlock> footerBlock(const std::string& text) const;
+    const MeasuredRow& measured(size_t row);
 
     DocumentContent content_;
     TextContext text_;
@@ -54,6 +55,8 @@ class Document {
     double headerHeight_ = 0;
     double footerHeight_ = 0;
     std::vector<Page> pages_;
+    // A row that runs over several pages is measured once for all of them.
+    std::optional<std::pair<size_t, MeasuredRow>> lastMeasured_;
 };
 
 }  // namespace bc::pages

@@ -121,10 +121,14 @@ RowMeasurer::RowMeasurer(const TextContext& context, RowSources sources, Thumbna
 void RowMeasurer::addText(MeasuredRow& row, std::string_view text, const TextStyle& style,
                           double spaceBefore, std::string_view boldPrefix) const {
     const double indent = style.alignment == PANGO_ALIGN_CENTER ? 0 : bodyIndent;
-    Block block{.indent = indent, .spaceBefore = spaceBefore};
-    block.text =
-        std::make_unique<TextBlock>(context_.get(), text, style, width_ - indent, boldPrefix);
-    row.blocks.push_back(std::move(block));
+    for (const std::string_view chunk : layoutChunks(text)) {
+        Block block{.indent = indent, .spaceBefore = spaceBefore};
+        block.text =
+            std::make_unique<TextBlock>(context_.get(), chunk, style, width_ - indent, boldPrefix);
+        row.blocks.push_back(std::move(block));
+        spaceBefore = 0;
+        boldPrefix = {};
+    }
 }
 
 MeasuredRow RowMeasurer::measure(const Row& row) const {

@@ -42,6 +42,19 @@ std::string printable(std::string_view text) {
     return out;
 }
 
+// Word wrapping searches a whole unbroken run for a word break on every line it fills, which
+// grows with the square of the run's length; past this many bytes the text wraps at characters.
+constexpr size_t longestWordWrappedRun = 2000;
+
+bool hasLongUnbrokenRun(std::string_view text) {
+    size_t run = 0;
+    for (const char c : text) {
+        run = (c == ' ' || c == '\n' || c == '\t') ? 0 : run + 1;
+        if (run > longestWordWrappedRun) return true;
+    }
+    return false;
+}
+
 bool hasColourTables(PangoFont* font) {
     hb_face_t* face = hb_font_get_face(pango_font_get_hb_font(font));
     return hb_ot_color_has_png(face) || hb_ot_color_has_layers(face) || hb_ot_color_has_svg(face);
@@ -185,6 +198,48 @@ void ColourGlyphs::draw(cairo_t* cr, const char* text, PangoGlyphItem* run, doub
     }
 }
 
+namespace {
+
+bool continuesCharacter(std::string_view text, size_t at) {
+    if ((static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) return true;
+    const gunichar c =
+        g_utf8_get_char_validated(text.data() + at, static_cast<gssize>(text.size() - at));
+    if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return false;
+    switch (g_unichar_break_type(c)) {
+        case G_UNICODE_BREAK_COMBINING_MARK:
+        case G_UNICODE_BREAK_ZERO_WIDTH_JOINER:
+        case G_UNICODE_BREAK_EMOJI_MODIFIER:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Where the next chunk starts, and where this one ends (a cut line end is dropped).
+std::pair<size_t, size_t> cutWithin(std::string_view text, size_t limit) {
+    const std::string_view window = text.substr(0, limit);
+    if (const size_t newline = window.rfind('\n'); newline != std::string_view::npos && newline > 0)
+        return {newline, newline + 1};
+    if (const size_t blank = window.rfind(' '); blank != std::string_view::npos && blank > 0)
+        return {blank + 1, blank + 1};
+    size_t cut = limit;
+    while (cut > 1 && continuesCharacter(text, cut)) --cut;
+    return {cut, cut};
+}
+
+}  // namespace
+
+std::vector<std::string_view> layoutChunks(std::string_view text, size_t maxBytes) {
+    std::vector<std::string_view> chunks;
+    while (text.size() > maxBytes) {
+        const auto [end, next] = cutWithin(text, maxBytes);
+        chunks.push_back(text.substr(0, end));
+        text.remove_prefix(next);
+    }
+    chunks.push_back(text);
+    return chunks;
+}
+
 TextContext::TextContext() {
     context_ = pango_font_map_create_context(pango_cairo_font_map_get_default());
     cairo_font_options_t* options = cairo_font_options_create();
@@ -208,7 +263,8 @@ TextBlock::TextBlock(PangoContext* context, std::string_view text, const TextSty
     pango_layout_set_font_description(layout_, font);
     pango_font_description_free(font);
     pango_layout_set_width(layout_, static_cast<int>(width * PANGO_SCALE));
-    pango_layout_set_wrap(layout_, PANGO_WRAP_WORD_CHAR);
+    pango_layout_set_wrap(layout_,
+                          hasLongUnbrokenRun(text) ? PANGO_WRAP_CHAR : PANGO_WRAP_WORD_CHAR);
     pango_layout_set_alignment(layout_, style.alignment);
 
     const std::string prefix = printable(boldPrefix);

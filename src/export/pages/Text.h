@@ -74,6 +74,11 @@ class TextBlock {
     std::vector<Line> lines_;
 };
 
+// Pango measures a paragraph in 32-bit units and gives up on one that is too long to fit them.
+// Long texts are laid out in pieces of at most `maxBytes`, cut at a line end, else after a
+// blank, else between characters (never inside a character or before a combining one).
+std::vector<std::string_view> layoutChunks(std::string_view text, size_t maxBytes = 16'000);
+
 // A PangoContext with fixed, hinting-free font options, shared by measuring and drawing.
 class TextContext {
   public:
