@@ -57,7 +57,7 @@ size_t readablePages(const fs::path& file) {
 
 // Removes a partly written file or folder unless it was moved into place.
 class PendingOutput {
-  public:
+public:
     explicit PendingOutput(fs::path path) : path_(std::move(path)) {}
     ~PendingOutput() {
         if (!path_.empty()) {
@@ -77,7 +77,7 @@ class PendingOutput {
         path_.clear();
     }
 
-  private:
+private:
     fs::path path_;
 };
 

@@ -21,7 +21,7 @@ namespace bc {
 // Fixed-size printed pages of a conversation: one PDF file, or one JPG per page.
 // Layout runs once to learn the page count, then every page is drawn with the total in its footer.
 class PageExporter {
-  public:
+public:
     enum class Paper { letter, a4 };
     struct Size {
         double width = 0;
@@ -88,7 +88,7 @@ class PageExporter {
     static std::string batesNumber(const std::string& prefix, int64_t start, int digits,
                                    int pageIndex);
 
-  private:
+private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,20 +23,6 @@ enum class Style { none, short_, abbreviated, long_, full };
 std::string formatStyled(Date date, Style dateStyle, Style timeStyle);
 // A pattern such as "LLLL yyyy" in the given locale (default: the current one), current time zone.
 std::string formatPattern(Date date, std::string_view pattern, std::string_view locale = {});
-
-// formatPattern for many dates: the formatter is built once (time zone fixed at construction).
-class PatternFormatter {
-public:
-    explicit PatternFormatter(std::string_view pattern, std::string_view locale = {});
-    ~PatternFormatter();
-    PatternFormatter(const PatternFormatter&) = delete;
-    PatternFormatter& operator=(const PatternFormatter&) = delete;
-    std::string format(Date date) const;
-
-private:
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
-};
 
 // The current locale's first day of the week: 1 = Sunday … 7 = Saturday.
 int firstWeekday();

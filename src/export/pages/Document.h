@@ -30,7 +30,7 @@ struct DocumentContent {
 // goes) so that the page count is known; drawPage measures the rows of one page again, which
 // keeps memory flat however long the conversation.
 class Document {
-  public:
+public:
     Document(DocumentContent content, const CancelFlag& cancel);
 
     size_t pageCount() const { return pages_.size(); }
@@ -39,7 +39,7 @@ class Document {
     // Draws onto a canvas measured in points, white background included.
     void drawPage(const Canvas& canvas, size_t page);
 
-  private:
+private:
     void drawHeader(const Canvas& canvas) const;
     void drawFooter(const Canvas& canvas, size_t page) const;
     std::string footerText(size_t page, size_t pageCount) const;

@@ -20,13 +20,13 @@ using Page = std::vector<Placement>;
 // the next page whole when it does not fit in what is left, and only a row taller than a page
 // is broken between units.
 class Paginator {
-  public:
+public:
     Paginator(double top, double bottom, double rowSpacing);
 
     void add(size_t row, const std::vector<double>& unitHeights, bool startsPage = false);
     std::vector<Page> finish();
 
-  private:
+private:
     void newPage();
     void place(size_t row, size_t first, size_t end, double height);
 

@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "support/DateFormat.h"
+
 namespace bc::pages {
 
 namespace {
@@ -67,8 +69,8 @@ std::string joined(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-dates::PatternFormatter exactTimeFormatter() {
-    return dates::PatternFormatter("yyyy-MM-dd HH:mm:ss zzz", "en_US_POSIX");
+PatternFormatter exactTimeFormatter() {
+    return PatternFormatter("yyyy-MM-dd HH:mm:ss zzz", "en_US_POSIX");
 }
 
 std::vector<double> MeasuredRow::unitHeights() const {

@@ -9,7 +9,7 @@
 #include "export/pages/Rows.h"
 #include "export/pages/Text.h"
 #include "export/pages/Thumbnails.h"
-#include "support/DateFormat.h"
+#include "support/Calendar.h"
 
 namespace bc::pages {
 
@@ -45,13 +45,13 @@ struct RowSources {
 };
 
 class RowMeasurer {
-  public:
+public:
     RowMeasurer(const TextContext& context, RowSources sources, Thumbnails& thumbnails,
                 double width);
 
     MeasuredRow measure(const Row& row) const;
 
-  private:
+private:
     void addText(MeasuredRow& row, std::string_view text, const TextStyle& style,
                  double spaceBefore = 2, std::string_view boldPrefix = {}) const;
     void addMessage(MeasuredRow& out, const Row& row) const;
@@ -65,10 +65,10 @@ class RowMeasurer {
     RowSources sources_;
     Thumbnails& thumbnails_;
     double width_;
-    dates::PatternFormatter timeFormat_;
+    PatternFormatter timeFormat_;
 };
 
 // "yyyy-MM-dd HH:mm:ss zzz" in en_US_POSIX, the current time zone: how every time is printed.
-dates::PatternFormatter exactTimeFormatter();
+PatternFormatter exactTimeFormatter();
 
 }  // namespace bc::pages

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "support/DateFormat.h"
+#include "support/Calendar.h"
 
 namespace bc::pages {
 
@@ -61,7 +61,7 @@ std::vector<Row> buildRows(const std::vector<Message>& messages,
                            const PageExporter::Options& options) {
     std::vector<Row> rows;
     rows.reserve(messages.size() * 2 + 1);
-    const dates::PatternFormatter dayFormat("yyyy-MM-dd", "en_US_POSIX");
+    const PatternFormatter dayFormat("yyyy-MM-dd", "en_US_POSIX");
     std::string lastDay;
     for (size_t i = 0; i < messages.size(); ++i) {
         const Message& message = messages[i];

@@ -26,14 +26,14 @@ struct TextStyle {
 // at 72 pixels per inch; painting one cached image per glyph keeps them crisp in print and lets
 // the PDF hold each distinct glyph once.
 class ColourGlyphs {
-  public:
+public:
     ColourGlyphs();
     ~ColourGlyphs();
     ColourGlyphs(const ColourGlyphs&) = delete;
     ColourGlyphs& operator=(const ColourGlyphs&) = delete;
     void draw(cairo_t* cr, const char* text, PangoGlyphItem* run, double x, double baseline);
 
-  private:
+private:
     struct Cache;
     std::unique_ptr<Cache> cache_;
 };
@@ -49,7 +49,7 @@ struct Canvas {
 // across pages. Every target shares the same metrics (no hinting), so the page count of a PDF
 // and of page images agree.
 class TextBlock {
-  public:
+public:
     TextBlock(PangoContext* context, std::string_view text, const TextStyle& style, double width,
               std::string_view boldPrefix = {});
     ~TextBlock();
@@ -65,7 +65,7 @@ class TextBlock {
     // Draws lines [first, end) with line `first`'s top at `top`.
     void drawLines(const Canvas& canvas, double x, double top, size_t first, size_t end) const;
 
-  private:
+private:
     struct Line {
         double top = 0, bottom = 0, baseline = 0;
     };
@@ -81,14 +81,14 @@ std::vector<std::string_view> layoutChunks(std::string_view text, size_t maxByte
 
 // A PangoContext with fixed, hinting-free font options, shared by measuring and drawing.
 class TextContext {
-  public:
+public:
     TextContext();
     ~TextContext();
     TextContext(const TextContext&) = delete;
     TextContext& operator=(const TextContext&) = delete;
     PangoContext* get() const { return context_; }
 
-  private:
+private:
     PangoContext* context_ = nullptr;
 };
 

@@ -12,7 +12,7 @@ namespace bc::pages {
 // Photo previews. Layout only needs their sizes, so pixels are decoded again when a page is
 // drawn rather than held for the whole document.
 class Thumbnails {
-  public:
+public:
     struct Size {
         double width = 0, height = 0;  // points
     };
@@ -24,7 +24,7 @@ class Thumbnails {
     void paint(const Canvas& canvas, const Attachment& attachment, double x, double y,
                const Size& size);
 
-  private:
+private:
     std::unordered_map<int64_t, std::optional<Size>> sizes_;
 };
 
