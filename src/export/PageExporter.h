@@ -59,7 +59,8 @@ public:
         std::map<int64_t, std::string> chatLabels;
         // Keyed by attachment row id.
         std::map<int64_t, std::string> machineText;
-        std::optional<std::vector<std::string>> certificate;
+        // The embedded certificate's text; when set it is printed on a page of its own at the end.
+        std::optional<std::string> certificate;
     };
 
     struct Result {

@@ -387,8 +387,7 @@ TEST(PageExporterCertificate, IsAppendedOnItsOwnPage) {
     CancelFlag cancel;
     PageExporter::Options options;
     options.certificate =
-        std::vector<std::string>{"BRINDLECOURT EXPORT CERTIFICATE",
-                                 "===========================", "", "Record ID:        ABC"};
+        "BRINDLECOURT EXPORT CERTIFICATE\n===========================\n\nRecord ID:        ABC\n";
     const auto result = makeExporter({.messages = conversation(3), .options = options}, cancel)
                             ->writePDF(dir / "out.pdf");
     ASSERT_EQ(result.pages, 2);

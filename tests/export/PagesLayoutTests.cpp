@@ -46,7 +46,7 @@ TEST(PagesRows, DayHeadingsFollowTheLocalCalendarAndGapsPrecedeMessages) {
     PageExporter::Options options;
     options.omittedBefore = {{3, 3}};
     options.omittedCallsBefore = {{3, 1}};
-    options.certificate = std::vector<std::string>{"CERTIFICATE"};
+    options.certificate = "CERTIFICATE\n";
 
     const auto rows = buildRows({first, second, third}, options);
     std::vector<Row::Kind> kinds;

@@ -60,11 +60,9 @@ std::vector<const Attachment*> visibleAttachments(const Message& message) {
     return visible;
 }
 
-std::string joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const auto& line : lines) text += line + "\n";
-    if (!text.empty()) text.pop_back();
-    return text;
+// Without the final line end, which would print as an empty line.
+std::string_view withoutFinalLineEnd(std::string_view text) {
+    return text.ends_with('\n') ? text.substr(0, text.size() - 1) : text;
 }
 
 }  // namespace
@@ -145,7 +143,7 @@ MeasuredRow RowMeasurer::measure(const Row& row) const {
             break;
         case Row::Kind::certificate:
             out.startsPage = true;
-            addText(out, joined(*sources_.options.certificate), certificateStyle, 0);
+            addText(out, withoutFinalLineEnd(*sources_.options.certificate), certificateStyle, 0);
             break;
         case Row::Kind::message:
             addMessage(out, row);
