@@ -81,6 +81,33 @@ bool hasMissingGlyph(const PangoGlyphString* glyphs) {
     return false;
 }
 
+bool continuesCharacter(std::string_view text, size_t at) {
+    if ((static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) return true;
+    const gunichar c =
+        g_utf8_get_char_validated(text.data() + at, static_cast<gssize>(text.size() - at));
+    if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return false;
+    switch (g_unichar_break_type(c)) {
+        case G_UNICODE_BREAK_COMBINING_MARK:
+        case G_UNICODE_BREAK_ZERO_WIDTH_JOINER:
+        case G_UNICODE_BREAK_EMOJI_MODIFIER:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Where this chunk ends and where the next begins (a line end cut at is dropped).
+std::pair<size_t, size_t> cutWithin(std::string_view text, size_t limit) {
+    const std::string_view window = text.substr(0, limit);
+    if (const size_t newline = window.rfind('\n'); newline != std::string_view::npos && newline > 0)
+        return {newline, newline + 1};
+    if (const size_t blank = window.rfind(' '); blank != std::string_view::npos && blank > 0)
+        return {blank + 1, blank + 1};
+    size_t cut = limit;
+    while (cut > 1 && continuesCharacter(text, cut)) --cut;
+    return {cut, cut};
+}
+
 }  // namespace
 
 // One glyph's image and where its ink starts relative to the glyph origin, in points.
@@ -197,37 +224,6 @@ void ColourGlyphs::draw(cairo_t* cr, const char* text, PangoGlyphItem* run, doub
         advance += points(info.geometry.width);
     }
 }
-
-namespace {
-
-bool continuesCharacter(std::string_view text, size_t at) {
-    if ((static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) return true;
-    const gunichar c =
-        g_utf8_get_char_validated(text.data() + at, static_cast<gssize>(text.size() - at));
-    if (c == static_cast<gunichar>(-1) || c == static_cast<gunichar>(-2)) return false;
-    switch (g_unichar_break_type(c)) {
-        case G_UNICODE_BREAK_COMBINING_MARK:
-        case G_UNICODE_BREAK_ZERO_WIDTH_JOINER:
-        case G_UNICODE_BREAK_EMOJI_MODIFIER:
-            return true;
-        default:
-            return false;
-    }
-}
-
-// Where the next chunk starts, and where this one ends (a cut line end is dropped).
-std::pair<size_t, size_t> cutWithin(std::string_view text, size_t limit) {
-    const std::string_view window = text.substr(0, limit);
-    if (const size_t newline = window.rfind('\n'); newline != std::string_view::npos && newline > 0)
-        return {newline, newline + 1};
-    if (const size_t blank = window.rfind(' '); blank != std::string_view::npos && blank > 0)
-        return {blank + 1, blank + 1};
-    size_t cut = limit;
-    while (cut > 1 && continuesCharacter(text, cut)) --cut;
-    return {cut, cut};
-}
-
-}  // namespace
 
 std::vector<std::string_view> layoutChunks(std::string_view text, size_t maxBytes) {
     std::vector<std::string_view> chunks;
