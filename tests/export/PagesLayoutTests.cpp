@@ -87,22 +87,6 @@ TEST(PagesPaginator, KeepsRowsWholeAndBreaksOnlyRowsTallerThanAPage) {
     EXPECT_DOUBLE_EQ(pages.back()[0].y, 10);
 }
 
-TEST(PagesText, LongWordsWrapAndOddCharactersAreLaidOut) {
-    TextContext context;
-    const std::string word(3000, 'W');
-    const std::string url =
-        "https://example.com/" + std::string(500, 'a') + "?q=" + std::string(500, '7');
-    for (const std::string& text :
-         {word, url,
-          std::string("zero\u200Bwidth\u200D joiners \u202Ereversed\u202C \u2066isolate\u2069"),
-          std::string("bad \xFF\xFE bytes and a \0 NUL", 24)}) {
-        const TextBlock block(context.get(), text, {}, 200);
-        EXPECT_LE(block.inkWidth(), 200.0) << text.substr(0, 40);
-        EXPECT_GE(block.lineCount(), 1u);
-    }
-    EXPECT_GT(TextBlock(context.get(), word, {}, 200).lineCount(), 20u);
-}
-
 TEST(PagesText, LongTextsAreCutIntoPiecesPangoCanMeasure) {
     const auto cut = [](std::string_view text) { return layoutChunks(text, 10); };
     EXPECT_EQ(cut("short"), (std::vector<std::string_view>{"short"}));

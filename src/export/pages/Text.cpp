@@ -292,12 +292,6 @@ TextBlock::~TextBlock() {
     g_object_unref(layout_);
 }
 
-double TextBlock::inkWidth() const {
-    PangoRectangle ink;
-    pango_layout_get_extents(layout_, &ink, nullptr);
-    return points(ink.x + ink.width);
-}
-
 void TextBlock::drawLines(const Canvas& canvas, double x, double top, size_t first,
                           size_t end) const {
     cairo_t* cr = canvas.cr;

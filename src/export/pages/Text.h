@@ -59,8 +59,6 @@ public:
     size_t lineCount() const { return lines_.size(); }
     double lineHeight(size_t line) const { return lines_[line].bottom - lines_[line].top; }
     double height() const { return lines_.empty() ? 0 : lines_.back().bottom; }
-    // Widest ink extent of any line, in points; for checks that nothing runs off the page.
-    double inkWidth() const;
 
     // Draws lines [first, end) with line `first`'s top at `top`.
     void drawLines(const Canvas& canvas, double x, double top, size_t first, size_t end) const;
