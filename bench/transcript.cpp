@@ -73,7 +73,7 @@ constexpr const char* words[] = {
 };
 
 class Generator {
-  public:
+public:
     explicit Generator(const fs::path& file) : db_(file, bc::sqlite::OpenMode::readWriteCreate) {}
 
     void run() {
@@ -156,7 +156,7 @@ class Generator {
         db_.execute("COMMIT; ANALYZE;");
     }
 
-  private:
+private:
     void writeChats() {
         auto handle =
             db_.prepare("INSERT INTO handle (ROWID, id, service) VALUES (?, ?, 'iMessage')");

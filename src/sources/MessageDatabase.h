@@ -26,7 +26,7 @@ class Connection;
 // query when a statement fails. Optional tables and columns of older databases are probed once
 // and left out of the statements.
 class MessageDatabase : public MessageSource {
-  public:
+public:
     // (expanded stored path, attachment row id) -> the path to read; a snapshot points into its
     // copy.
     using PathMapper = std::function<std::string(const std::string& path, int64_t attachmentID)>;
@@ -70,7 +70,7 @@ class MessageDatabase : public MessageSource {
         return body();
     }
 
-  private:
+private:
     void probeAccess();
     std::string idsPrefix(const std::string& idList);
     std::string optionalColumn(const std::string& table, const std::string& alias,

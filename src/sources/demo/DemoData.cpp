@@ -104,7 +104,7 @@ std::string guid(size_t oneBasedIndex) {
 }
 
 class Writer {
-  public:
+public:
     Writer(const fs::path& file, const fs::path& attachments, Date now)
         : db_(file, sqlite::OpenMode::readWriteCreate), attachments_(attachments), now_(now) {}
 
@@ -121,7 +121,7 @@ class Writer {
         db_.execute("COMMIT;");
     }
 
-  private:
+private:
     int64_t nanos(double minutesAgo) const {
         return static_cast<int64_t>(std::llround((now_.seconds - minutesAgo * 60) * 1e9));
     }

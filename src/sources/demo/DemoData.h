@@ -13,7 +13,7 @@ namespace bc {
 // Generated sample data of demo mode: a Messages database and a call history holding every kind
 // of record the readers handle, all fictional, with dates relative to now.
 class DemoData {
-  public:
+public:
     struct SampleCall {
         double minutesFromNow = 0;  // negative for the past
         std::string address;
