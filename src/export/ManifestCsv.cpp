@@ -2,11 +2,11 @@
 
 #include <openssl/evp.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 
+#include "sources/MessageDecoding.h"
 #include "support/DateFormat.h"
 #include "support/Errors.h"
 
@@ -68,6 +68,12 @@ std::string attachmentMachineText(const Message& m, const MachineText& machineTe
         if (found == machineText.end()) return std::nullopt;
         return "[attachment " + std::to_string(a.id) + ", machine-generated] " + found->second;
     });
+}
+
+// The reader's name for the reaction type; "type " + the number for one it does not know.
+std::string reactionName(int64_t kind) {
+    if (const auto name = messages::tapbackName(kind % 1000)) return std::string(*name);
+    return "type " + std::to_string(kind);
 }
 
 std::string deletedAt(const Message& m) {
@@ -194,14 +200,6 @@ Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nam
     return rows;
 }
 
-std::string tapbackName(int64_t kind) {
-    static constexpr std::array<const char*, 8> names{
-        "Loved",      "Liked",      "Disliked",           "Laughed at",
-        "Emphasized", "Questioned", "Reacted with emoji", "Reacted with sticker"};
-    if (kind >= 0 && kind < static_cast<int64_t>(names.size())) return names[kind];
-    return "type " + std::to_string(kind);
-}
-
 Rows reactionRows(const std::vector<ReactionEvent>& events,
                   const std::unordered_map<std::string, const Message*>& byGUID,
                   const NameFor& nameFor) {
@@ -212,7 +210,7 @@ Rows reactionRows(const std::vector<ReactionEvent>& events,
         const auto target = byGUID.find(e.targetGUID);
         rows.push_back({std::to_string(e.rowID), date(e.date), nameFor(e.isFromMe, e.sender),
                         e.sender, flag(e.isFromMe), e.isRemoval ? "removed" : "added",
-                        tapbackName(e.kind), e.emoji,
+                        reactionName(e.kind), e.emoji,
                         target == byGUID.end() ? "(target not in conversation)"
                                                : std::to_string(target->second->id),
                         e.targetGUID});

@@ -59,7 +59,4 @@ Rows callRows(Rows calls);
 
 const Row& attachmentsHeader();
 
-// The name Messages gives a tapback kind; "type " + number for an unknown kind.
-std::string tapbackName(int64_t kind);
-
 }  // namespace bc::manifest

@@ -94,20 +94,20 @@ TEST(ManifestCsvReactions, namesKindsAndMarksTargetsOutsideTheExport) {
                                              .date = at(),
                                              .sender = "+15551234567",
                                              .targetGUID = "G8",
-                                             .kind = 3,
+                                             .kind = 2003,
                                              .emoji = "😂"},
                                             {.rowID = 21,
                                              .date = at(),
                                              .isFromMe = true,
                                              .targetGUID = "elsewhere",
                                              .isRemoval = true,
-                                             .kind = 42}};
+                                             .kind = 3042}};
     const auto rows = manifest::reactionRows(events, byGUID, testing::nameFor);
     ASSERT_EQ(rows.size(), 3u);
     EXPECT_EQ(rows[1], (manifest::Row{"20", "2024-03-01T17:05:09.000Z", "Ann", "+15551234567", "0",
                                       "added", "Laughed at", "😂", "8", "G8"}));
     EXPECT_EQ(rows[2][5], "removed");
-    EXPECT_EQ(rows[2][6], "type 42");
+    EXPECT_EQ(rows[2][6], "type 3042");
     EXPECT_EQ(rows[2][8], "(target not in conversation)");
 }
 
