@@ -259,11 +259,11 @@ TEST(HTMLExporterArchive, notesEditsMetaAndReactions) {
     m.reactions = {{.emoji = "❤️", .sender = "+15551234567"},
                    {.emoji = "❤️", .isFromMe = true},
                    {.emoji = "👍", .isFromMe = true}};
-    Message edited = message(2, at(5), "x");
+    Message edited = message(2, at(5), "\xEF\xBF\xBCx\xEF\xBF\xBC");
     edited.isEdited = true;
     const std::string page = a.page(a.run({.messages = {m, edited}}));
     for (const char* expected :
-         {"<div class=\"text\">(unreadable)</div>",
+         {"<div class=\"text\">(unreadable)</div>", "<div class=\"text\">x</div>",
           "This message was unsent. Messages does not keep the original content.",
           "Recovered deleted part 1: gone &lt;b&gt;",
           "<summary>Edited · 3 "
