@@ -1,5 +1,6 @@
 #include "sources/ContactCard.h"
 
+#include "support/Image.h"
 #include "support/Text.h"
 
 namespace bc {
@@ -13,24 +14,7 @@ std::string composeName(std::string_view given, std::string_view family,
 }
 
 bool looksLikeImage(std::string_view bytes) {
-    const auto startsWith = [&](std::string_view prefix) {
-        return bytes.substr(0, prefix.size()) == prefix;
-    };
-    if (startsWith("\xFF\xD8\xFF") || startsWith("\x89PNG\r\n\x1A\n") || startsWith("GIF87a") ||
-        startsWith("GIF89a") || startsWith(std::string_view("II*\0", 4)) ||
-        startsWith(std::string_view("MM\0*", 4))) {
-        return true;
-    }
-    if (startsWith("BM") && bytes.size() > 26) return true;
-    if (startsWith("RIFF") && bytes.substr(8, 4) == "WEBP") return true;
-    // HEIF and AVIF open with an "ftyp" box whose brand names an image (a video has other brands).
-    if (bytes.size() < 12 || bytes.substr(4, 4) != "ftyp") return false;
-    const std::string_view brand = bytes.substr(8, 4);
-    for (const std::string_view image :
-         {"heic", "heix", "heim", "heis", "mif1", "msf1", "avif", "avis"}) {
-        if (brand == image) return true;
-    }
-    return false;
+    return image::sniff(bytes.substr(0, 64)) != image::Format::unknown;
 }
 
 }  // namespace bc

@@ -22,7 +22,7 @@ struct ContactCard {
 std::string composeName(std::string_view given, std::string_view family,
                         std::string_view organization, std::string_view nickname);
 
-// True for the image formats a thumbnail comes in (JPEG, PNG, GIF, HEIF/AVIF, TIFF, WebP, BMP).
+// True for photos the program can draw (JPEG, PNG, HEIC); anything else is dropped, not passed on.
 bool looksLikeImage(std::string_view bytes);
 
 }  // namespace bc
