@@ -21,10 +21,10 @@ struct Property {
         params;  // keys upper case; a bare 2.1 parameter is a TYPE
     std::string value;
 
-    bool hasParam(const std::string& key, std::string_view value) const {
+    bool hasParam(const std::string& key, std::string_view lowerCased) const {
         const auto [first, last] = params.equal_range(key);
         return std::any_of(first, last, [&](const auto& entry) {
-            return text::toLowerAscii(entry.second) == value;
+            return text::toLowerAscii(entry.second) == lowerCased;
         });
     }
     std::string param(const std::string& key) const {
