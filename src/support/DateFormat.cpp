@@ -3,7 +3,6 @@
 #include <unicode/calendar.h>
 #include <unicode/datefmt.h>
 #include <unicode/locid.h>
-#include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
 #include <cmath>
@@ -11,6 +10,7 @@
 #include <ctime>
 #include <memory>
 
+#include "support/Calendar.h"
 #include "support/Errors.h"
 
 namespace bc::dates {
@@ -144,19 +144,7 @@ std::string formatStyled(Date date, Style dateStyle, Style timeStyle) {
 }
 
 std::string formatPattern(Date date, std::string_view pattern, std::string_view locale) {
-    UErrorCode status = U_ZERO_ERROR;
-    const icu::Locale loc =
-        locale.empty() ? icu::Locale::getDefault() : icu::Locale(std::string(locale).c_str());
-    icu::SimpleDateFormat formatter(
-        icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(),
-                                                      static_cast<int32_t>(pattern.size()))),
-        loc, status);
-    if (U_FAILURE(status))
-        throw Error("Couldn't format a date with the pattern " + std::string(pattern) + ": " +
-                    u_errorName(status));
-    icu::UnicodeString out;
-    formatter.format(toUDate(date), out);
-    return toUtf8(out);
+    return PatternFormatter(pattern, locale).format(date);
 }
 
 int firstWeekday() {

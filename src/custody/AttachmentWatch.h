@@ -1,0 +1,80 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "support/Date.h"
+#include "support/Files.h"
+#include "support/Json.h"
+
+namespace bc {
+
+// Remembers which attachments of the Messages database had their files on disk at the last check,
+// so that files the system evicts since then can be reported before more is lost.
+class AttachmentWatch {
+  public:
+    struct Record {
+        Date checkedAt;
+        std::vector<int64_t> present;  // ascending attachment row ids
+        bool operator==(const Record&) const = default;
+    };
+
+    struct Report {
+        std::vector<int64_t> newlyMissing;  // ascending
+        std::optional<Date> previousCheck;
+        int64_t missingNow = 0;
+        int64_t total = 0;
+        bool operator==(const Report&) const = default;
+    };
+
+    // (attachment row id, listed path), as the Messages database lists its attachments.
+    using AttachmentPaths = std::vector<std::pair<int64_t, std::string>>;
+
+    static constexpr std::chrono::seconds checkInterval{600};
+
+    // "attachment-presence.json" in the application data folder unless overridden.
+    static StoreLocation& location();
+
+    // Compares the files present now with the last record and writes the new record; throws when
+    // the record cannot be written (the report must then not be shown).
+    static Report check(const AttachmentPaths& attachments);
+};
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AttachmentWatch::Record, checkedAt, present)
+
+// Runs a round on its own thread once at start and then every `interval` on a steady clock,
+// skipping a round while `isBusy` says other heavy work (an export or snapshot) is running.
+// Rounds run one after another; a round handles its own failures.
+class RepeatingRounds {
+  public:
+    RepeatingRounds(std::chrono::steady_clock::duration interval, std::function<bool()> isBusy,
+                    std::function<void()> round);
+    ~RepeatingRounds();  // stops, waiting for a running round to finish
+    RepeatingRounds(const RepeatingRounds&) = delete;
+    RepeatingRounds& operator=(const RepeatingRounds&) = delete;
+
+    // Runs a round as soon as the current one (if any) is done, busy or not: the user asked.
+    void runNow();
+
+  private:
+    void loop();
+
+    std::chrono::steady_clock::duration interval_;
+    std::function<bool()> isBusy_;
+    std::function<void()> round_;
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool stopping_ = false;
+    bool requested_ = false;
+    std::thread thread_;
+};
+
+}  // namespace bc

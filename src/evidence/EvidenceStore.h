@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "custody/SafeStore.h"
+#include "support/Date.h"
+#include "support/Files.h"
+#include "support/Json.h"
+
+namespace bc {
+
+// A message the user marked as evidence, keyed by its guid so the mark survives a reload, a
+// snapshot or a re-import of the same messages.
+struct EvidenceFlag {
+    std::string guid;
+    int64_t messageID = 0;
+    int64_t chatID = 0;
+    std::string note;
+    Date flaggedAt;
+    Date updatedAt;
+
+    bool operator==(const EvidenceFlag&) const = default;
+};
+
+using EvidenceFlagMap = std::map<std::string, EvidenceFlag>;  // guid → flag
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(EvidenceFlag, guid, messageID, chatID, note, flaggedAt,
+                                   updatedAt)
+
+// "evidence.json": the flags live here, never in the message source.
+class EvidenceStore {
+  public:
+    static StoreLocation& location();
+
+    // A missing file gives no flags; a damaged one is set aside, reported in `loadError`, and
+    // gives no flags, so the next save starts a fresh file.
+    static EvidenceFlagMap load();
+    // Writes the whole map atomically; throws bc::Error with the system's reason.
+    static void save(const EvidenceFlagMap& flags);
+    static StoreLoadError& loadError();
+};
+
+}  // namespace bc

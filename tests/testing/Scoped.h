@@ -1,0 +1,55 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "support/Date.h"
+#include "support/DateFormat.h"
+#include "support/Files.h"
+
+namespace bc::testing {
+
+inline Date utc(const char* iso) {
+    return dates::parseIso8601(iso).value();
+}
+
+// Switches the current locale (and time zone) for one test and puts the previous ones back.
+class ScopedLocale {
+  public:
+    explicit ScopedLocale(const std::string& locale, const std::string& timeZone = {})
+        : locale_(dates::currentLocale()), timeZone_(dates::currentTimeZone()) {
+        dates::setCurrentLocale(locale);
+        if (!timeZone.empty()) dates::setCurrentTimeZone(timeZone);
+    }
+    ~ScopedLocale() {
+        dates::setCurrentLocale(locale_);
+        dates::setCurrentTimeZone(timeZone_);
+    }
+
+  private:
+    std::string locale_, timeZone_;
+};
+
+// Fixes "now" for one test.
+struct FixedClock {
+    explicit FixedClock(Date now) { Clock::setFixed(now); }
+    ~FixedClock() { Clock::setFixed(std::nullopt); }
+    void set(Date now) { Clock::setFixed(now); }
+};
+
+// Points one store at a test's own file and back.
+class ScopedOverride {
+  public:
+    ScopedOverride(StoreLocation& location, const std::filesystem::path& file)
+        : location_(location), previous_(location.override()) {
+        location.setOverride(file);
+    }
+    ~ScopedOverride() { location_.setOverride(previous_); }
+
+  private:
+    StoreLocation& location_;
+    std::optional<std::filesystem::path> previous_;
+};
+
+}  // namespace bc::testing
