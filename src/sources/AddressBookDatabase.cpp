@@ -20,7 +20,7 @@ constexpr int64_t iosEmailProperty = 4;
 
 // A throw-away folder holding copies of a database and its companions; removed when done.
 class PrivateCopy {
-  public:
+public:
     PrivateCopy() : folder_(fs::temp_directory_path() / ("brindlecourt-contacts-" + newUUID())) {
         fs::create_directories(folder_);
     }
@@ -43,7 +43,7 @@ class PrivateCopy {
         return copy;
     }
 
-  private:
+private:
     // Originals may be read-only; SQLite wants to manage the copy's log and index beside it.
     static void copyWritable(const fs::path& from, const fs::path& to) {
         fs::copy_file(from, to);

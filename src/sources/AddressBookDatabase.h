@@ -12,7 +12,7 @@ namespace bc {
 // private copy of the file and its write-ahead log, so recent edits held only in the log are seen
 // and the original is never opened.
 class AddressBookDatabase {
-  public:
+public:
     // Throws bc::Error naming the file when it cannot be copied, opened or is no Contacts database.
     // Columns a newer or older schema lacks are left out; what remains is read.
     static std::vector<ContactCard> read(const std::filesystem::path& database);

@@ -19,13 +19,13 @@ class MessageSource;
 // A failure of the call history reader. Codes: 1 the file did not open, 2 the file is not the
 // expected call table, 3 the rows could not all be read.
 class CallHistoryError : public Error {
-  public:
+public:
     static constexpr std::string_view domain = "Kestrove.CallHistory";
 
     CallHistoryError(int code, const std::string& sentence) : Error(sentence), code_(code) {}
     int code() const { return code_; }
 
-  private:
+private:
     int code_;
 };
 
@@ -33,7 +33,7 @@ class CallHistoryError : public Error {
 // (or the one database named by `overrideDatabasePath`), since the log describes this Mac as it is
 // now.
 class CallHistory {
-  public:
+public:
     // Process-wide settings; the application keeps `isEnabled` in its preferences and demo mode
     // sets both overrides.
     static bool isEnabled();
@@ -82,7 +82,7 @@ class CallHistory {
     // The call list of an archive: a header, then one row per call row of the messages.
     static std::vector<std::vector<std::string>> csvRows(const std::vector<Message>& messages);
 
-  private:
+private:
     struct Entry {
         CallInfo call;
         std::string key;  // normalised address

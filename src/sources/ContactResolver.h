@@ -16,7 +16,7 @@ namespace bc {
 // Names, photos and same-person identities for bare handles, from the Contacts databases and the
 // vCard files the user chose. Lookups never fail: a handle no contact knows falls back to itself.
 class ContactResolver {
-  public:
+public:
     struct Sources {
         std::vector<std::filesystem::path>
             databases;  // AddressBook-v22.abcddb or AddressBook.sqlitedb
@@ -43,7 +43,7 @@ class ContactResolver {
     // no contact "handle:" + its key (or the trimmed handle when the key is empty).
     std::string identity(std::string_view handle) const;
 
-  private:
+private:
     struct Maps {
         std::unordered_map<std::string, std::string> names;
         std::unordered_map<std::string, std::string> identifiers;

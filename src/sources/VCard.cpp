@@ -261,7 +261,7 @@ std::optional<std::string> photoBytes(const Property& property) {
 }
 
 class CardBuilder {
-  public:
+public:
     void add(const Property& property, std::string_view line) {
         source_.append(line).append("\n");
         const std::string& name = property.name;
@@ -296,7 +296,7 @@ class CardBuilder {
         return std::move(card_);
     }
 
-  private:
+private:
     static void addUnique(std::vector<std::string>& list, std::string value) {
         if (!value.empty() && std::find(list.begin(), list.end(), value) == list.end())
             list.push_back(std::move(value));

@@ -12,7 +12,7 @@ namespace bc {
 // quoted-printable values, bare encoding parameters, other character sets). Lines that cannot be
 // understood are skipped; the rest of the card is kept.
 class VCard {
-  public:
+public:
     // Every card of a file's text, in file order.
     static std::vector<ContactCard> parse(std::string_view text);
     // Throws bc::Error when the file cannot be read.

@@ -56,7 +56,7 @@ void writeCallHistory(const fs::path& file, const std::vector<StoredCall>& calls
 }
 
 class FakeSource : public MessageSource {
-  public:
+public:
     FakeSource(fs::path path, bool live) : path_(std::move(path)), live_(live) {}
     MessageService service() const override { return MessageService::iMessage; }
     std::string path() const override { return path_.string(); }
@@ -70,14 +70,14 @@ class FakeSource : public MessageSource {
     std::string changeSignature() override { return ""; }
     CustodyRecord::Source custodySource() override { return {}; }
 
-  private:
+private:
     fs::path path_;
     bool live_;
 };
 
 // Every test starts from default settings pointed at its own call log.
 class CallHistoryTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override { CallHistory::setOverridePath(log); }
     void TearDown() override {
         CallHistory::setOverridePath(std::nullopt);
