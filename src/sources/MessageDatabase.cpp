@@ -1,0 +1,446 @@
+#include "sources/MessageDatabase.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "sources/MessageDecoding.h"
+#include "sources/demo/DemoData.h"
+#include "support/CancelFlag.h"
+#include "support/Errors.h"
+#include "support/Files.h"
+#include "support/Sha256.h"
+#include "support/Sqlite.h"
+
+namespace bc {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int busyTimeoutMilliseconds = 10000;
+constexpr const char* recoverableJoin = "chat_recoverable_message_join";
+
+// The tail of a message's statement after the ids prefix; column texts come from probes.
+std::string messageStatement(const std::function<std::string(const char*, const char*)>& column) {
+    return "\nSELECT m.ROWID, m.guid, m.date, m.is_from_me, IFNULL(h.id, ''), m.text, " +
+           column("attributedBody", "NULL") + ",\n       " +
+           column("associated_message_type", "0") + ", " + column("item_type", "0") + ", IFNULL(" +
+           column("associated_message_guid", "NULL") + ", ''),\n       IFNULL(" +
+           column("associated_message_emoji", "NULL") + ", ''), " +
+           column("thread_originator_guid", "NULL") + ", " + column("date_edited", "0") +
+           ",\n       " + column("date_retracted", "0") + ", IFNULL(" +
+           column("balloon_bundle_id", "NULL") + ", ''), MIN(ids.chat_id), " +
+           column("error", "0") + ",\n       IFNULL(" + column("expressive_send_style_id", "NULL") +
+           ", ''), " + column("message_summary_info", "NULL") + ",\n       " +
+           column("date_delivered", "0") + ", " + column("date_read", "0") +
+           ", MAX(ids.deleted)\n"
+           "FROM ids\n"
+           "JOIN message m ON m.ROWID = ids.message_id\n"
+           "LEFT JOIN handle h ON h.ROWID = m.handle_id\n"
+           "GROUP BY m.ROWID\n"
+           "ORDER BY m.date, m.ROWID";
+}
+
+messages::StoredRow storedRow(const sqlite::Statement& row) {
+    auto text = row.optionalText(5);
+    // The rich-text body is only read where no plain text is stored.
+    const bool needsBody = !text || text->empty();
+    return messages::StoredRow{
+        .rowID = row.int64(0),
+        .guid = row.text(1),
+        .date = row.int64(2),
+        .isFromMe = row.int64(3) != 0,
+        .sender = row.text(4),
+        .text = std::move(text),
+        .attributedBody = needsBody ? row.optionalBlob(6) : std::nullopt,
+        .associatedType = row.int64(7),
+        .itemType = row.int64(8),
+        .associatedGUID = row.text(9),
+        .associatedEmoji = row.text(10),
+        .threadOriginatorGUID = row.optionalText(11),
+        .dateEdited = row.int64(12),
+        .dateRetracted = row.int64(13),
+        .balloonBundleID = row.text(14),
+        .chatID = row.int64(15),
+        .error = row.int64(16),
+        .sendStyle = row.text(17),
+        .summaryInfo = row.optionalBlob(18),
+        .dateDelivered = row.int64(19),
+        .dateRead = row.int64(20),
+        .deleted = row.isNull(21) ? std::nullopt : std::optional<int64_t>(row.int64(21)),
+    };
+}
+
+template <typename Value>
+std::vector<Value> takeFor(std::unordered_map<int64_t, std::vector<Value>>& byMessage,
+                           int64_t messageID) {
+    const auto found = byMessage.find(messageID);
+    if (found == byMessage.end()) return {};
+    return std::move(found->second);
+}
+
+}  // namespace
+
+std::string idList(const std::vector<int64_t>& ids) {
+    std::string out;
+    for (const int64_t id : ids) {
+        if (!out.empty()) out += ',';
+        out += std::to_string(id);
+    }
+    return out;
+}
+
+std::string expandTilde(const std::string& path) {
+    if (path == "~") return files::homeFolder().string();
+    if (path.starts_with("~/")) return (files::homeFolder() / path.substr(2)).string();
+    return path;
+}
+
+MessageDatabase::MessageDatabase(const fs::path& path, bool immutable, PathMapper pathMapper)
+    : pathMapper_(std::move(pathMapper)), path_(path), immutable_(immutable) {
+    db_ = std::make_unique<sqlite::Connection>(
+        path, immutable ? sqlite::OpenMode::readOnlyImmutable : sqlite::OpenMode::readOnly);
+    db_->setBusyTimeout(busyTimeoutMilliseconds);
+    probeAccess();
+}
+
+MessageDatabase::~MessageDatabase() = default;
+
+// macOS lets a process without Full Disk Access open the file but not read it; so does a file
+// that isn't a database. Either is an access problem, not a query failure.
+void MessageDatabase::probeAccess() {
+    std::lock_guard guard(lock_);
+    try {
+        auto statement = db_->prepare("SELECT 1 FROM message LIMIT 1");
+        while (statement.step()) {
+        }
+    } catch (const DBError& error) {
+        db_.reset();
+        throw DBError::accessDenied(error.text());
+    }
+}
+
+fs::path MessageDatabase::defaultPath() {
+    return files::homeFolder() / "Library" / "Messages" / "chat.db";
+}
+
+bool MessageDatabase::isLive() const {
+    if (path_ == defaultPath()) return true;
+    if (!DemoData::isEnabled()) return false;
+    // Inside the demo folder, not merely a path that starts with the same letters.
+    const fs::path inside =
+        path_.lexically_normal().lexically_relative(DemoData::folder().lexically_normal());
+    return !inside.empty() && *inside.begin() != "..";
+}
+
+std::string MessageDatabase::optionalColumn(const std::string& table, const std::string& alias,
+                                            const std::string& column,
+                                            const std::string& fallback) {
+    return db_->columnExists(table, column) ? alias + "." + column : fallback;
+}
+
+std::string MessageDatabase::messageColumn(const std::string& column, const std::string& fallback) {
+    return optionalColumn("message", "m", column, fallback);
+}
+
+std::vector<Chat> MessageDatabase::fetchChats() {
+    std::lock_guard guard(lock_);
+    std::string sql =
+        "SELECT c.ROWID, c.chat_identifier, IFNULL(c.display_name, ''), IFNULL(c.service_name, "
+        "''),\n"
+        "       COUNT(m.ROWID), MAX(m.date), MIN(ids.deleted)\n"
+        "FROM chat c\n"
+        "JOIN (SELECT chat_id, message_id, 0 AS deleted FROM chat_message_join ";
+    if (db_->tableExists(recoverableJoin))
+        sql += "UNION ALL SELECT chat_id, message_id, 1 FROM chat_recoverable_message_join";
+    sql +=
+        ") ids ON ids.chat_id = c.ROWID\n"
+        "JOIN message m ON m.ROWID = ids.message_id\n"
+        "-- Count messages the way the conversation shows them: reactions aren't messages.\n"
+        "WHERE " +
+        messageColumn("associated_message_type", "0") +
+        " NOT BETWEEN 2000 AND 3999\n"
+        "GROUP BY c.ROWID\n"
+        "ORDER BY MAX(m.date) DESC";
+    std::vector<Chat> chats;
+    std::unordered_map<int64_t, size_t> byID;
+    auto statement = db_->prepare(sql);
+    while (statement.step()) {
+        byID.emplace(statement.int64(0), chats.size());
+        chats.push_back(Chat{
+            .id = statement.int64(0),
+            .identifier = statement.text(1),
+            .displayName = statement.text(2),
+            .service = statement.text(3),
+            .messageCount = statement.int64(4),
+            .lastDate = appleDate(statement.int64(5)),
+            .isDeletedConversation = statement.int64(6) == 1,
+        });
+    }
+    for (auto& [chatID, handle] : readParticipants()) {
+        const auto found = byID.find(chatID);
+        if (found != byID.end()) chats[found->second].participants.push_back(std::move(handle));
+    }
+    return chats;
+}
+
+std::vector<std::pair<int64_t, std::string>> MessageDatabase::readParticipants() {
+    std::vector<std::pair<int64_t, std::string>> rows;
+    if (!db_->tableExists("chat_handle_join")) return rows;
+    auto statement = db_->prepare(
+        "SELECT chj.chat_id, h.id FROM chat_handle_join chj\n"
+        "JOIN handle h ON h.ROWID = chj.handle_id");
+    while (statement.step()) rows.emplace_back(statement.int64(0), statement.text(1));
+    return rows;
+}
+
+std::string MessageDatabase::idsPrefix(const std::string& ids) {
+    std::string sql =
+        "WITH ids(message_id, chat_id, deleted) AS (\n"
+        "    SELECT message_id, chat_id, NULL FROM chat_message_join WHERE chat_id IN (" +
+        ids;
+    if (db_->tableExists(recoverableJoin)) {
+        sql +=
+            ")\n"
+            "    UNION ALL\n"
+            "    -- -1 marks \"in Recently Deleted, date not recorded\", so membership never "
+            "depends on the date.\n"
+            "    SELECT message_id, chat_id, IFNULL(NULLIF(delete_date, 0), -1) FROM "
+            "chat_recoverable_message_join WHERE chat_id IN (";
+    } else {
+        sql += ")\n    UNION ALL SELECT NULL, NULL, NULL WHERE 0 AND -1 NOT IN (";
+    }
+    return sql + ids + ")\n)";
+}
+
+std::vector<std::pair<int64_t, Attachment>> MessageDatabase::readAttachments(
+    const std::string& prefix) {
+    std::vector<std::pair<int64_t, Attachment>> rows;
+    if (!db_->tableExists("attachment") || !db_->tableExists("message_attachment_join"))
+        return rows;
+    // Older databases lack these columns: no sticker, not hidden, nothing recorded.
+    const auto optional = [&](const char* column, const char* fallback) {
+        const std::string stored = optionalColumn("attachment", "a", column, "NULL");
+        return "IFNULL(" + stored + ", " + fallback + ")";
+    };
+    auto statement =
+        db_->prepare(prefix +
+                     "\nSELECT DISTINCT maj.message_id, a.ROWID, IFNULL(a.filename, ''), "
+                     "IFNULL(a.mime_type, ''), "
+                     "IFNULL(a.uti, ''),\n"
+                     "       IFNULL(a.transfer_name, ''), " +
+                     optional("is_sticker", "0") + ", " + optional("hide_attachment", "0") +
+                     ", IFNULL(a.guid, ''),\n       " + optional("transfer_state", "-1") + ", " +
+                     optional("total_bytes", "-1") +
+                     "\nFROM ids\n"
+                     "JOIN message_attachment_join maj ON maj.message_id = ids.message_id\n"
+                     "JOIN attachment a ON a.ROWID = maj.attachment_id\n"
+                     "ORDER BY a.ROWID");
+    while (statement.step()) {
+        rows.emplace_back(statement.int64(0), Attachment{
+                                                  .id = statement.int64(1),
+                                                  .path = expandTilde(statement.text(2)),
+                                                  .mimeType = statement.text(3),
+                                                  .uti = statement.text(4),
+                                                  .name = statement.text(5),
+                                                  .isSticker = statement.int64(6) != 0,
+                                                  .isHidden = statement.int64(7) != 0,
+                                                  .guid = statement.text(8),
+                                                  .totalBytes = statement.int64(10),
+                                                  .transferState = statement.int64(9),
+                                              });
+    }
+    return rows;
+}
+
+std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> MessageDatabase::readRecoveredParts(
+    const std::string& ids) {
+    std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> rows;
+    if (!db_->tableExists("recoverable_message_part")) return rows;
+    auto statement = db_->prepare(
+        "SELECT message_id, part_index, delete_date, part_text FROM recoverable_message_part\n"
+        "WHERE chat_id IN (" +
+        ids + ") ORDER BY message_id, part_index");
+    while (statement.step()) {
+        const int64_t messageID = statement.int64(0);
+        if (rows.empty() || rows.back().first != messageID)
+            rows.emplace_back(messageID, std::vector<RecoveredPart>{});
+        const auto stored = statement.optionalBlob(3);
+        rows.back().second.push_back(RecoveredPart{
+            .index = static_cast<int>(statement.int64(1)),
+            .deletedAt = appleDate(statement.int64(2)),
+            .text = stored ? messages::recoveredPartText(*stored) : std::nullopt,
+        });
+    }
+    return rows;
+}
+
+// An upper bound of the transcript's length (reactions included), so that the list of a huge
+// conversation is allocated once instead of doubling past it.
+size_t MessageDatabase::rowCount(const std::string& prefix) {
+    auto statement = db_->prepare(prefix + "\nSELECT COUNT(*) FROM ids");
+    statement.step();
+    return static_cast<size_t>(std::max<int64_t>(statement.int64(0), 0));
+}
+
+Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs) {
+    std::lock_guard guard(lock_);
+    const std::string ids = idList(chatIDs);
+    const std::string prefix = idsPrefix(ids);
+
+    std::unordered_map<int64_t, std::vector<Attachment>> attachments;
+    for (auto& [messageID, attachment] : readAttachments(prefix)) {
+        if (pathMapper_) attachment.path = pathMapper_(attachment.path, attachment.id);
+        attachments[messageID].push_back(std::move(attachment));
+    }
+    std::unordered_map<int64_t, std::vector<RecoveredPart>> parts;
+    for (auto& [messageID, list] : readRecoveredParts(ids))
+        parts.emplace(messageID, std::move(list));
+
+    Transcript transcript;
+    transcript.messages.reserve(rowCount(prefix));
+    auto statement =
+        db_->prepare(prefix + messageStatement([this](const char* column, const char* fallback) {
+                         return messageColumn(column, fallback);
+                     }));
+    while (statement.step()) {
+        auto row = storedRow(statement);
+        if (messages::isReaction(row.associatedType)) {
+            transcript.reactionEvents.push_back(messages::reactionEvent(row));
+            continue;
+        }
+        const int64_t id = row.rowID;
+        transcript.messages.push_back(
+            messages::message(std::move(row), takeFor(attachments, id), takeFor(parts, id)));
+    }
+    messages::foldReactions(transcript.messages, transcript.reactionEvents);
+    return transcript;
+}
+
+std::optional<std::pair<Date, Date>> MessageDatabase::dateRange(
+    const std::vector<int64_t>& chatIDs) {
+    std::lock_guard guard(lock_);
+    auto statement = db_->prepare("SELECT MIN(NULLIF(m.date, 0)), MAX(m.date) FROM (\n    " +
+                                  memberIDs(idList(chatIDs), "UNION ALL") +
+                                  "\n) ids JOIN message m ON m.ROWID = ids.message_id");
+    if (!statement.step()) return std::nullopt;
+    const auto first = appleDate(statement.int64(0));
+    const auto last = appleDate(statement.int64(1));
+    if (!first || !last) return std::nullopt;
+    return std::pair{*first, *last};
+}
+
+// The message ids of the conversations, Recently Deleted included where the database has it.
+std::string MessageDatabase::memberIDs(const std::string& ids, const std::string& combine) {
+    std::string sql = "SELECT message_id FROM chat_message_join WHERE chat_id IN (" + ids + ")";
+    if (db_->tableExists(recoverableJoin))
+        sql += " " + combine +
+               " SELECT message_id FROM chat_recoverable_message_join WHERE chat_id IN (" + ids +
+               ")";
+    return sql;
+}
+
+std::vector<std::string> MessageDatabase::handles(const std::vector<int64_t>& chatIDs) {
+    std::lock_guard guard(lock_);
+    std::vector<std::string> result;
+    if (!db_->tableExists("chat_handle_join")) return result;
+    auto statement = db_->prepare(
+        "SELECT chj.chat_id, h.id FROM chat_handle_join chj JOIN handle h ON h.ROWID = "
+        "chj.handle_id\n"
+        "WHERE chj.chat_id IN (" +
+        idList(chatIDs) + ")");
+    while (statement.step()) result.push_back(statement.text(1));
+    return result;
+}
+
+std::vector<std::pair<int64_t, std::string>> MessageDatabase::attachmentPaths(
+    const std::optional<std::vector<int64_t>>& chatIDs) {
+    std::lock_guard guard(lock_);
+    std::vector<std::pair<int64_t, std::string>> result;
+    if (!db_->tableExists("attachment")) return result;
+    std::string sql = "SELECT ROWID, IFNULL(filename, '') FROM attachment";
+    if (chatIDs) {
+        sql =
+            "SELECT DISTINCT a.ROWID, IFNULL(a.filename, '') FROM attachment a\n"
+            "JOIN message_attachment_join maj ON maj.attachment_id = a.ROWID\n"
+            "WHERE maj.message_id IN (" +
+            memberIDs(idList(*chatIDs), "UNION") + ")";
+    }
+    auto statement = db_->prepare(sql);
+    while (statement.step())
+        result.emplace_back(statement.int64(0), expandTilde(statement.text(1)));
+    return result;
+}
+
+int64_t MessageDatabase::messageRowCount() {
+    std::lock_guard guard(lock_);
+    auto statement = db_->prepare("SELECT COUNT(*) FROM message");
+    statement.step();
+    return statement.int64(0);
+}
+
+std::optional<Date> MessageDatabase::newestMessageDate() {
+    std::lock_guard guard(lock_);
+    auto statement =
+        db_->prepare("SELECT MAX(m.date) FROM message m WHERE " +
+                     messageColumn("associated_message_type", "0") + " NOT BETWEEN 2000 AND 3999");
+    if (!statement.step()) return std::nullopt;
+    return appleDate(statement.int64(0));
+}
+
+std::string MessageDatabase::changeSignature() {
+    std::lock_guard guard(lock_);
+    const auto latest = [&](const char* column) {
+        return db_->columnExists("message", column) ? "MAX(IFNULL(" + std::string(column) + ", 0))"
+                                                    : std::string("0");
+    };
+    // (statement, number of values it gives)
+    std::vector<std::pair<std::string, int>> statements = {
+        {"SELECT MAX(ROWID), COUNT(*), " + latest("date_edited") + ", " + latest("date_retracted") +
+             ",\n       " + latest("date_read") + ", " + latest("date_delivered") + " FROM message",
+         6},
+        {"SELECT COUNT(*) FROM chat_message_join", 1},
+    };
+    if (db_->tableExists(recoverableJoin))
+        statements.emplace_back(
+            "SELECT COUNT(*), MAX(IFNULL(delete_date, 0)) FROM chat_recoverable_message_join", 2);
+    std::string signature;
+    for (const auto& [sql, values] : statements) {
+        auto statement = db_->prepare(sql);
+        if (!statement.step()) continue;
+        for (int column = 0; column < values; ++column) {
+            if (!signature.empty()) signature += ':';
+            signature += std::to_string(statement.int64(column));
+        }
+    }
+    return signature;
+}
+
+CustodyRecord::Source MessageDatabase::custodySource() {
+    std::lock_guard guard(lock_);
+    CustodyRecord::Source source;
+    source.kind = isLive() ? "live" : immutable_ ? "snapshot" : "messages-database-file";
+    source.path = path_.string();
+    try {
+        source.databaseSHA256 = Sha256::hexOfFile(path_);
+    } catch (const Error&) {
+        source.databaseSHA256 = "unreadable";
+    }
+    const fs::path wal = path_.string() + "-wal";
+    std::error_code error;
+    if (fs::exists(wal, error)) {
+        try {
+            source.walSHA256 = Sha256::hexOfFile(wal);
+        } catch (const Error&) {
+            source.walSHA256 = "unreadable";
+        }
+    }
+    return source;
+}
+
+void MessageDatabase::backup(const fs::path& destination, const CancelFlag* cancel) {
+    std::lock_guard guard(lock_);
+    db_->backupTo(destination, cancel);
+}
+
+}  // namespace bc

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "model/MessageSource.h"
+
+namespace bc {
+
+class CancelFlag;
+
+namespace sqlite {
+class Connection;
+}
+
+// Reads the Messages database (chat.db) strictly read-only. One connection per object; every
+// public operation holds a recursive lock, so any thread may call and an operation may call
+// another. Failures throw DBError: accessDenied when the file can't be opened or read,
+// query when a statement fails. Optional tables and columns of older databases are probed once
+// and left out of the statements.
+class MessageDatabase : public MessageSource {
+public:
+    // (expanded stored path, attachment row id) -> the path to read; a snapshot points into its
+    // copy.
+    using PathMapper = std::function<std::string(const std::string& path, int64_t attachmentID)>;
+
+    // immutable: open as a "file:…?immutable=1" URI (sealed copies: never locked or journalled).
+    explicit MessageDatabase(const std::filesystem::path& path, bool immutable = false,
+                             PathMapper pathMapper = {});
+    ~MessageDatabase() override;
+
+    // The signed-in user's live database: ~/Library/Messages/chat.db.
+    static std::filesystem::path defaultPath();
+    static constexpr const char* description = "the macOS Messages database (read-only)";
+
+    MessageService service() const override { return MessageService::iMessage; }
+    std::string path() const override { return path_.string(); }
+    std::string sourceDescription() const override { return description; }
+    bool isLive() const override;
+    std::vector<Chat> fetchChats() override;
+    Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) override;
+    std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
+    std::string changeSignature() override;
+    CustodyRecord::Source custodySource() override;
+
+    // The participants' handles of those conversations, in row order.
+    std::vector<std::string> handles(const std::vector<int64_t>& chatIDs);
+    // (attachment row id, stored path with "~" expanded): always the live files, never mapped.
+    // No list means every attachment of the database.
+    std::vector<std::pair<int64_t, std::string>> attachmentPaths(
+        const std::optional<std::vector<int64_t>>& chatIDs = std::nullopt);
+    int64_t messageRowCount();
+    // Reactions are not messages and never count.
+    std::optional<Date> newestMessageDate();
+    // Consistent online copy of the whole database into a new self-contained file. Holds the
+    // lock for the whole run, so reads wait for it.
+    void backup(const std::filesystem::path& destination, const CancelFlag* cancel);
+
+    // Runs body under the reader's lock, so several reads see one consistent state.
+    template <typename Body>
+    auto snapshot(Body&& body) {
+        std::lock_guard guard(lock_);
+        return body();
+    }
+
+private:
+    void probeAccess();
+    std::string idsPrefix(const std::string& idList);
+    std::string optionalColumn(const std::string& table, const std::string& alias,
+                               const std::string& column, const std::string& fallback);
+    std::string messageColumn(const std::string& column, const std::string& fallback);
+    std::string memberIDs(const std::string& ids, const std::string& combine);
+    size_t rowCount(const std::string& prefix);
+    std::vector<std::pair<int64_t, Attachment>> readAttachments(const std::string& prefix);
+    std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> readRecoveredParts(
+        const std::string& idList);
+    std::vector<std::pair<int64_t, std::string>> readParticipants();
+
+    std::unique_ptr<sqlite::Connection> db_;
+    PathMapper pathMapper_;
+    std::filesystem::path path_;
+    bool immutable_ = false;
+    mutable std::recursive_mutex lock_;
+};
+
+// Decimal ids joined by ",", the only way ids enter a statement.
+std::string idList(const std::vector<int64_t>& ids);
+
+// "~" or "~/…" expanded to the home folder; other paths unchanged.
+std::string expandTilde(const std::string& path);
+
+}  // namespace bc

@@ -1,0 +1,93 @@
+#include "sources/demo/DemoWriters.h"
+
+#include <plist/plist.h>
+
+#include <cstdlib>
+
+#include "sources/demo/DemoData.h"
+#include "support/Image.h"
+
+namespace bc {
+
+namespace {
+
+// Typed-stream integers: small values in one byte, larger ones behind a width marker.
+void appendInteger(std::string& out, uint32_t value) {
+    if (value < 0x80) {
+        out += static_cast<char>(value);
+        return;
+    }
+    const int width = value <= 0xFFFF ? 2 : 4;
+    out += static_cast<char>(width == 2 ? 0x81 : 0x82);
+    for (int i = 0; i < width; ++i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
+}
+
+size_t utf16Length(std::string_view text) {
+    size_t units = 0;
+    for (unsigned char c : text) {
+        if ((c & 0xC0) == 0x80) continue;
+        units += c >= 0xF0 ? 2 : 1;
+    }
+    return units;
+}
+
+}  // namespace
+
+std::string DemoData::demoBody(std::string_view text) {
+    using namespace std::string_literals;
+    std::string out =
+        "\x04\x0bstreamtyped\x81\xe8\x03\x84\x01@"
+        "\x84\x84\x84\x12NSAttributedString\x00\x84\x84\x08NSObject\x00\x85"
+        "\x92\x84\x84\x84\x08NSString\x01\x94\x84\x01+"s;
+    appendInteger(out, static_cast<uint32_t>(text.size()));
+    out += text;
+    // One attribute run over the whole string (its length counted in UTF-16 units).
+    out += "\x86\x84\x02iI\x01"s;
+    appendInteger(out, static_cast<uint32_t>(utf16Length(text)));
+    out +=
+        "\x92\x84\x84\x84\x0cNSDictionary\x00\x94\x84\x01i\x01\x92\x84\x96\x96\x1d__"
+        "kIMMessagePartAttributeName\x86"
+        "\x92\x84\x84\x84\x08NSNumber\x00\x84\x84\x07NSValue\x00\x94\x84\x01*\x84\x99\x99\x00\x86\x86\x86"s;
+    return out;
+}
+
+namespace demo {
+
+std::string editSummary(const std::vector<std::pair<std::string, int64_t>>& versions) {
+    plist_t root = plist_new_dict();
+    plist_t parts = plist_new_dict();
+    plist_t list = plist_new_array();
+    for (const auto& [text, date] : versions) {
+        plist_t version = plist_new_dict();
+        const std::string body = DemoData::demoBody(text);
+        plist_dict_set_item(version, "t", plist_new_data(body.data(), body.size()));
+        plist_dict_set_item(version, "d", plist_new_uint(static_cast<uint64_t>(date)));
+        plist_array_append_item(list, version);
+    }
+    plist_dict_set_item(parts, "0", list);
+    plist_dict_set_item(root, "ec", parts);
+    char* bytes = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(root, &bytes, &length);
+    plist_free(root);
+    std::string out(bytes ? bytes : "", bytes ? length : 0);
+    std::free(bytes);
+    return out;
+}
+
+std::string jpegImage(int width, int height, int seed) {
+    image::Bitmap bitmap{width, height, std::vector<uint32_t>(static_cast<size_t>(width * height))};
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const auto red = static_cast<uint32_t>((x * 255 / width + seed * 70) & 0xFF);
+            const auto green = static_cast<uint32_t>((y * 255 / height + seed * 40) & 0xFF);
+            const auto blue = static_cast<uint32_t>((seed * 90) & 0xFF);
+            bitmap.pixels[static_cast<size_t>(y * width + x)] =
+                0xFF000000u | red << 16 | green << 8 | blue;
+        }
+    }
+    return image::encodeJPEG(bitmap, 85);
+}
+
+}  // namespace demo
+}  // namespace bc

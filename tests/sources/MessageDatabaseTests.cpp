@@ -1,0 +1,501 @@
+#include "sources/MessageDatabase.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "sources/MessageDecoding.h"
+#include "sources/demo/DemoData.h"
+#include "support/CancelFlag.h"
+#include "support/Errors.h"
+#include "support/Files.h"
+#include "support/Sha256.h"
+#include "support/Sqlite.h"
+#include "testing/Testing.h"
+
+namespace bc {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::TempDir;
+
+const Date now = Date{780'000'000};
+constexpr double day = 86400;
+
+struct DemoDatabase {
+    TempDir dir;
+    fs::path file = dir / "chat.db";
+    DemoDatabase() {
+        Clock::setFixed(now);
+        DemoData::writeMessagesDatabase(file, now);
+    }
+    ~DemoDatabase() { Clock::setFixed(std::nullopt); }
+};
+
+const Message& byGUID(const Transcript& transcript, const std::string& guid) {
+    const auto found = std::find_if(transcript.messages.begin(), transcript.messages.end(),
+                                    [&](const Message& m) { return m.guid == guid; });
+    if (found == transcript.messages.end()) throw std::runtime_error("no message " + guid);
+    return *found;
+}
+
+std::string demoGUID(int n) {
+    return "DEMO-MSG-" + std::to_string(n);
+}
+
+DBError::Kind openFailure(const fs::path& file) {
+    try {
+        MessageDatabase db(file);
+    } catch (const DBError& error) {
+        EXPECT_FALSE(error.text().empty());
+        return error.kind();
+    }
+    ADD_FAILURE() << "opened " << file;
+    return DBError::Kind::query;
+}
+
+TEST(MessageDatabaseOpen, UnreadableFilesAreAccessDenied) {
+    TempDir dir;
+    testing::writeText(dir / "text.db", std::string(8192, 'x'));
+    testing::writeText(dir / "empty.db", "");
+    {
+        sqlite::Connection other(dir / "other.db", sqlite::OpenMode::readWriteCreate);
+        other.execute("CREATE TABLE notes (id INTEGER)");
+    }
+    for (const char* name : {"text.db", "empty.db", "other.db", "absent.db"})
+        EXPECT_EQ(openFailure(dir / name), DBError::Kind::accessDenied) << name;
+    EXPECT_FALSE(fs::exists(dir / "absent.db"));
+}
+
+TEST(MessageDatabaseOpen, ReadingChangesNothingOnDiskAndSeesTheWriteAheadLog) {
+    TempDir dir;
+    const auto file = dir / "live chat?#.db";
+    DemoData::writeMessagesDatabase(file, now);
+    // A writer that keeps its log open, as Messages does while running.
+    sqlite::Connection writer(file, sqlite::OpenMode::readWriteCreate);
+    writer.execute(
+        "PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;"
+        "INSERT INTO message (ROWID, guid, text, date) VALUES (500, 'WAL-ONLY', 'only in the log', "
+        "780000000);"
+        "INSERT INTO chat_message_join VALUES (1, 500);");
+    const auto stamp = [&](const fs::path& path) {
+        struct stat info {};
+        ::stat(path.c_str(), &info);
+        return std::pair{Sha256::hexOfFile(path),
+                         info.st_mtim.tv_sec * 1'000'000'000 + info.st_mtim.tv_nsec};
+    };
+    const fs::path wal = file.string() + "-wal";
+    const auto before = std::pair{stamp(file), stamp(wal)};
+    {
+        MessageDatabase db(file);
+        EXPECT_EQ(byGUID(db.fetchTranscript({1}), "WAL-ONLY").text, "only in the log");
+        db.fetchChats();
+        db.changeSignature();
+        db.custodySource();
+    }
+    EXPECT_EQ(before, std::pair(stamp(file), stamp(wal)));
+
+    // The immutable form reads the main file only, never the log, and also leaves it alone.
+    MessageDatabase sealed(file, true);
+    EXPECT_THROW(byGUID(sealed.fetchTranscript({1}), "WAL-ONLY"), std::runtime_error);
+    EXPECT_EQ(before, std::pair(stamp(file), stamp(wal)));
+}
+
+TEST(MessageDatabaseDemo, ListsConversationsNewestFirstWithoutCountingReactions) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file);
+    const auto chats = db.fetchChats();
+    ASSERT_EQ(chats.size(), 9u);
+    EXPECT_TRUE(std::is_sorted(chats.begin(), chats.end(), [](const Chat& a, const Chat& b) {
+        return a.lastDate > b.lastDate;
+    }));
+    const auto chat = [&](int64_t id) {
+        return *std::find_if(chats.begin(), chats.end(), [&](const Chat& c) { return c.id == id; });
+    };
+    EXPECT_EQ(chat(1).messageCount, 21);  // 26 rows, 5 of them reactions
+    EXPECT_EQ(chat(1).participants, std::vector<std::string>{"sam.taylor@example.com"});
+    EXPECT_EQ(chat(1).displayName, "");
+    EXPECT_EQ(chat(7).displayName, "Weekend Crew");
+    EXPECT_EQ(chat(7).identifier, "chat777");
+    EXPECT_EQ(chat(7).participants.size(), 4u);
+    EXPECT_EQ(chat(7).messageCount, 4);
+    EXPECT_TRUE(chat(9).isDeletedConversation);
+    EXPECT_FALSE(chat(1).isDeletedConversation);
+    EXPECT_EQ(chat(2).lastDate, now - 6 * 3600);
+}
+
+TEST(MessageDatabaseDemo, TranscriptFoldsReactionsAndDecodesEveryKindOfRecord) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file);
+    const auto transcript = db.fetchTranscript({1});
+    EXPECT_EQ(transcript.messages.size(), 21u);
+    EXPECT_EQ(transcript.reactionEvents.size(), 5u);
+    EXPECT_TRUE(std::is_sorted(transcript.messages.begin(), transcript.messages.end(),
+                               [](const Message& a, const Message& b) { return a.date < b.date; }));
+
+    EXPECT_EQ(byGUID(transcript, demoGUID(2)).text,
+              "It is! The lease runs to next August, rent is $1,150 a month split two ways.");
+    EXPECT_EQ(byGUID(transcript, demoGUID(2)).textAsStored, "");
+    EXPECT_EQ(byGUID(transcript, demoGUID(5)).reactions,
+              (std::vector<Reaction>{{"❤️", false, "sam.taylor@example.com"}}));
+    // Liked, like removed, then an emoji reaction.
+    EXPECT_EQ(byGUID(transcript, demoGUID(7)).reactions, (std::vector<Reaction>{{"🎉", true, ""}}));
+    EXPECT_EQ(byGUID(transcript, demoGUID(7)).effect, "Slam");
+
+    const auto& edited = byGUID(transcript, demoGUID(13));
+    EXPECT_TRUE(edited.isEdited);
+    ASSERT_EQ(edited.editHistory.size(), 2u);
+    EXPECT_EQ(edited.editHistory[0].text, "Got it, thanks! $400 back by the 15th.");
+    EXPECT_EQ(edited.editHistory[1].text, edited.text);
+    EXPECT_LT(edited.editHistory[0].date, edited.editHistory[1].date);
+
+    const auto& unsent = byGUID(transcript, demoGUID(14));
+    EXPECT_TRUE(unsent.isUnsent);
+    EXPECT_EQ(unsent.text, messages::emptyMessageNotice);
+
+    const auto& photos = byGUID(transcript, demoGUID(15));
+    ASSERT_EQ(photos.attachments.size(), 2u);
+    EXPECT_LT(photos.attachments[0].id, photos.attachments[1].id);
+    EXPECT_TRUE(fs::exists(photos.attachments[0].path));
+    EXPECT_EQ(photos.attachments[0].mimeType, "image/jpeg");
+    EXPECT_EQ(photos.attachments[0].totalBytes, 2481152);
+    EXPECT_EQ(photos.attachments[0].transferState, 5);
+    EXPECT_FALSE(fs::exists(byGUID(transcript, demoGUID(19)).attachments.at(0).path));
+
+    EXPECT_EQ(byGUID(transcript, demoGUID(16)).replyToGUID, demoGUID(11));
+    EXPECT_TRUE(byGUID(transcript, demoGUID(20)).systemNotice.has_value());
+    EXPECT_EQ(byGUID(transcript, demoGUID(22)).text, messages::undecodableNotice);
+    EXPECT_TRUE(byGUID(transcript, demoGUID(22)).undecodedBody.has_value());
+    EXPECT_EQ(byGUID(transcript, demoGUID(24)).errorCode, 22);
+    EXPECT_EQ(byGUID(transcript, demoGUID(25)).appLabel, "Apple Cash");
+    EXPECT_EQ(byGUID(transcript, demoGUID(26)).appLabel, std::nullopt);
+    EXPECT_EQ(byGUID(transcript, demoGUID(21)).dateRead,
+              byGUID(transcript, demoGUID(21)).date + 90);
+
+    const auto& deleted = byGUID(transcript, demoGUID(23));
+    EXPECT_TRUE(deleted.isInRecentlyDeleted);
+    EXPECT_NEAR(deleted.deletedAt->seconds, (now - day).seconds, 1e-3);
+    ASSERT_EQ(deleted.recoveredParts.size(), 1u);
+    EXPECT_EQ(deleted.recoveredParts[0].text, "Fine, I'll pay you when my paycheck clears.");
+    EXPECT_FALSE(byGUID(transcript, demoGUID(21)).isInRecentlyDeleted);
+}
+
+TEST(MessageDatabaseDemo, GroupAndDeletedConversations) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file);
+    const auto group = db.fetchTranscript({7});
+    EXPECT_EQ(byGUID(group, demoGUID(34)).reactions.at(0).emoji, "😂");
+    EXPECT_EQ(byGUID(group, demoGUID(35)).text, "Count me in.");
+    EXPECT_EQ(byGUID(group, demoGUID(33)).sender, "jordan.lee@example.com");
+
+    const auto gone = db.fetchTranscript({9});
+    ASSERT_EQ(gone.messages.size(), 2u);
+    EXPECT_EQ(gone.messages[0].deletedAt, now - 2 * day);
+    EXPECT_TRUE(gone.messages[1].isInRecentlyDeleted);
+    EXPECT_EQ(gone.messages[1].deletedAt, std::nullopt);
+
+    // Several conversations merge by date; every message keeps its own conversation.
+    const auto merged = db.fetchTranscript({7, 1, 9});
+    EXPECT_EQ(merged.messages.size(), 21u + 4u + 2u);
+    EXPECT_EQ(byGUID(merged, demoGUID(33)).chatID, 7);
+    EXPECT_TRUE(db.fetchTranscript({}).messages.empty());
+    EXPECT_TRUE(db.fetchTranscript({424242}).messages.empty());
+}
+
+TEST(MessageDatabaseDemo, CountsRangesHandlesAndPaths) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file, false, [](const std::string& path, int64_t id) {
+        return "/mapped/" + std::to_string(id) + fs::path(path).filename().string();
+    });
+    EXPECT_EQ(db.messageRowCount(), 39);
+    // The newest rows are a reaction-free group and a one-line chat; reactions never count.
+    EXPECT_EQ(db.newestMessageDate(), now - 6 * 3600);
+    const auto range = db.dateRange({9});
+    ASSERT_TRUE(range.has_value());
+    EXPECT_EQ(range->first, now - 12 * day);
+    EXPECT_EQ(range->second, now - 12 * day + 180);
+    EXPECT_EQ(db.dateRange({424242}), std::nullopt);
+    EXPECT_EQ(db.handles({7}).size(), 4u);
+    EXPECT_EQ(db.handles({1, 2}),
+              (std::vector<std::string>{"sam.taylor@example.com", "+12025550143"}));
+
+    const auto all = db.attachmentPaths();
+    ASSERT_EQ(all.size(), 4u);
+    EXPECT_EQ(all[0].second, (demo.dir / "Attachments" / "demo-photo-1.jpg").string());
+    EXPECT_EQ(db.attachmentPaths(std::vector<int64_t>{1}), all);
+    EXPECT_TRUE(db.attachmentPaths(std::vector<int64_t>{2}).empty());
+    EXPECT_EQ(byGUID(db.fetchTranscript({1}), demoGUID(5)).attachments.at(0).path,
+              "/mapped/1demo-photo-1.jpg");
+}
+
+TEST(MessageDatabaseDemo, ChangeSignatureFollowsEveryKindOfChange) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file);
+    sqlite::Connection writer(demo.file, sqlite::OpenMode::readWriteCreate);
+    std::vector<std::string> seen = {db.changeSignature()};
+    EXPECT_EQ(db.changeSignature(), seen[0]);
+    for (const char* change : {
+             "UPDATE message SET date_edited = 900000000000000000 WHERE ROWID = 1",
+             "UPDATE message SET date_retracted = 900000000000000001 WHERE ROWID = 2",
+             "UPDATE message SET date_read = 900000000000000002 WHERE ROWID = 3",
+             "UPDATE message SET date_delivered = 900000000000000003 WHERE ROWID = 3",
+             "DELETE FROM chat_message_join WHERE message_id = 4",
+             "INSERT INTO chat_recoverable_message_join VALUES (1, 4, 0)",
+             "UPDATE chat_recoverable_message_join SET delete_date = 900000000000000004 WHERE "
+             "message_id = 4",
+             "INSERT INTO message (ROWID, guid, date) VALUES (100, 'N', 1)",
+         }) {
+        writer.execute(change);
+        seen.push_back(db.changeSignature());
+        EXPECT_NE(seen[seen.size() - 2], seen.back()) << change;
+    }
+    EXPECT_EQ(std::count(seen[0].begin(), seen[0].end(), ':'), 8);
+}
+
+TEST(MessageDatabaseDemo, IdentityAndCustodySource) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file);
+    EXPECT_FALSE(db.isLive());
+    EXPECT_EQ(db.sourceDescription(), "the macOS Messages database (read-only)");
+    EXPECT_EQ(db.service(), MessageService::iMessage);
+    const auto source = db.custodySource();
+    EXPECT_EQ(source.kind, "messages-database-file");
+    EXPECT_EQ(source.databaseSHA256, Sha256::hexOfFile(demo.file));
+    EXPECT_EQ(source.walSHA256, std::nullopt);
+    EXPECT_EQ(MessageDatabase(demo.file, true).custodySource().kind, "snapshot");
+    EXPECT_EQ(MessageDatabase::defaultPath(), files::homeFolder() / "Library/Messages/chat.db");
+
+    // In demo mode the sample database in the demo folder stands for the live one. The demo
+    // folder lives in the temporary directory, pointed here at this test's own folder.
+    const char* savedTemporary = std::getenv("TMPDIR");
+    ::setenv("TMPDIR", demo.dir.path().c_str(), 1);
+    DemoData::setEnabled(true);
+    const auto demoFile = DemoData::databasePath();
+    EXPECT_EQ(demoFile, demo.dir / "Kestrove-Demo" / "chat.db");
+    MessageDatabase live(demoFile);
+    EXPECT_TRUE(live.isLive());
+    EXPECT_EQ(live.custodySource().kind, "live");
+    fs::create_directories(demo.dir / "Kestrove-Demo-other");
+    fs::copy_file(demoFile, demo.dir / "Kestrove-Demo-other" / "chat.db");
+    EXPECT_FALSE(MessageDatabase(demo.dir / "Kestrove-Demo-other" / "chat.db").isLive());
+    DemoData::setEnabled(false);
+    EXPECT_FALSE(live.isLive());
+    if (savedTemporary)
+        ::setenv("TMPDIR", savedTemporary, 1);
+    else
+        ::unsetenv("TMPDIR");
+}
+
+TEST(MessageDatabaseDemo, BackupMakesOneSelfContainedCopyAndStopsWhenCancelled) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file);
+    db.backup(demo.dir / "copy.db", nullptr);
+    EXPECT_FALSE(fs::exists(demo.dir / "copy.db-wal"));
+    MessageDatabase copy(demo.dir / "copy.db", true);
+    EXPECT_EQ(copy.fetchTranscript({1, 7, 9}), db.fetchTranscript({1, 7, 9}));
+
+    CancelFlag cancel;
+    cancel.cancel();
+    EXPECT_THROW(db.backup(demo.dir / "cancelled.db", &cancel), CancelledError);
+    try {
+        db.backup(demo.dir / "no-such-folder" / "copy.db", nullptr);
+        FAIL();
+    } catch (const DBError& error) {
+        EXPECT_EQ(error.kind(), DBError::Kind::accessDenied);
+        EXPECT_EQ(error.text().rfind("Couldn't create the snapshot database: ", 0), 0u);
+    }
+}
+
+TEST(MessageDatabaseDemo, ThreadsShareOneReaderSafely) {
+    DemoDatabase demo;
+    MessageDatabase db(demo.file);
+    const auto expected = db.fetchTranscript({1, 7});
+    std::vector<std::thread> threads;
+    std::atomic<int> mismatches{0};
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 20; ++i)
+                if (db.fetchTranscript({1, 7}) != expected || db.fetchChats().size() != 9)
+                    ++mismatches;
+        });
+    // The body runs under the lock and may call other operations (the lock is recursive).
+    const auto both = db.snapshot([&] {
+        return std::pair{db.messageRowCount(), db.fetchChats().size()};
+    });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(mismatches.load(), 0);
+    EXPECT_EQ(both, (std::pair<int64_t, size_t>{39, 9}));
+}
+
+// A database of an old Messages: no reaction, edit, Recently Deleted or attachment tables.
+TEST(MessageDatabaseSchema, OldAndOddDatabasesReadWithoutError) {
+    TempDir dir;
+    const auto file = dir / "old.db";
+    {
+        sqlite::Connection db(file, sqlite::OpenMode::readWriteCreate);
+        db.execute(R"(
+            CREATE TABLE handle (ROWID INTEGER PRIMARY KEY, id TEXT);
+            CREATE TABLE chat (ROWID INTEGER PRIMARY KEY, chat_identifier TEXT, display_name TEXT, service_name TEXT);
+            CREATE TABLE message (ROWID INTEGER PRIMARY KEY, guid TEXT, text TEXT, handle_id INTEGER,
+                                  is_from_me INTEGER, date INTEGER);
+            CREATE TABLE chat_message_join (chat_id INTEGER, message_id INTEGER);
+            INSERT INTO handle VALUES (1, '+12025550143');
+            INSERT INTO chat VALUES (1, '+12025550143', NULL, NULL);
+            INSERT INTO message VALUES (1, 'A', 'seconds', 1, 0, 1000000000000);
+            INSERT INTO message VALUES (2, 'B', CAST(x'6361FF' AS TEXT), 7, 1, 1000000000001);
+            INSERT INTO message VALUES (3, 'C', NULL, NULL, 1, 0);
+            INSERT INTO chat_message_join VALUES (1, 1), (1, 2), (1, 3), (1, 99), (2, 98);
+        )");
+    }
+    MessageDatabase db(file);
+    const auto chats = db.fetchChats();
+    ASSERT_EQ(chats.size(), 1u);
+    EXPECT_EQ(chats[0].messageCount, 3);
+    EXPECT_EQ(chats[0].service, "");
+    EXPECT_TRUE(chats[0].participants.empty());
+    const auto transcript = db.fetchTranscript({1, 2});
+    ASSERT_EQ(transcript.messages.size(), 3u);
+    EXPECT_EQ(transcript.messages[0].text, messages::emptyMessageNotice);
+    EXPECT_EQ(transcript.messages[1].date, Date{1e12});
+    EXPECT_EQ(transcript.messages[2].date, Date{1000.000000001});
+    EXPECT_EQ(transcript.messages[2].text, "ca\xEF\xBF\xBD");
+    EXPECT_EQ(transcript.messages[2].sender, "");
+    for (const auto& message : transcript.messages) EXPECT_FALSE(message.isInRecentlyDeleted);
+    EXPECT_TRUE(db.attachmentPaths().empty());
+    EXPECT_TRUE(db.handles({1}).empty());
+    EXPECT_EQ(db.dateRange({1}), (std::pair{Date{1e12}, Date{1000.000000001}}));
+    const auto signature = db.changeSignature();
+    EXPECT_EQ(std::count(signature.begin(), signature.end(), ':'), 6);
+}
+
+TEST(MessageDatabaseSchema, MessageInBothJoinTablesIsListedOnceWithTheLargestDeletedValue) {
+    TempDir dir;
+    const auto file = dir / "chat.db";
+    DemoData::writeMessagesDatabase(file, now);
+    {
+        sqlite::Connection writer(file, sqlite::OpenMode::readWriteCreate);
+        writer.execute(
+            "INSERT INTO chat_recoverable_message_join VALUES (1, 1, NULL), (2, 1, 700000000);"
+            "INSERT INTO chat_message_join VALUES (2, 1);");
+    }
+    MessageDatabase db(file);
+    const auto transcript = db.fetchTranscript({1, 2});
+    EXPECT_EQ(std::count_if(transcript.messages.begin(), transcript.messages.end(),
+                            [](const Message& m) { return m.guid == "DEMO-MSG-1"; }),
+              1);
+    EXPECT_EQ(byGUID(transcript, demoGUID(1)).deletedAt, Date{700'000'000});
+    EXPECT_EQ(byGUID(transcript, demoGUID(1)).chatID, 1);
+    EXPECT_EQ(byGUID(db.fetchTranscript({1}), demoGUID(1)).deletedAt, std::nullopt);
+    EXPECT_TRUE(byGUID(db.fetchTranscript({1}), demoGUID(1)).isInRecentlyDeleted);
+}
+
+TEST(MessageDatabaseSchema, BrokenQueriesFailWholeWithTheEngineMessage) {
+    TempDir dir;
+    const auto file = dir / "chat.db";
+    {
+        sqlite::Connection db(file, sqlite::OpenMode::readWriteCreate);
+        db.execute("CREATE TABLE message (ROWID INTEGER PRIMARY KEY, date INTEGER);");
+    }
+    MessageDatabase db(file);
+    try {
+        db.fetchChats();
+        FAIL();
+    } catch (const DBError& error) {
+        EXPECT_EQ(error.kind(), DBError::Kind::query);
+        EXPECT_NE(error.text().find("no such table"), std::string::npos);
+    }
+    EXPECT_THROW(db.fetchTranscript({1}), DBError);
+}
+
+// Real databases written by Messages itself.
+class MessageDatabaseFixtures : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(MessageDatabaseFixtures, ReadsEveryConversationAndLeavesTheFileUnchanged) {
+    const auto folder = testing::fixturesFolder();
+    if (!folder) GTEST_SKIP() << "no fixtures folder";
+    TempDir dir;
+    const auto file = dir / GetParam();
+    fs::copy_file(*folder / "messages" / GetParam(), file);
+    const auto before = Sha256::hexOfFile(file);
+
+    std::vector<int64_t> chatIDs;
+    int64_t joined = 0, bodyOnly = 0;
+    {
+        sqlite::Connection raw(file, sqlite::OpenMode::readOnly);
+        auto ids = raw.prepare("SELECT DISTINCT chat_id FROM chat_message_join ORDER BY chat_id");
+        while (ids.step()) chatIDs.push_back(ids.int64(0));
+        auto count = raw.prepare(
+            "SELECT COUNT(DISTINCT m.ROWID), COUNT(DISTINCT CASE WHEN m.text IS NULL AND "
+            "m.attributedBody IS NOT NULL "
+            "THEN m.ROWID END) FROM chat_message_join j JOIN message m ON m.ROWID = j.message_id");
+        count.step();
+        joined = count.int64(0);
+        bodyOnly = count.int64(1);
+    }
+    {
+        MessageDatabase db(file);
+        int64_t rows = 0, decoded = 0;
+        for (const int64_t chatID : chatIDs) {
+            const auto transcript = db.fetchTranscript({chatID});
+            rows +=
+                static_cast<int64_t>(transcript.messages.size() + transcript.reactionEvents.size());
+            for (const auto& message : transcript.messages)
+                if (message.textAsStored.empty() && !message.undecodedBody &&
+                    message.text != messages::emptyMessageNotice)
+                    ++decoded;
+        }
+        EXPECT_EQ(rows, joined);
+        EXPECT_GE(decoded,
+                  bodyOnly - 1);  // at most the one reaction row is body-only and not a message
+        const auto all = db.fetchTranscript(chatIDs);
+        EXPECT_EQ(static_cast<int64_t>(all.messages.size() + all.reactionEvents.size()), joined);
+        EXPECT_EQ(db.messageRowCount() >= joined, true);
+        if (sqlite::Connection(file, sqlite::OpenMode::readOnly).tableExists("chat")) {
+            int64_t listed = 0;
+            for (const auto& chat : db.fetchChats()) listed += chat.messageCount;
+            EXPECT_EQ(listed + static_cast<int64_t>(all.reactionEvents.size()), joined);
+        }
+        db.changeSignature();
+        db.dateRange(chatIDs);
+        db.attachmentPaths();
+    }
+    EXPECT_EQ(Sha256::hexOfFile(file), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Real, MessageDatabaseFixtures,
+                         ::testing::Values("macos-10.11-plaso.db", "macos-11-upgrade-langchain.db",
+                                           "macos-2023-langchain.db"),
+                         [](const auto& info) {
+                             std::string name = info.param.substr(0, info.param.find('-', 6));
+                             std::replace_if(
+                                 name.begin(), name.end(), [](char c) { return !std::isalnum(c); },
+                                 '_');
+                             return name;
+                         });
+
+TEST(MessageDatabaseFixtures, DecodesTheRealAttributedBodies) {
+    const auto folder = testing::fixturesFolder();
+    if (!folder) GTEST_SKIP() << "no fixtures folder";
+    TempDir dir;
+    const auto file = dir / "chat.db";
+    fs::copy_file(*folder / "messages" / "macos-2023-langchain.db", file);
+    MessageDatabase db(file);
+    const auto transcript = db.fetchTranscript({1});
+    int bodyOnly = 0;
+    for (const auto& message : transcript.messages) {
+        EXPECT_FALSE(message.undecodedBody.has_value()) << message.guid;
+        if (!message.textAsStored.empty()) continue;
+        ++bodyOnly;
+        EXPECT_FALSE(message.text.empty());
+        EXPECT_NE(message.text, messages::emptyMessageNotice);
+    }
+    EXPECT_GE(bodyOnly, 10);
+    EXPECT_EQ(byGUID(transcript, transcript.messages.front().guid).text, "Yeh");
+    ASSERT_EQ(transcript.reactionEvents.size(), 1u);
+    EXPECT_EQ(transcript.reactionEvents[0].targetGUID, "FC62F43D-2F38-43EC-937E-2129DBBD948A");
+}
+
+}  // namespace
+}  // namespace bc
