@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <set>
 
 #include "model/MessageSource.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
+#include "sources/MessageDatabase.h"
+#include "sources/demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Sqlite.h"
 #include "testing/Testing.h"
@@ -270,6 +274,29 @@ TEST_F(CallHistoryTest, TheCacheRereadsOnlyWhenTheFileOrItsLogChanges) {
     fs::last_write_time(wal, walStamp + std::chrono::seconds(1));
     EXPECT_EQ(history.calls({"+1 555 010 4477"}, log).size(), 2u);
     EXPECT_EQ(CallHistory::shared().allCalls(log).size(), 2u);
+}
+
+TEST_F(CallHistoryTest, TheSampleCallLogFillsTheSampleConversations) {
+    const Date now{750'000'000};
+    const fs::path chatDB = dir / "demo" / "chat.db";
+    DemoData::writeMessagesDatabase(chatDB, now);
+    DemoData::writeCallLog(log, DemoData::sampleCalls(), now);
+    CallHistory::setOverrideDatabasePath(chatDB);
+
+    MessageDatabase database(chatDB);
+    std::set<std::string> merged;
+    for (const Chat& chat : database.fetchChats()) {
+        Transcript transcript = database.fetchTranscript({chat.id});
+        history.mergeCalls(transcript, database, {chat.id}, database.handles({chat.id}));
+        EXPECT_FALSE(transcript.callLogIssue);
+        EXPECT_TRUE(
+            std::is_sorted(transcript.messages.begin(), transcript.messages.end(),
+                           [](const Message& a, const Message& b) { return a.date < b.date; }));
+        for (const Message& row : transcript.messages) {
+            if (row.isCall()) merged.insert(row.guid);
+        }
+    }
+    EXPECT_EQ(merged.size(), DemoData::sampleCalls().size());
 }
 
 TEST(CallHistoryRows, SummariesNameServiceDirectionAndOutcome) {
