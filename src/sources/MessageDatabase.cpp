@@ -1,5 +1,7 @@
 #include "sources/MessageDatabase.h"
 
+#include "custody/CustodyLog.h"
+
 #include <algorithm>
 #include <unordered_map>
 
@@ -418,24 +420,7 @@ std::string MessageDatabase::changeSignature() {
 
 CustodyRecord::Source MessageDatabase::custodySource() {
     std::lock_guard guard(lock_);
-    CustodyRecord::Source source;
-    source.kind = isLive() ? "live" : immutable_ ? "snapshot" : "messages-database-file";
-    source.path = path_.string();
-    try {
-        source.databaseSHA256 = Sha256::hexOfFile(path_);
-    } catch (const Error&) {
-        source.databaseSHA256 = "unreadable";
-    }
-    const fs::path wal = path_.string() + "-wal";
-    std::error_code error;
-    if (fs::exists(wal, error)) {
-        try {
-            source.walSHA256 = Sha256::hexOfFile(wal);
-        } catch (const Error&) {
-            source.walSHA256 = "unreadable";
-        }
-    }
-    return source;
+    return CustodyLog::source(*this, std::nullopt);
 }
 
 void MessageDatabase::backup(const fs::path& destination, const CancelFlag* cancel) {

@@ -261,10 +261,9 @@ TEST(MessageDatabaseDemo, IdentityAndCustodySource) {
     EXPECT_EQ(db.sourceDescription(), "the macOS Messages database (read-only)");
     EXPECT_EQ(db.service(), MessageService::iMessage);
     const auto source = db.custodySource();
-    EXPECT_EQ(source.kind, "messages-database-file");
+    EXPECT_EQ(source.kind, "files");
     EXPECT_EQ(source.databaseSHA256, Sha256::hexOfFile(demo.file));
     EXPECT_EQ(source.walSHA256, std::nullopt);
-    EXPECT_EQ(MessageDatabase(demo.file, true).custodySource().kind, "snapshot");
     EXPECT_EQ(MessageDatabase::defaultPath(), files::homeFolder() / "Library/Messages/chat.db");
 
     // In demo mode the sample database in the demo folder stands for the live one. The demo
