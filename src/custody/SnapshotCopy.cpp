@@ -5,7 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
-#include <vector>
+#include <memory>
 
 #include "support/CancelFlag.h"
 #include "support/Errors.h"
@@ -50,6 +50,22 @@ void writeAll(int fd, const char* data, size_t size, const std::filesystem::path
     }
 }
 
+// Reads the file to its end in chunks of the buffer, handing each chunk's size to `use`.
+template <typename Use>
+int64_t readChunks(int fd, char* buffer, const std::filesystem::path& file,
+                   const CancelFlag* cancel, Use&& use) {
+    int64_t total = 0;
+    for (;;) {
+        if (cancel) cancel->check();
+        const ssize_t count = ::read(fd, buffer, Sha256::chunkSize);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) fail("read", file);
+        if (count == 0) return total;
+        use(static_cast<size_t>(count));
+        total += count;
+    }
+}
+
 }  // namespace
 
 VerifiedCopy copyVerified(const std::filesystem::path& source,
@@ -59,22 +75,24 @@ VerifiedCopy copyVerified(const std::filesystem::path& source,
     FileDescriptor out(::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (out.get() < 0) fail("create", destination);
 
+    // One buffer for both passes, left uninitialised: zeroing a chunk per file costs as much as
+    // copying a small file.
+    const auto buffer = std::make_unique_for_overwrite<char[]>(Sha256::chunkSize);
     VerifiedCopy result;
-    Sha256 hasher;
-    std::vector<char> buffer(Sha256::chunkSize);
-    for (;;) {
-        if (cancel) cancel->check();
-        const ssize_t count = ::read(in.get(), buffer.data(), buffer.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) fail("read", source);
-        if (count == 0) break;
-        hasher.update(buffer.data(), static_cast<size_t>(count));
-        writeAll(out.get(), buffer.data(), static_cast<size_t>(count), destination);
-        result.bytes += count;
-    }
+    Sha256 sourceHash;
+    result.bytes = readChunks(in.get(), buffer.get(), source, cancel, [&](size_t count) {
+        sourceHash.update(buffer.get(), count);
+        writeAll(out.get(), buffer.get(), count, destination);
+    });
     if (out.release() != 0) fail("write", destination);
-    result.sourceSHA256 = hasher.finishHex();
-    result.copySHA256 = Sha256::hexOfFile(destination, cancel);
+    result.sourceSHA256 = sourceHash.finishHex();
+
+    FileDescriptor written(::open(destination.c_str(), O_RDONLY | O_CLOEXEC));
+    if (written.get() < 0) fail("read", destination);
+    Sha256 copyHash;
+    readChunks(written.get(), buffer.get(), destination, cancel,
+               [&](size_t count) { copyHash.update(buffer.get(), count); });
+    result.copySHA256 = copyHash.finishHex();
     return result;
 }
 
