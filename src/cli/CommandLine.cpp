@@ -17,12 +17,9 @@ constexpr std::string_view usage =
 
 }  // namespace
 
-int run(int argc, char** argv, std::ostream& out, std::ostream& err) {
+std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& err) {
     const std::vector<std::string_view> arguments(argv + 1, argv + argc);
-    if (arguments.empty()) {
-        out << usage;
-        return 0;
-    }
+    if (arguments.empty()) return std::nullopt;
     for (const auto argument : arguments) {
         if (argument == "--version") {
             out << "Brindlecourt " << build::version << " (" << build::number << ")\n";
