@@ -196,7 +196,7 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
         if (pdf) files::removeAll(folder);
         return fail(outcome.message);
     }
-    out_ << "Done.\n  " << (pdf ? "pdf:" : "pages folder:") << "    " << destination.string()
+    out_ << "Done.\n  " << (pdf ? "pdf:            " : "pages:          ") << destination.string()
          << "\n  messages:       " << job.messageCount()
          << "\n  pages:          " << outcome.pages->pages << "\n";
     if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
