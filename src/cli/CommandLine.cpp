@@ -8,6 +8,7 @@
 #include "cli/Arguments.h"
 #include "cli/Benchmark.h"
 #include "cli/CommandLineExport.h"
+#include "cli/Interrupt.h"
 
 namespace bc::cli {
 
@@ -66,8 +67,8 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
     }
     if (arguments.contains("--benchmark")) return Benchmark(arguments, out, err).run();
     if (arguments.contains("--export-html")) {
-        CancelFlag cancel;
-        return CommandLineExport(arguments, out, err, cancel).run();
+        const auto cancel = cancelOnInterrupt();
+        return CommandLineExport(arguments, out, err, *cancel).run();
     }
     if (arguments.items() == std::vector<std::string>{"--demo"}) return std::nullopt;
     err << "Nothing to do: snapshots, verification and exports run with --export-html.\n" << help;

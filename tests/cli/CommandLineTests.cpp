@@ -1,4 +1,5 @@
 // The built program run as a user runs it: its own home, data and temporary folders per test.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
@@ -177,7 +178,7 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
 }
 
 TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
-    const auto result = run({"--benchmark", "--demo"});
+    const auto result = run({"--benchmark", "--generate", "2000"});  // generated on the spot
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
     for (const char* phase :
          {"open database", "list conversations", "largest conversation transcript",
@@ -194,6 +195,60 @@ bool hasHiddenEntry(const fs::path& folder) {
     return false;
 }
 
+// An export of the sample conversation into parent/archive, started in the background and
+// interrupted with `signal` once its archive is being built (a hidden temporary exists).
+class InterruptedExport {
+public:
+    InterruptedExport(const fs::path& root, const fs::path& parent) : parent_(parent) {
+        fs::create_directories(parent);
+        std::string exe = program(), home = "HOME=" + (root / "home").string(),
+                    tmp = "TMPDIR=" + (root / "tmp").string(), out = (parent / "archive").string();
+        std::string flags[] = {"--export-html", "--demo", "--chats", "1", "--out"};
+        std::vector<char*> argv{exe.data()};
+        for (auto& flag : flags) argv.push_back(flag.data());
+        argv.push_back(out.data());
+        argv.push_back(nullptr);
+        std::vector<char*> envp{home.data(), tmp.data(), nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        const std::string errors = (root / "stderr.txt").string();
+        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+        spawned_ =
+            posix_spawn(&pid_, exe.c_str(), &actions, nullptr, argv.data(), envp.data()) == 0;
+        posix_spawn_file_actions_destroy(&actions);
+        stderrFile_ = errors;
+    }
+
+    // The exit status, or -signal when the signal ended it.
+    int interrupt(int signal, int delayMs) {
+        if (!spawned_) return -1000;
+        int status = 0;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        bool ended = false;
+        while (!hasHiddenEntry(parent_) && std::chrono::steady_clock::now() < deadline)
+            if ((ended = ::waitpid(pid_, &status, WNOHANG) == pid_))
+                break;
+            else
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+        if (!ended) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+            ::kill(pid_, signal);
+            ::waitpid(pid_, &status, 0);
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    fs::path out() const { return parent_ / "archive"; }
+    std::string errors() const { return files::readFile(stderrFile_); }
+
+private:
+    fs::path parent_;
+    fs::path stderrFile_;
+    pid_t pid_ = 0;
+    bool spawned_ = false;
+};
+
 // Killed while the archive is being built, an export leaves either the whole archive or no
 // folder of that name, only a hidden temporary one; that does not stop the next run.
 TEST_F(CommandLine, KilledExportLeavesNoFolderThatLooksComplete) {
@@ -201,37 +256,29 @@ TEST_F(CommandLine, KilledExportLeavesNoFolderThatLooksComplete) {
     int killedMidway = 0;
     for (const int delayMs : {0, 2, 5, 10, 20, 40}) {
         const fs::path parent = dir_ / ("run-" + std::to_string(delayMs));
-        fs::create_directories(parent);
-        const fs::path out = parent / "archive";
-        std::string exe = program(), home = "HOME=" + (dir_ / "home").string(),
-                    tmp = "TMPDIR=" + (dir_ / "tmp").string(), outArgument = out.string();
-        std::string flags[] = {"--export-html", "--demo", "--chats", "1", "--out"};
-        std::vector<char*> argv{exe.data()};
-        for (auto& flag : flags) argv.push_back(flag.data());
-        argv.push_back(outArgument.data());
-        argv.push_back(nullptr);
-        std::vector<char*> envp{home.data(), tmp.data(), nullptr};
-        pid_t pid = 0;
-        ASSERT_EQ(posix_spawn(&pid, exe.c_str(), nullptr, nullptr, argv.data(), envp.data()), 0);
-        int status = 0;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!hasHiddenEntry(parent) && ::waitpid(pid, &status, WNOHANG) == 0 &&
-               std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
-        if (::kill(pid, SIGKILL) == 0) ::waitpid(pid, &status, 0);
-        if (!fs::exists(out)) {
+        InterruptedExport job(dir_.path(), parent);
+        job.interrupt(SIGKILL, delayMs);
+        if (!fs::exists(job.out())) {
             killedMidway += hasHiddenEntry(parent);
             continue;
         }
         const auto check = runProcess(
             {.executable = "/bin/sh",
-             .arguments = {"-c", "cd \"$0\" && sha256sum -c checksums.txt", out.string()}});
+             .arguments = {"-c", "cd \"$0\" && sha256sum -c checksums.txt", job.out().string()}});
         EXPECT_TRUE(check.succeeded()) << delayMs << " ms: " << check.standardOutput;
     }
     EXPECT_GT(killedMidway, 0);
     const auto again = run({"--export-html", "--demo", "--chats", "1", "--out", "after"});
     EXPECT_EQ(again.exitStatus, 0) << again.standardError;
+}
+
+TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
+    ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);
+    InterruptedExport job(dir_.path(), dir_ / "parent");
+    EXPECT_EQ(job.interrupt(SIGTERM, 0), 1);
+    EXPECT_EQ(job.errors().substr(job.errors().find("error: ")),
+              "error: Export cancelled. Nothing was saved.\n");
+    EXPECT_TRUE(fs::is_empty(dir_ / "parent"));
 }
 
 }  // namespace
