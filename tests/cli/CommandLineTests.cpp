@@ -131,6 +131,8 @@ TEST_F(CommandLine, DemoArchiveComesWithCertificateAndAnIntactCustodyChain) {
     const std::string certificate = files::readFile(dir_ / "archive \u2013 Certificate.txt");
     EXPECT_NE(certificate.find(records[0].recordSHA256), std::string::npos);
 
+    EXPECT_TRUE(fs::is_empty(dir_ / "home"));  // nothing of the user's was touched
+
     const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
     EXPECT_EQ(verified.exitStatus, 0);
     EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact\n"),

@@ -60,6 +60,19 @@ TEST(ExportRequest, UniqueNamesAndSettingsDefaults) {
     EXPECT_EQ(ExportSettings::decoded(R"({"paper":"folio","dpi":300})"), ExportSettings{});
 }
 
+TEST(ExportRequest, DemoExportFolderOnlyInDemoModeWithTheVariableSet) {
+    testing::TempDir dir;
+    const fs::path folder = dir / "exports" / "deep";
+    ::setenv("KESTROVE_DEMO_EXPORT_DIR", folder.c_str(), 1);
+    EXPECT_EQ(demoExportFolder(), std::nullopt);
+    DemoData::setEnabled(true);
+    EXPECT_EQ(demoExportFolder(), folder);
+    EXPECT_TRUE(fs::is_directory(folder));
+    ::unsetenv("KESTROVE_DEMO_EXPORT_DIR");
+    EXPECT_EQ(demoExportFolder(), std::nullopt);
+    DemoData::setEnabled(false);
+}
+
 // The sample conversation through the pipeline, with a custody log of the test's own.
 class ExportPipelineTest : public ::testing::Test {
 protected:
