@@ -1,5 +1,6 @@
 #include "cli/Benchmark.h"
 
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -34,12 +35,20 @@ std::string timelineLine(const Timeline& timeline) {
 }  // namespace
 
 int Benchmark::run() {
+    const auto generate = arguments_.value("--generate");
+    int64_t messages = 0;
+    if (generate) {
+        const auto [end, error] =
+            std::from_chars(generate->data(), generate->data() + generate->size(), messages);
+        if (error != std::errc() || end != generate->data() + generate->size() || messages < 1) {
+            err_ << "error: --generate must be a number of messages, got \"" << *generate << "\"\n";
+            return 2;
+        }
+    }
     std::filesystem::path path;
     try {
-        if (const auto count = arguments_.value("--generate"))
-            path = demo::LargeSample{std::max<int64_t>(std::stoll(*count), 1000)}.cachedFile();
-        else
-            path = DatabaseChoice::from(arguments_).path;
+        path = generate ? demo::LargeSample{std::max<int64_t>(messages, 1000)}.cachedFile()
+                        : DatabaseChoice::from(arguments_).path;
     } catch (const std::exception& e) {
         err_ << "error: " << e.what() << "\n";
         return 1;

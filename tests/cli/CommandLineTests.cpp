@@ -189,6 +189,7 @@ TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
         EXPECT_NE(result.standardOutput.find(" s  " + std::string(phase) + "\n"), std::string::npos)
             << phase;
     EXPECT_EQ(run({"--benchmark", "--database", "absent.db"}).exitStatus, 1);
+    EXPECT_EQ(run({"--benchmark", "--generate", "many"}).exitStatus, 2);
 }
 
 bool hasHiddenEntry(const fs::path& folder) {
