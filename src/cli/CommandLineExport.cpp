@@ -153,6 +153,7 @@ int CommandLineExport::run() {
     if (fs::exists(fs::symlink_status(folder)))
         return fail(*outArgument + " already exists; choose a new folder");
     try {
+        err_ << "Reading messages\u2026\n";
         const auto nameFor = namesFor(arguments_.contains("--demo"));
         const ExportJob job =
             buildJob(*database, *ids, *from, *to, paged ? *pages : RangeExportFormat::html, title,
