@@ -72,7 +72,7 @@ bc::Transcript conversation(int count) {
 
 bc::HTMLExporter exporter() {
     return bc::HTMLExporter({.title = "Ann", .participants = {"Ann"}, .sourceDescription = "bench"},
-                            name, {}, {}, nullptr);
+                            name, {}, {});
 }
 
 void setUp() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "export/ManifestCsv.h"
+#include "sources/CallHistory.h"
 #include "support/Calendar.h"
 #include "support/DateFormat.h"
 #include "support/Json.h"
@@ -61,11 +62,6 @@ std::string attachmentPaths(const Message& m) {
     return out;
 }
 
-// A call row's text is the call history's one-line summary.
-const std::string& callSummary(const Message& m) {
-    return m.text;
-}
-
 std::string renderText(const std::string& title, const std::vector<Message>& messages,
                        const SenderName& senderName) {
     const PatternFormatter formatter("yyyy-MM-dd HH:mm");
@@ -73,7 +69,8 @@ std::string renderText(const std::string& title, const std::vector<Message>& mes
     for (const auto& m : messages) {
         out += "\n[" + formatter.format(m.date) + "] ";
         if (m.call) {
-            out += callSummary(m) + " (call record " + std::to_string(m.call->recordID) + ")";
+            out += CallHistory::summary(*m.call) + " (call record " +
+                   std::to_string(m.call->recordID) + ")";
         } else {
             out += senderName(m) + ": " + m.text;
         }
@@ -88,7 +85,7 @@ std::string renderCSV(const std::vector<Message>& messages, const SenderName& se
         out += '\n';
         out += manifest::line(
             {dates::iso8601(m.date), senderName(m), m.sender, m.isFromMe ? "1" : "0",
-             m.call ? callSummary(m) : m.text, attachmentPaths(m),
+             m.call ? CallHistory::summary(*m.call) : m.text, attachmentPaths(m),
              m.call ? "call record " + std::to_string(m.call->recordID) : "message"});
     }
     return out;
@@ -102,9 +99,9 @@ Json callObject(const Message& m) {
             {"direction", call.isOutgoing ? "outgoing" : "incoming"},
             {"answered", call.answered},
             {"duration_seconds", call.duration},
-            {"service", callService(call)},
+            {"service", CallHistory::service(call)},
             {"address", call.address},
-            {"description", callSummary(m)}};
+            {"description", CallHistory::summary(*m.call)}};
 }
 
 Json messageObject(const Message& m, const SenderName& senderName) {
@@ -159,12 +156,6 @@ std::string fileStem(const std::string& title) {
 
 std::string fileName(const std::string& title, int64_t chatID, ExportFormat format) {
     return fileStem(title) + " (" + std::to_string(chatID) + ")." + std::string(rawValue(format));
-}
-
-std::string callService(const CallInfo& call) {
-    if (call.serviceProvider == "com.apple.Telephony") return "Phone";
-    if (call.serviceProvider == "com.apple.FaceTime") return "FaceTime";
-    return call.serviceProvider.empty() ? "Unknown" : call.serviceProvider;
 }
 
 }  // namespace Exporter

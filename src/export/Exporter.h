@@ -38,9 +38,6 @@ std::string fileName(const std::string& title, int64_t chatID, ExportFormat form
 // cut to 80 characters: the stem of every file named after a conversation.
 std::string fileStem(const std::string& title);
 
-// How a call row names its service ("Phone", "FaceTime", or the provider as stored).
-std::string callService(const CallInfo& call);
-
 }  // namespace Exporter
 
 }  // namespace bc

@@ -7,6 +7,7 @@
 #include "export/html/Attachments.h"
 #include "export/html/Page.h"
 #include "export/html/Previews.h"
+#include "sources/CallHistory.h"
 #include "support/Calendar.h"
 #include "support/Errors.h"
 #include "support/Files.h"
@@ -102,12 +103,11 @@ std::vector<const Message*> rowsInRange(const Transcript& transcript,
 }  // namespace
 
 HTMLExporter::HTMLExporter(Options options, manifest::NameFor nameFor, std::vector<Message> context,
-                           manifest::MachineText machineText, CallRows callRows)
+                           manifest::MachineText machineText)
     : options_(std::move(options)),
       nameFor_(std::move(nameFor)),
       context_(std::move(context)),
-      machineText_(std::move(machineText)),
-      callRows_(std::move(callRows)) {}
+      machineText_(std::move(machineText)) {}
 
 HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcript,
                                                      const fs::path& folder,
@@ -169,10 +169,7 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
                  [&](const auto& e) { return range.contains(e.date); });
     manifest::writeCSV(manifest::reactionRows(reactions, byGUID, nameFor_),
                        folder / "reactions.csv");
-    if (!calls.empty()) {
-        if (!callRows_) throw Error("Couldn't write calls.csv: the call list was not provided.");
-        manifest::writeCSV(manifest::callRows(callRows_(calls)), folder / "calls.csv");
-    }
+    if (!calls.empty()) manifest::writeCSV(CallHistory::csvRows(calls), folder / "calls.csv");
     manifest::Rows attachmentRows{manifest::attachmentsHeader()};
     for (const auto& copy : copies) attachmentRows.push_back(html::attachmentRow(copy));
     manifest::writeCSV(attachmentRows, folder / "attachments.csv");

@@ -39,11 +39,8 @@ public:
         int64_t previewsMade = 0;
     };
 
-    // The call history's rows for calls.csv (without header), from the call rows given.
-    using CallRows = std::function<manifest::Rows(const std::vector<Message>& calls)>;
-
     HTMLExporter(Options options, manifest::NameFor nameFor, std::vector<Message> context,
-                 manifest::MachineText machineText, CallRows callRows);
+                 manifest::MachineText machineText);
 
     // Builds the archive in `folder` (created with its parents). Throws Error on a write
     // failure and CancelledError when cancelled; a missing or unreadable attachment does not
@@ -73,7 +70,6 @@ private:
     manifest::NameFor nameFor_;
     std::vector<Message> context_;
     manifest::MachineText machineText_;
-    CallRows callRows_;
 };
 
 }  // namespace bc

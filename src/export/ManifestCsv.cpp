@@ -218,13 +218,6 @@ Rows reactionRows(const std::vector<ReactionEvent>& events,
     return rows;
 }
 
-Rows callRows(Rows calls) {
-    calls.insert(calls.begin(), Row{"call_record_id", "unique_id", "date_utc", "direction",
-                                    "answered", "duration_seconds", "service", "call_type",
-                                    "service_provider", "address", "description"});
-    return calls;
-}
-
 const Row& attachmentsHeader() {
     static const Row header{"attachment_rowid", "message_rowid", "status",
                             "hidden",           "original_name", "mime_type",

@@ -54,9 +54,6 @@ Rows reactionRows(const std::vector<ReactionEvent>& events,
                   const std::unordered_map<std::string, const Message*>& byGUID,
                   const NameFor& nameFor);
 
-// calls.csv: header followed by the call history's rows, as given.
-Rows callRows(Rows calls);
-
 const Row& attachmentsHeader();
 
 }  // namespace bc::manifest

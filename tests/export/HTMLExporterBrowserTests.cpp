@@ -118,7 +118,7 @@ TEST(HTMLExporterBrowser, daysJumpsKeysHashAndRepliesWorkInChromium) {
             transcript.messages.push_back(testing::message(id++, noon + 60.0 * n, "row"));
     }
     transcript.messages.front().replyToGUID = transcript.messages.back().guid;
-    HTMLExporter exporter({.title = "Jumps"}, testing::nameFor, {}, {}, nullptr);
+    HTMLExporter exporter({.title = "Jumps"}, testing::nameFor, {}, {});
     CancelFlag cancel;
     const auto summary = exporter.exportTranscript(transcript, dir / "archive", cancel, nullptr);
 
@@ -170,7 +170,7 @@ TEST(HTMLExporterBrowser, longConversationRendersOnlyTheDaysNearTheScreen) {
     Transcript transcript;
     for (int64_t id = 1; id <= 1200; ++id)
         transcript.messages.push_back(testing::message(id, testing::at(id * 28800.0), "row"));
-    HTMLExporter exporter({.title = "Long"}, testing::nameFor, {}, {}, nullptr);
+    HTMLExporter exporter({.title = "Long"}, testing::nameFor, {}, {});
     CancelFlag cancel;
     const auto summary = exporter.exportTranscript(transcript, dir / "archive", cancel, nullptr);
     std::string page = files::readFile(summary.htmlURL);

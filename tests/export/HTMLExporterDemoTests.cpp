@@ -34,7 +34,7 @@ TEST(HTMLExporterDemo, sampleConversationExportsWholeAndVerifies) {
     HTMLExporter exporter({.title = chat.displayName.empty() ? chat.identifier : chat.displayName,
                            .participants = chat.participants,
                            .sourceDescription = database.sourceDescription()},
-                          testing::nameFor, transcript.messages, {}, nullptr);
+                          testing::nameFor, transcript.messages, {});
     CancelFlag cancel;
     const auto summary = exporter.exportTranscript(transcript, dir / "archive", cancel, nullptr);
     EXPECT_EQ(summary.messages, static_cast<int64_t>(transcript.messages.size()));

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "model/Message.h"
+#include "sources/CallHistory.h"
 #include "support/DateFormat.h"
 
 namespace bc::testing {
@@ -25,19 +26,19 @@ inline Message message(int64_t id, Date date, std::string text, bool fromMe = fa
     return m;
 }
 
+// A phone call as the call history turns it into a conversation row.
 inline Message callRow(int64_t id, Date date, bool answered) {
-    Message m =
-        message(id, date, answered ? "Phone call · answered · 2:05" : "Phone call · not answered");
-    m.guid = "call:" + std::to_string(id);
-    m.call = CallInfo{.recordID = id,
-                      .uniqueID = "U" + std::to_string(id),
-                      .date = date,
-                      .duration = answered ? 125.5 : 0,
-                      .isOutgoing = !answered,
-                      .answered = answered,
-                      .callType = 1,
-                      .serviceProvider = "com.apple.Telephony",
-                      .address = "+15551234567"};
+    Message m = CallHistory::row({.recordID = id,
+                                  .uniqueID = "U" + std::to_string(id),
+                                  .date = date,
+                                  .duration = answered ? 125.5 : 0,
+                                  .isOutgoing = !answered,
+                                  .answered = answered,
+                                  .callType = 1,
+                                  .serviceProvider = "com.apple.Telephony",
+                                  .address = "+15551234567"},
+                                 7);
+    m.id = id;
     return m;
 }
 

@@ -83,11 +83,7 @@ struct Archive {
         if (options.title.empty()) options.title = "Ann <b>&</b>";
         options.sourceDescription = "test data";
         HTMLExporter exporter(std::move(options), testing::nameFor, std::move(context),
-                              {{31, "Words in a photo"}}, [](const std::vector<Message>& calls) {
-                                  manifest::Rows rows;
-                                  for (const auto& c : calls) rows.push_back({c.guid});
-                                  return rows;
-                              });
+                              {{31, "Words in a photo"}});
         CancelFlag cancel;
         return exporter.exportTranscript(transcript, folder, cancel, nullptr);
     }
@@ -210,6 +206,10 @@ TEST(HTMLExporterArchive, checksumsListEveryFileButItselfAndVerifyWithSha256sum)
                              "Ann -b-&--b- – Messages.html"})
         EXPECT_NE(sums.find(std::string("  ") + name + "\n"), std::string::npos) << name;
     EXPECT_EQ(sums.find("checksums.txt"), std::string::npos);
+    const auto calls = readRows(a.folder / "calls.csv");
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].front(), "call_record_id");
+    EXPECT_EQ(calls[1].front(), "2");
 
     const auto result = runProcess(
         {.executable = "/bin/sh",
@@ -389,7 +389,7 @@ TEST(HTMLExporterArchive, aFileThatVanishesBeforeItsCopyIsMarkedMissing) {
     Message m = message(1, at(), "");
     m.attachments = {attachment(1, a.source("first.jpg", "f").string(), "first.jpg", "image/jpeg"),
                      attachment(2, later.string(), "later.jpg", "image/jpeg")};
-    HTMLExporter exporter({.title = "T"}, testing::nameFor, {}, {}, nullptr);
+    HTMLExporter exporter({.title = "T"}, testing::nameFor, {}, {});
     CancelFlag cancel;
     const auto summary = exporter.exportTranscript({.messages = {m}}, a.folder, cancel,
                                                    [&](const std::string&) { fs::remove(later); });
@@ -403,7 +403,7 @@ TEST(HTMLExporterArchive, cancellationStopsBeforeTheNextAttachment) {
     Message m = message(1, at(), "");
     m.attachments = {attachment(1, a.source("a", "a").string(), "a", ""),
                      attachment(2, a.source("b", "b").string(), "b", "")};
-    HTMLExporter exporter({.title = "T"}, testing::nameFor, {}, {}, nullptr);
+    HTMLExporter exporter({.title = "T"}, testing::nameFor, {}, {});
     CancelFlag cancel;
     int reports = 0;
     EXPECT_THROW(

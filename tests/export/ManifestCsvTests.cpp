@@ -111,14 +111,5 @@ TEST(ManifestCsvReactions, namesKindsAndMarksTargetsOutsideTheExport) {
     EXPECT_EQ(rows[2][8], "(target not in conversation)");
 }
 
-TEST(ManifestCsvCalls, headerBeforeTheGivenRows) {
-    const auto rows = manifest::callRows({{"1", "u"}});
-    ASSERT_EQ(rows.size(), 2u);
-    EXPECT_EQ(rows[0].size(), 11u);
-    EXPECT_EQ(rows[0].front(), "call_record_id");
-    EXPECT_EQ(rows[0].back(), "description");
-    EXPECT_EQ(rows[1], (manifest::Row{"1", "u"}));
-}
-
 }  // namespace
 }  // namespace bc

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "embedded/archiveTemplate.h"
+#include "sources/CallHistory.h"
 #include "support/Calendar.h"
 #include "support/CivilClock.h"
 #include "support/Date.h"
@@ -135,7 +136,7 @@ private:
     void writeRow(std::string& out, const Message& m, const dates::CivilTime& time) {
         if (m.call || m.systemNotice) {
             out += "<div class=\"sys\" id=\"m" + std::to_string(m.id) + "\">";
-            out += HTMLExporter::escape(m.call ? m.text : *m.systemNotice);
+            out += HTMLExporter::escape(m.call ? CallHistory::summary(*m.call) : *m.systemNotice);
             out += " <span class=\"id\">" + recordLabel(m) + "</span></div>";
             skipAttachments(m);
             return;
