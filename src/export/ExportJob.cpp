@@ -249,12 +249,6 @@ void refuseExisting(const fs::path& destination) {
         throw Error(destination.string() + " already exists");
 }
 
-manifest::Rows callRowsWithoutHeader(const std::vector<Message>& calls) {
-    auto rows = CallHistory::csvRows(calls);
-    rows.erase(rows.begin());
-    return rows;
-}
-
 // The archive is built under a hidden temporary name and appears whole.
 Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                     const ExportPipeline::Context& context, const CancelFlag& cancel,
@@ -264,8 +258,7 @@ Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                                  .from = job.from,
                                  .to = job.to,
                                  .sourceDescription = job.sourceDescription},
-                                context.nameFor, job.transcript.messages, context.machineText,
-                                callRowsWithoutHeader);
+                                context.nameFor, job.transcript.messages, context.machineText);
     const fs::path building = files::temporarySibling(destination);
     written.add(building);
     auto summary = exporter.exportTranscript({job.messages, job.reactionEvents, std::nullopt},
