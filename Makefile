@@ -41,10 +41,11 @@ test: test-normal test-sanitize
 # snapshots, custody log) lives under it too, as the program's temporary folder. Snapshots are
 # locked (immutable where permitted), so the old folder is unlocked before it is removed.
 DEMO_DIR ?= $(BUILD_DIR)/demo
+unlock = if [ -d "$(1)" ]; then \
+	  chattr -R -i "$(1)" 2>/dev/null || chflags -R nouchg "$(1)" 2>/dev/null; \
+	  chmod -R u+w "$(1)"; fi
 demo: build
-	@if [ -d $(DEMO_DIR) ]; then \
-	  chattr -R -i $(DEMO_DIR) 2>/dev/null || chflags -R nouchg $(DEMO_DIR) 2>/dev/null; \
-	  chmod -R u+w $(DEMO_DIR); fi
+	@$(call unlock,$(DEMO_DIR))
 	@rm -rf $(DEMO_DIR) && mkdir -p $(DEMO_DIR)/tmp
 	@export TMPDIR="$(CURDIR)/$(DEMO_DIR)/tmp"; run="$(BUILD_DIR)/brindlecourt --demo --export-html"; \
 	  $$run --snapshot && \
@@ -60,4 +61,5 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
+	@$(call unlock,$(DEMO_DIR))
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
