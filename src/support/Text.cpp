@@ -13,17 +13,24 @@ std::string repairUtf8(std::string_view bytes) {
     out.reserve(bytes.size());
     const auto* s = reinterpret_cast<const uint8_t*>(bytes.data());
     const auto length = static_cast<int32_t>(bytes.size());
+    int32_t validFrom = 0;  // start of the run of valid text not yet copied
     int32_t i = 0;
     while (i < length) {
+        if (s[i] < 0x80) {  // most stored text is ASCII: step over it without decoding
+            ++i;
+            continue;
+        }
         const int32_t start = i;
         UChar32 c;
         U8_NEXT(s, i, length, c);
         if (c < 0) {
+            out.append(bytes.substr(static_cast<size_t>(validFrom),
+                                    static_cast<size_t>(start - validFrom)));
             out += replacementCharacter;
-        } else {
-            out.append(bytes.substr(static_cast<size_t>(start), static_cast<size_t>(i - start)));
+            validFrom = i;
         }
     }
+    out.append(bytes.substr(static_cast<size_t>(validFrom)));
     return out;
 }
 
