@@ -9,7 +9,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_check
                 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/sanitizer-suppressions.txt \
                 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
-.PHONY: all deps build build-sanitize test test-normal test-sanitize demo format bench clean
+.PHONY: all deps build build-sanitize test test-normal test-sanitize demo app format bench clean
 
 all: build
 
@@ -39,6 +39,9 @@ test: test-normal test-sanitize
 demo: build
 	@echo "The command-line export is not built yet; showing the program's version instead."
 	$(BUILD_DIR)/brindlecourt --version
+
+app: build
+	$(BUILD_DIR)/brindlecourt --demo
 
 bench: build
 	@for b in $(BUILD_DIR)/bench/bench_*; do echo "== $$b"; $$b; done
