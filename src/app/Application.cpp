@@ -1,5 +1,6 @@
 #include "app/Application.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 
@@ -25,8 +26,16 @@ bool asksForDemo(int argc, char** argv) {
 // conversation is on screen and the program ends: tools/screenshots.sh renders the README's
 // pictures this way.
 void saveScreenshotOnceShown(AppModel& model, MainWindow& window, const QString& file) {
+    // The longest conversation shows the most kinds of rows.
+    QObject::connect(&model, &AppModel::conversationsChanged, &window, [&model] {
+        const auto& list = model.conversations();
+        const auto longest = std::max_element(
+            list.begin(), list.end(),
+            [](const auto& a, const auto& b) { return a.messageCount < b.messageCount; });
+        if (longest != list.end()) model.selectConversation(longest - list.begin());
+    });
     QObject::connect(&model, &AppModel::transcriptChanged, &window, [&model, &window, file] {
-        if (model.transcript().rows.empty()) return;
+        if (model.transcript().rows.size() < 2) return;
         QTimer::singleShot(1500, &window, [&window, file] {
             const bool saved = window.grab().save(file);
             if (!saved) std::cerr << "Couldn't save the screenshot " << file.toStdString() << '\n';

@@ -27,6 +27,7 @@ void add(Conversation& conversation, const Chat& chat) {
     conversation.messageCount += chat.messageCount;
     if (chat.lastDate && (!conversation.lastDate || *chat.lastDate > *conversation.lastDate))
         conversation.lastDate = chat.lastDate;
+    conversation.isGroup = conversation.isGroup || chat.participants.size() > 1;
     conversation.onlyRecentlyDeleted =
         conversation.onlyRecentlyDeleted && chat.isDeletedConversation;
 }

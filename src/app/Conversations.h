@@ -17,6 +17,7 @@ struct Conversation {
     std::optional<Date> lastDate;
     int64_t messageCount = 0;
     bool onlyRecentlyDeleted = false;  // every chat of it is known only from Recently Deleted
+    bool isGroup = false;              // more than one other person: rows name their sender
     std::vector<int64_t> chatIDs;
     std::vector<std::string> identifiers;  // the chats' own identifiers, newest chat first
 

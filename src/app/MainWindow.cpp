@@ -172,6 +172,8 @@ QWidget* MainWindow::makeConversationList() {
     conversationList_ = new QListWidget(this);
     conversationList_->setObjectName("conversations");
     conversationList_->setAlternatingRowColors(true);
+    conversationList_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    conversationList_->setTextElideMode(Qt::ElideRight);
     connect(conversationList_, &QListWidget::currentRowChanged, this, [this](int row) {
         model_.selectConversation(row < 0 ? std::nullopt : std::optional<size_t>(row));
     });
@@ -319,8 +321,9 @@ void MainWindow::showConversations() {
         conversationList_->clear();
         for (const auto& conversation : model_.conversations()) {
             QString text = qs(conversation.title) + "\n" + shortDate(conversation.lastDate) +
-                           " · " + QString::number(conversation.messageCount) + " messages";
-            if (conversation.onlyRecentlyDeleted) text += " · 🗑 only in Recently Deleted";
+                           " · " + QString::number(conversation.messageCount) +
+                           (conversation.messageCount == 1 ? " message" : " messages");
+            if (conversation.onlyRecentlyDeleted) text += "\n🗑 Only in Recently Deleted";
             conversationList_->addItem(text);
         }
         if (const auto index = model_.selectedIndex())
@@ -343,7 +346,14 @@ void MainWindow::showTranscript(bool keepPosition) {
         if (const auto* selected = selectedMessage()) selectedGUID = selected->guid;
     }
     delegate_->forgetSizes();
-    transcriptModel_->setTranscript(model_.sharedTranscript());
+    if (const auto index = model_.selectedIndex();
+        index && conversationList_->currentRow() != int(*index)) {
+        const QSignalBlocker quiet(conversationList_);
+        conversationList_->setCurrentRow(static_cast<int>(*index));
+    }
+    const auto* conversation = model_.selectedConversation();
+    transcriptModel_->setTranscript(model_.sharedTranscript(),
+                                    conversation && conversation->isGroup);
     const auto rowOf = [this](const std::optional<std::string>& guid) -> std::optional<int> {
         if (!guid) return std::nullopt;
         const auto& rows = transcriptModel_->transcript().rowByGUID;
@@ -367,6 +377,7 @@ void MainWindow::showTranscript(bool keepPosition) {
 void MainWindow::showTimelineTree() {
     timelineTree_->clear();
     addTreeNodes(nullptr, timelineTree_, model_.transcript().timeline.roots);
+    timelineTree_->expandToDepth(0);
 }
 
 void MainWindow::showEvidence() {

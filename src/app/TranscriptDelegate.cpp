@@ -104,7 +104,7 @@ TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& mo
     } else if (message.isCall() || message.systemNotice) {
         add(Block::Kind::notice, shown(message.systemNotice.value_or(message.text)), width);
     } else {
-        if (!message.isFromMe && !message.sender.empty())
+        if (model.showsSenders() && !message.isFromMe && !message.sender.empty())
             add(Block::Kind::sender, qs(context_.name(message.sender)), bubbleMax);
         if (message.replyToGUID) {
             const Message* original = model.repliedTo(message);
@@ -134,13 +134,14 @@ TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& mo
             add(Block::Kind::reactions, line.trimmed(), bubbleMax);
         }
     }
-    QString footer;
+    // The time goes on this line at paint time; a flag and its note follow it.
+    QString footer = " ";
     if (context_.isFlagged(message)) {
         footer = "⚑ Flagged as evidence";
         if (const auto note = context_.note(message); !note.empty())
             footer += "\nNote: " + shown(note);
     }
-    add(Block::Kind::footer, footer.isEmpty() ? QString(" ") : footer, width);
+    add(Block::Kind::footer, footer, width * 2 / 3);
     layout.height = y + 4;
 
     // Horizontal placement: the bubble hugs its widest block on its side of the view.
@@ -156,6 +157,7 @@ TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& mo
             bottom = block.rect.bottom();
         } else if (block.kind == Block::Kind::footer) {
             block.rect = QRect(margin, block.rect.top(), width, block.rect.height());
+            layout.footerAlignment = message.isFromMe ? Qt::AlignRight : Qt::AlignLeft;
         } else {
             block.rect.moveLeft(margin + (width - block.rect.width()) / 2);
         }
@@ -211,14 +213,26 @@ void TranscriptDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
                                                           : option.palette.text().color());
         paintBlock(*painter, block, block.rect.translated(origin), option.font);
     }
-    // The time sits at the right end of the footer line, in the row's own time zone.
-    painter->setFont(smaller(option.font));
-    painter->setPen(quiet);
-    const Block& footer = layout.blocks.back();
-    painter->drawText(
-        footer.rect.translated(origin), Qt::AlignRight | Qt::AlignTop,
-        qs(dates::formatStyled(layout.date, dates::Style::none, dates::Style::short_)));
+    paintFooter(*painter, layout, origin, option.font);
     painter->restore();
+}
+
+// The time on the bubble's side, then the flag and note beside it.
+void TranscriptDelegate::paintFooter(QPainter& painter, const Layout& layout, const QPoint& origin,
+                                     const QFont& font) const {
+    const QFont small = smaller(font);
+    const Block& footer = layout.blocks.back();
+    const QRect area = footer.rect.translated(origin);
+    const QString time =
+        qs(dates::formatStyled(layout.date, dates::Style::none, dates::Style::short_));
+    const int timeWidth = QFontMetrics(small).horizontalAdvance(time) + 12;
+    painter.setFont(small);
+    painter.setPen(quiet);
+    painter.drawText(area, layout.footerAlignment | Qt::AlignTop, time);
+    painter.setPen(flagColour);
+    const QRect rest = layout.footerAlignment == Qt::AlignLeft ? area.adjusted(timeWidth, 0, 0, 0)
+                                                               : area.adjusted(0, 0, -timeWidth, 0);
+    painter.drawText(rest, layout.footerAlignment | Qt::AlignTop | Qt::TextWordWrap, footer.text);
 }
 
 void TranscriptDelegate::paintBlock(QPainter& painter, const Block& block, const QRect& area,
@@ -246,7 +260,7 @@ void TranscriptDelegate::paintBlock(QPainter& painter, const Block& block, const
                 return;
             }
             painter.setPen(QPen(entry.missing ? flagColour : quiet, 1, Qt::DashLine));
-            painter.setBrush(Qt::NoBrush);
+            painter.setBrush(QColor(0xfa, 0xfa, 0xfa));
             painter.drawRect(area.adjusted(0, 0, -1, -1));
             painter.drawText(area.adjusted(6, 6, -6, -6), Qt::AlignCenter | Qt::TextWordWrap,
                              !entry.known    ? QString("Loading…")
@@ -263,9 +277,7 @@ void TranscriptDelegate::paintBlock(QPainter& painter, const Block& block, const
             return;
         }
         case Kind::footer:
-            painter.setPen(flagColour);
-            painter.drawText(area, Qt::TextWordWrap, block.text);
-            return;
+            return;  // paintFooter
         default:
             painter.drawText(area, Qt::TextWordWrap, block.text);
     }

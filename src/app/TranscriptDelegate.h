@@ -69,6 +69,7 @@ private:
         std::vector<Block> blocks;
         QRect bubble;  // empty for rows without one
         bool fromMe = false;
+        Qt::Alignment footerAlignment = Qt::AlignRight;
         Date date;
         int height = 0;
     };
@@ -76,6 +77,8 @@ private:
     const Layout& layoutOf(const TranscriptModel& model, int row, const QFont& font) const;
     Layout measure(const TranscriptModel& model, int row, const QFont& font) const;
     void followWidth() const;
+    void paintFooter(QPainter& painter, const Layout& layout, const QPoint& origin,
+                     const QFont& font) const;
     void paintBlock(QPainter& painter, const Block& block, const QRect& area,
                     const QFont& font) const;
 

@@ -5,9 +5,11 @@ namespace bc::app {
 TranscriptModel::TranscriptModel(QObject* parent)
     : QAbstractListModel(parent), transcript_(std::make_shared<OpenTranscript>()) {}
 
-void TranscriptModel::setTranscript(std::shared_ptr<const OpenTranscript> transcript) {
+void TranscriptModel::setTranscript(std::shared_ptr<const OpenTranscript> transcript,
+                                    bool showsSenders) {
     beginResetModel();
     transcript_ = std::move(transcript);
+    showsSenders_ = showsSenders;
     endResetModel();
 }
 

@@ -15,7 +15,9 @@ class TranscriptModel : public QAbstractListModel {
 public:
     explicit TranscriptModel(QObject* parent = nullptr);
 
-    void setTranscript(std::shared_ptr<const OpenTranscript> transcript);
+    // `showsSenders`: a group conversation, where each row says who wrote it.
+    void setTranscript(std::shared_ptr<const OpenTranscript> transcript, bool showsSenders);
+    bool showsSenders() const { return showsSenders_; }
     const OpenTranscript& transcript() const { return *transcript_; }
     const Message& message(int row) const { return transcript_->rows[static_cast<size_t>(row)]; }
     bool startsDay(int row) const;
@@ -27,6 +29,7 @@ public:
 
 private:
     std::shared_ptr<const OpenTranscript> transcript_;
+    bool showsSenders_ = false;
 };
 
 }  // namespace bc::app

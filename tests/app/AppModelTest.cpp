@@ -88,6 +88,8 @@ TEST_F(AppTest, AChangedSignatureReloadsAndKeepsTheSelection) {
 }
 
 TEST_F(AppTest, FlagsAndNotesPersistAcrossModels) {
+    // The file keeps whole seconds.
+    bc::testing::FixedClock clock(bc::testing::utc("2026-03-04T10:20:30Z"));
     auto model = openModel();
     select(*model, 1);
     const auto messages = model->transcript().messages;
