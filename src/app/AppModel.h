@@ -107,6 +107,7 @@ public:
     // Asks the source whether it changed and reloads when it did; a timer calls it every 3 s.
     void pollForChanges();
     void setPolling(bool on);
+    bool isCheckingForChanges() const { return pollInFlight_; }
 
     QString statusText() const { return statusText_; }
     bool isBusy() const { return busy_; }

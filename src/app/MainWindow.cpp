@@ -66,6 +66,18 @@ void addTreeNodes(QTreeWidgetItem* parent, QTreeWidget* tree,
     }
 }
 
+// Flags added, removed or with another note.
+std::vector<std::string> changedGUIDs(const EvidenceFlagMap& before, const EvidenceFlagMap& after) {
+    std::vector<std::string> changed;
+    for (const auto& [guid, flag] : before) {
+        const auto found = after.find(guid);
+        if (found == after.end() || found->second.note != flag.note) changed.push_back(guid);
+    }
+    for (const auto& [guid, flag] : after)
+        if (!before.contains(guid)) changed.push_back(guid);
+    return changed;
+}
+
 }  // namespace
 
 MainWindow::MainWindow(AppModel& model, QWidget* parent)
@@ -388,8 +400,17 @@ void MainWindow::showEvidence() {
         auto* item = new QListWidgetItem(text, evidenceList_);
         item->setData(messageIDRole, QVariant::fromValue<qlonglong>(message.id));
     }
-    delegate_->forgetSizes();
-    transcriptView_->doItemsLayout();
+    // Only the rows whose flag or note changed are measured again.
+    const auto& rows = model_.transcript().rowByGUID;
+    bool changed = false;
+    for (const auto& guid : changedGUIDs(shownFlags_, model_.flags())) {
+        if (const auto found = rows.find(guid); found != rows.end()) {
+            delegate_->forgetRow(static_cast<int>(found->second));
+            changed = true;
+        }
+    }
+    shownFlags_ = model_.flags();
+    if (changed) transcriptView_->doItemsLayout();
     showSelectedMessage();
 }
 

@@ -86,6 +86,7 @@ private:
     QLabel* statusText_;
     QProgressBar* progress_;
     QPushButton* cancelButton_;
+    EvidenceFlagMap shownFlags_;  // as the transcript rows were last measured
 };
 
 }  // namespace bc::app

@@ -65,6 +65,11 @@ void TranscriptDelegate::forgetSizes() {
     layouts_.clear();
 }
 
+void TranscriptDelegate::forgetRow(int row) {
+    if (static_cast<size_t>(row) < heights_.size()) heights_[static_cast<size_t>(row)] = 0;
+    layouts_.remove(row);
+}
+
 TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& model, int row,
                                                        const QFont& font) const {
     const Message& message = model.message(row);

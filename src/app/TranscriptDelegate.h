@@ -36,6 +36,7 @@ public:
 
     // Rows are measured again (flags, notes or the width changed).
     void forgetSizes();
+    void forgetRow(int row);
 
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     void paint(QPainter* painter, const QStyleOptionViewItem& option,

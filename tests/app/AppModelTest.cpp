@@ -69,8 +69,8 @@ TEST_F(AppTest, AChangedSignatureReloadsAndKeepsTheSelection) {
     });
 
     model->pollForChanges();
-    ASSERT_TRUE(waitFor([&] { return !model->isBusy(); }));
-    QCoreApplication::processEvents();
+    ASSERT_TRUE(model->isCheckingForChanges());
+    ASSERT_TRUE(waitFor([&] { return !model->isCheckingForChanges(); }));
     EXPECT_EQ(reloads, 0) << "nothing changed, nothing is read again";
 
     {
