@@ -6,6 +6,7 @@
 #include "model/MessageSource.h"
 #include "support/Errors.h"
 #include "support/Sha256.h"
+#include "testing/SourceDouble.h"
 #include "testing/Testing.h"
 
 namespace bc::testing {
@@ -14,30 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Only what a record's source needs of a database: where it is and what kind it is.
-class DatabaseDouble : public MessageSource {
-  public:
-    DatabaseDouble(fs::path path, bool live, MessageService service = MessageService::iMessage)
-        : path_(std::move(path)), live_(live), service_(service) {}
-
-    MessageService service() const override { return service_; }
-    std::string path() const override { return path_.string(); }
-    std::string sourceDescription() const override { return "a test database"; }
-    bool isLive() const override { return live_; }
-    std::vector<Chat> fetchChats() override { return {}; }
-    Transcript fetchTranscript(const std::vector<int64_t>&) override { return {}; }
-    std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>&) override {
-        return std::nullopt;
-    }
-    std::string changeSignature() override { return ""; }
-    CustodyRecord::Source custodySource() override {
-        return CustodyLog::source(*this, std::nullopt);
-    }
-
-  private:
-    fs::path path_;
-    bool live_;
-    MessageService service_;
-};
+using DatabaseDouble = testing::SourceDouble;
 
 TEST(CustodyLogSource, LiveDatabaseIsHashedWithItsWriteAheadLog) {
     TempDir dir;

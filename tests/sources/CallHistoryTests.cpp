@@ -11,6 +11,7 @@
 #include "sources/demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Sqlite.h"
+#include "testing/SourceDouble.h"
 #include "testing/Testing.h"
 
 namespace bc {
@@ -59,25 +60,7 @@ void writeCallHistory(const fs::path& file, const std::vector<StoredCall>& calls
     insertCalls(db, calls);
 }
 
-class FakeSource : public MessageSource {
-public:
-    FakeSource(fs::path path, bool live) : path_(std::move(path)), live_(live) {}
-    MessageService service() const override { return MessageService::iMessage; }
-    std::string path() const override { return path_.string(); }
-    std::string sourceDescription() const override { return "test"; }
-    bool isLive() const override { return live_; }
-    std::vector<Chat> fetchChats() override { return {}; }
-    Transcript fetchTranscript(const std::vector<int64_t>&) override { return {}; }
-    std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>&) override {
-        return std::nullopt;
-    }
-    std::string changeSignature() override { return ""; }
-    CustodyRecord::Source custodySource() override { return {}; }
-
-private:
-    fs::path path_;
-    bool live_;
-};
+using FakeSource = testing::SourceDouble;
 
 // Every test starts from default settings pointed at its own call log.
 class CallHistoryTest : public ::testing::Test {
