@@ -253,6 +253,8 @@ void AppModel::selectConversation(std::optional<size_t> index) {
 // ---- transcript
 
 void AppModel::loadTranscript(bool keepPosition) {
+    // A change noticed while a conversation is still being read first: nothing to keep yet.
+    keepPosition = keepPosition && !transcript_->rows.empty();
     const auto generation = ++transcriptGeneration_;
     if (!selected_ || !source_) {
         transcript_ = std::make_shared<OpenTranscript>();

@@ -151,6 +151,7 @@ QWidget* MainWindow::makeEvictionWarning() {
     eviction_->setStyleSheet("QFrame { background:#fde2e1; } QLabel { color:#5c1210; }");
     auto* row = new QHBoxLayout(eviction_);
     evictionText_ = new QLabel(eviction_);
+    evictionText_->setObjectName("evictionText");
     evictionText_->setWordWrap(true);
     auto* again = button("Check Again", eviction_);
     connect(again, &QPushButton::clicked, &model_, &AppModel::checkAttachmentsStillHere);

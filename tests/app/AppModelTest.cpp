@@ -174,3 +174,27 @@ TEST_F(AppTest, CancellingAReadDropsItsResultAndSaysSo) {
 
 }  // namespace
 }  // namespace bc::app::testing
+
+namespace bc::app::testing {
+namespace {
+
+TEST_F(AppTest, AnAttachmentRemovedFromDiskIsReportedOnTheNextCheck) {
+    auto model = openModel();
+    int reports = 0;
+    QObject::connect(model.get(), &AppModel::evictionReportChanged, [&] { ++reports; });
+    model->startAttachmentWatch();
+    ASSERT_TRUE(waitFor([&] { return reports == 1; }));
+    const auto first = *model->evictionReport();
+    EXPECT_TRUE(first.newlyMissing.empty()) << "nothing to compare with on the first check";
+    ASSERT_GT(first.total, first.missingNow);
+
+    const auto photo = folder_ / "Attachments" / "demo-photo-1.jpg";
+    ASSERT_TRUE(std::filesystem::remove(photo));
+    model->checkAttachmentsStillHere();
+    ASSERT_TRUE(waitFor([&] { return reports == 2; }));
+    EXPECT_EQ(model->evictionReport()->newlyMissing.size(), 1u);
+    EXPECT_EQ(model->evictionReport()->missingNow, first.missingNow + 1);
+}
+
+}  // namespace
+}  // namespace bc::app::testing

@@ -1,3 +1,4 @@
+#include <QLabel>
 #include <QListView>
 #include <QListWidget>
 #include <QTest>
@@ -100,6 +101,27 @@ TEST_F(WindowTest, AReloadKeepsTheRowAtTheTop) {
     QCoreApplication::processEvents();
     ASSERT_TRUE(window_->topRow());
     EXPECT_EQ(model_->transcript().rows[*window_->topRow()].guid, guid);
+}
+
+}  // namespace
+}  // namespace bc::app::testing
+
+namespace bc::app::testing {
+namespace {
+
+TEST_F(WindowTest, RemovedAttachmentsRaiseTheWarningWithItsAdvice) {
+    openWindow();
+    auto* warning = window_->findChild<QLabel*>("evictionText");
+    ASSERT_NE(warning, nullptr);
+    model_->startAttachmentWatch();
+    ASSERT_TRUE(waitFor([&] { return model_->evictionReport().has_value(); }));
+    EXPECT_FALSE(warning->isVisible()) << "the first check has nothing to compare with";
+
+    std::filesystem::remove(folder_ / "Attachments" / "demo-photo-2.jpg");
+    model_->checkAttachmentsStillHere();
+    ASSERT_TRUE(waitFor([&] { return warning->isVisible(); }));
+    EXPECT_TRUE(warning->text().contains(AppModel::evictionHeading));
+    EXPECT_TRUE(warning->text().contains("Click Check Again here, then seal a snapshot."));
 }
 
 }  // namespace
