@@ -28,7 +28,8 @@ struct Pipe {
     int read = -1, write = -1;
     Pipe() {
         int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0) throw Error(std::string("Couldn't start a program: ") + std::strerror(errno));
+        if (::pipe2(fds, O_CLOEXEC) != 0)
+            throw Error(std::string("Couldn't start a program: ") + std::strerror(errno));
         read = fds[0];
         write = fds[1];
     }
@@ -46,7 +47,9 @@ struct Pipe {
     }
 };
 
-int exitCode(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
+int exitCode(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 int waitForExit(pid_t pid) {
     int status = 0;
@@ -58,6 +61,19 @@ int waitForExit(pid_t pid) {
 void killAndReap(pid_t pid) {
     ::kill(pid, SIGKILL);
     waitForExit(pid);
+}
+
+// Kills the child when the caller cancelled (throws) or the time-out passed (marks the result).
+bool stoppedEarly(pid_t pid, const ProcessRequest& request,
+                  std::chrono::steady_clock::time_point deadline, ProcessResult& result) {
+    if (request.cancel && request.cancel->isCancelled()) {
+        killAndReap(pid);
+        throw CancelledError();
+    }
+    if (std::chrono::steady_clock::now() < deadline) return false;
+    killAndReap(pid);
+    result.timedOut = true;
+    return true;
 }
 
 bool drain(int fd, std::string& into) {
@@ -108,13 +124,16 @@ ProcessResult runProcess(const ProcessRequest& request) {
 
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(executable->c_str()));
-    for (const auto& argument : request.arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    for (const auto& argument : request.arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
 
     pid_t pid = 0;
-    const int spawned = ::posix_spawn(&pid, executable->c_str(), &actions, nullptr, argv.data(), environ);
+    const int spawned =
+        ::posix_spawn(&pid, executable->c_str(), &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) throw Error("Couldn't run " + request.executable + ": " + std::strerror(spawned));
+    if (spawned != 0)
+        throw Error("Couldn't run " + request.executable + ": " + std::strerror(spawned));
 
     input.closeRead();
     output.closeWrite();
@@ -124,30 +143,26 @@ ProcessResult runProcess(const ProcessRequest& request) {
 
     ProcessResult result;
     size_t inputWritten = 0;
-    const auto deadline = std::chrono::steady_clock::now() +
-                          std::chrono::milliseconds(static_cast<int64_t>(request.timeoutSeconds * 1000));
+    const auto deadline =
+        std::chrono::steady_clock::now() +
+        std::chrono::milliseconds(static_cast<int64_t>(request.timeoutSeconds * 1000));
     bool outputOpen = true, errorOpen = true;
     while (outputOpen || errorOpen) {
-        if (request.cancel && request.cancel->isCancelled()) {
-            killAndReap(pid);
-            throw CancelledError();
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            killAndReap(pid);
-            result.timedOut = true;
-            return result;
-        }
+        if (stoppedEarly(pid, request, deadline, result)) return result;
         std::array<pollfd, 3> fds{};
         nfds_t count = 0;
         if (outputOpen) fds[count++] = {output.read, POLLIN, 0};
         if (errorOpen) fds[count++] = {error.read, POLLIN, 0};
         if (input.write >= 0) fds[count++] = {input.write, POLLOUT, 0};
         if (::poll(fds.data(), count, 100) < 0 && errno != EINTR)
-            throw Error(std::string("Couldn't run " + request.executable + ": ") + std::strerror(errno));
+            throw Error(std::string("Couldn't run " + request.executable + ": ") +
+                        std::strerror(errno));
         for (nfds_t i = 0; i < count; ++i) {
             if (!fds[i].revents) continue;
-            if (fds[i].fd == output.read) outputOpen = drain(output.read, result.standardOutput);
-            else if (fds[i].fd == error.read) errorOpen = drain(error.read, result.standardError);
+            if (fds[i].fd == output.read)
+                outputOpen = drain(output.read, result.standardOutput);
+            else if (fds[i].fd == error.read)
+                errorOpen = drain(error.read, result.standardError);
             else {
                 const ssize_t n = ::write(input.write, request.standardInput.data() + inputWritten,
                                           request.standardInput.size() - inputWritten);
@@ -168,15 +183,7 @@ ProcessResult runProcess(const ProcessRequest& request) {
             return result;
         }
         if (done < 0 && errno != EINTR) return result;
-        if (request.cancel && request.cancel->isCancelled()) {
-            killAndReap(pid);
-            throw CancelledError();
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            killAndReap(pid);
-            result.timedOut = true;
-            return result;
-        }
+        if (stoppedEarly(pid, request, deadline, result)) return result;
         ::usleep(10'000);
     }
 }

@@ -1,0 +1,163 @@
+#include "export/Exporter.h"
+
+#include <algorithm>
+
+#include "export/ManifestCsv.h"
+#include "sources/CallHistory.h"
+#include "support/Calendar.h"
+#include "support/DateFormat.h"
+#include "support/Json.h"
+
+namespace bc {
+
+std::string_view rawValue(ExportFormat format) {
+    switch (format) {
+        case ExportFormat::text:
+            return "txt";
+        case ExportFormat::csv:
+            return "csv";
+        case ExportFormat::json:
+            return "json";
+    }
+    return "txt";
+}
+
+std::optional<ExportFormat> exportFormat(std::string_view raw) {
+    for (ExportFormat format : allExportFormats) {
+        if (rawValue(format) == raw) return format;
+    }
+    return std::nullopt;
+}
+
+namespace Exporter {
+
+namespace {
+
+// Characters, not bytes: counts every byte that does not continue a UTF-8 sequence.
+size_t characterCount(std::string_view s) {
+    return static_cast<size_t>(
+        std::count_if(s.begin(), s.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::string firstCharacters(std::string_view s, size_t limit) {
+    size_t seen = 0;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if ((s[i] & 0xC0) != 0x80 && seen++ == limit) return std::string(s.substr(0, i));
+    }
+    return std::string(s);
+}
+
+std::string attachmentNames(const Message& m) {
+    std::string out;
+    for (const auto& a : m.attachments) out += " [Attachment: " + a.name + "]";
+    return out;
+}
+
+std::string attachmentPaths(const Message& m) {
+    std::string out;
+    for (const auto& a : m.attachments) {
+        if (!out.empty()) out += "; ";
+        out += a.path;
+    }
+    return out;
+}
+
+std::string renderText(const std::string& title, const std::vector<Message>& messages,
+                       const SenderName& senderName) {
+    const PatternFormatter formatter("yyyy-MM-dd HH:mm");
+    std::string out = title + "\n" + std::string(characterCount(title), '=') + "\n";
+    for (const auto& m : messages) {
+        out += "\n[" + formatter.format(m.date) + "] ";
+        if (m.call) {
+            out += CallHistory::summary(*m.call) + " (call record " +
+                   std::to_string(m.call->recordID) + ")";
+        } else {
+            out += senderName(m) + ": " + m.text;
+        }
+        out += attachmentNames(m);
+    }
+    return out;
+}
+
+std::string renderCSV(const std::vector<Message>& messages, const SenderName& senderName) {
+    std::string out = "date,sender,handle,is_from_me,text,attachments,record_type";
+    for (const auto& m : messages) {
+        out += '\n';
+        out += manifest::line(
+            {dates::iso8601(m.date), senderName(m), m.sender, m.isFromMe ? "1" : "0",
+             m.call ? CallHistory::summary(*m.call) : m.text, attachmentPaths(m),
+             m.call ? "call record " + std::to_string(m.call->recordID) : "message"});
+    }
+    return out;
+}
+
+Json callObject(const Message& m) {
+    const CallInfo& call = *m.call;
+    return {{"type", "call"},
+            {"date", dates::iso8601(m.date)},
+            {"call_record_id", call.recordID},
+            {"direction", call.isOutgoing ? "outgoing" : "incoming"},
+            {"answered", call.answered},
+            {"duration_seconds", call.duration},
+            {"service", CallHistory::service(call)},
+            {"address", call.address},
+            {"description", CallHistory::summary(*m.call)}};
+}
+
+Json messageObject(const Message& m, const SenderName& senderName) {
+    Json attachments = Json::array();
+    for (const auto& a : m.attachments) {
+        attachments.push_back({{"name", a.name}, {"path", a.path}, {"mime_type", a.mimeType}});
+    }
+    return {{"type", "message"},         {"date", dates::iso8601(m.date)},
+            {"sender", senderName(m)},   {"handle", m.sender},
+            {"is_from_me", m.isFromMe},  {"text", m.text},
+            {"attachments", attachments}};
+}
+
+std::string renderJSON(const std::string& title, const std::vector<Message>& messages,
+                       const SenderName& senderName) {
+    Json rows = Json::array();
+    int64_t calls = 0;
+    for (const auto& m : messages) {
+        if (m.call) ++calls;
+        rows.push_back(m.call ? callObject(m) : messageObject(m, senderName));
+    }
+    const Json document{{"chat", title},
+                        {"message_count", static_cast<int64_t>(messages.size()) - calls},
+                        {"call_count", calls},
+                        {"messages", rows}};
+    return json::encodePretty(document);  // invalid UTF-8 comes out as U+FFFD, never a failure
+}
+
+}  // namespace
+
+std::string render(const std::string& title, const std::vector<Message>& messages,
+                   ExportFormat format, const SenderName& senderName) {
+    switch (format) {
+        case ExportFormat::text:
+            return renderText(title, messages, senderName);
+        case ExportFormat::csv:
+            return renderCSV(messages, senderName);
+        case ExportFormat::json:
+            return renderJSON(title, messages, senderName);
+    }
+    return {};
+}
+
+std::string fileStem(const std::string& title) {
+    static constexpr std::string_view forbidden = "/:\\?%*|\"<>";
+    std::string joined = title;
+    std::replace_if(
+        joined.begin(), joined.end(),
+        [](char c) { return forbidden.find(c) != std::string_view::npos; }, '-');
+    return firstCharacters(joined, 80);
+}
+
+std::string fileName(const std::string& title, int64_t chatID, ExportFormat format) {
+    return fileStem(title) + " (" + std::to_string(chatID) + ")." + std::string(rawValue(format));
+}
+
+}  // namespace Exporter
+
+}  // namespace bc

@@ -1,0 +1,322 @@
+#include "export/HTMLExporter.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "export/Exporter.h"
+#include "export/html/Attachments.h"
+#include "export/html/Page.h"
+#include "export/html/Previews.h"
+#include "sources/CallHistory.h"
+#include "support/Calendar.h"
+#include "support/Errors.h"
+#include "support/Files.h"
+#include "support/Sha256.h"
+#include "support/Text.h"
+
+namespace bc {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool isUrlSafe(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~' || c == '/';
+}
+
+bool startsWithNoCase(std::string_view text, size_t at, std::string_view prefix) {
+    if (text.size() - at < prefix.size()) return false;
+    for (size_t i = 0; i < prefix.size(); ++i) {
+        char c = text[at + i];
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c != prefix[i]) return false;
+    }
+    return true;
+}
+
+// Length of the link starting at `at`, or 0. Links start with http://, https:// or www. at a
+// word start and end before white space or markup; closing punctuation stays outside.
+size_t linkLength(std::string_view text, size_t at) {
+    if (at > 0 && (std::isalnum(static_cast<unsigned char>(text[at - 1])) || text[at - 1] == '/'))
+        return 0;
+    size_t prefix = 0;
+    for (std::string_view start : {"https://", "http://", "www."}) {
+        if (startsWithNoCase(text, at, start)) prefix = start.size();
+    }
+    if (prefix == 0) return 0;
+    size_t end = at;
+    while (end < text.size() && !std::isspace(static_cast<unsigned char>(text[end])) &&
+           text.find_first_of("<>\"'`", end) != end) {
+        ++end;
+    }
+    while (end > at + prefix &&
+           std::string_view(".,;:!?)]}").find(text[end - 1]) != std::string_view::npos)
+        --end;
+    return end > at + prefix ? end - at : 0;
+}
+
+// The page's file name: the conversation title made safe for file systems and checksum files.
+std::string pageFileName(const std::string& title) {
+    std::string stem = Exporter::fileStem(title);
+    std::replace_if(
+        stem.begin(), stem.end(),
+        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '-');
+    if (stem.empty() || stem.front() == '.') stem.insert(0, "Conversation");
+    // File systems allow 255 bytes; 80 characters of emoji would need more.
+    constexpr size_t maxStemBytes = 200;
+    if (stem.size() > maxStemBytes) {
+        size_t cut = maxStemBytes;
+        while (cut > 0 && (stem[cut] & 0xC0) == 0x80) --cut;  // never inside a character
+        stem.resize(cut);
+    }
+    return stem + " – Messages.html";
+}
+
+// An export period: from its first instant to the start of the day after its last day.
+class DateRange {
+public:
+    DateRange(const std::optional<Date>& from, const std::optional<Date>& to)
+        : from_(from),
+          end_(to ? std::optional(Calendar().end(Calendar::Unit::day, *to)) : std::nullopt) {}
+
+    bool contains(Date date) const { return (!from_ || date >= *from_) && (!end_ || date < *end_); }
+
+private:
+    std::optional<Date> from_, end_;
+};
+
+std::vector<const Message*> rowsInRange(const Transcript& transcript,
+                                        const HTMLExporter::Options& options) {
+    const DateRange range(options.from, options.to);
+    std::vector<const Message*> rows;
+    rows.reserve(transcript.messages.size());
+    for (const auto& m : transcript.messages) {
+        if (range.contains(m.date)) rows.push_back(&m);
+    }
+    // One section per day needs the rows in date order; equal dates keep the source's order.
+    std::stable_sort(rows.begin(), rows.end(),
+                     [](const Message* a, const Message* b) { return a->date < b->date; });
+    return rows;
+}
+
+}  // namespace
+
+HTMLExporter::HTMLExporter(Options options, manifest::NameFor nameFor, std::vector<Message> context,
+                           manifest::MachineText machineText)
+    : options_(std::move(options)),
+      nameFor_(std::move(nameFor)),
+      context_(std::move(context)),
+      machineText_(std::move(machineText)) {}
+
+HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcript,
+                                                     const fs::path& folder,
+                                                     const CancelFlag& cancel,
+                                                     const ProgressFn& progress) const {
+    const auto report = [&](const std::string& text) {
+        if (progress) progress(text);
+    };
+    try {
+        fs::create_directories(folder / "attachments" / "previews");
+    } catch (const fs::filesystem_error& e) {
+        throw Error("Couldn't create the archive folder: " + std::string(e.code().message()));
+    }
+    const std::vector<const Message*> rows = rowsInRange(transcript, options_);
+
+    size_t total = 0;
+    for (const Message* m : rows) total += m->visibleAttachments().size();
+    std::vector<html::CopiedAttachment> copies;
+    copies.reserve(total);
+    std::vector<std::pair<std::string, std::string>> known;  // hashes of files written here
+    Summary summary{.folder = folder, .htmlURL = folder / pageFileName(options_.title)};
+    for (const Message* m : rows) {
+        if (!m->call) ++summary.messages;
+        for (const auto& attachment : m->visibleAttachments()) {
+            cancel.check();
+            report("Copying and verifying attachments " + std::to_string(copies.size() + 1) +
+                   " of " + std::to_string(total));
+            html::CopiedAttachment copy = html::copyAttachment(attachment, m->id, folder, cancel);
+            if (copy.copied()) {
+                ++summary.attachmentsCopied;
+                if (!copy.matches()) ++summary.hashMismatches;
+                known.emplace_back(copy.rendered.original, copy.sha256Copy);
+                if (html::addPreview(copy, folder, cancel)) ++summary.previewsMade;
+            } else if (copy.isMissing()) {
+                summary.attachmentsMissing.push_back(copy.rendered.name);
+            } else {
+                summary.attachmentsFailed.push_back(copy.rendered.name);
+            }
+            copies.push_back(std::move(copy));
+        }
+    }
+
+    cancel.check();
+    report("Writing HTML and manifests…");
+    manifest::writeFile(summary.htmlURL, html::renderPage({options_, nameFor_, machineText_,
+                                                           context_, rows, copies}));
+    manifest::writeCSV(manifest::messageRows(rows, nameFor_, machineText_),
+                       folder / "messages.csv");
+    std::vector<Message> calls;
+    std::unordered_map<std::string, const Message*> byGUID(rows.size());
+    for (const Message* m : rows) {
+        byGUID.emplace(m->guid, m);
+        if (m->call) calls.push_back(*m);
+    }
+    std::vector<ReactionEvent> reactions;
+    const DateRange range(options_.from, options_.to);
+    std::copy_if(transcript.reactionEvents.begin(), transcript.reactionEvents.end(),
+                 std::back_inserter(reactions),
+                 [&](const auto& e) { return range.contains(e.date); });
+    manifest::writeCSV(manifest::reactionRows(reactions, byGUID, nameFor_),
+                       folder / "reactions.csv");
+    if (!calls.empty()) manifest::writeCSV(CallHistory::csvRows(calls), folder / "calls.csv");
+    manifest::Rows attachmentRows{manifest::attachmentsHeader()};
+    for (const auto& copy : copies) attachmentRows.push_back(html::attachmentRow(copy));
+    manifest::writeCSV(attachmentRows, folder / "attachments.csv");
+
+    cancel.check();
+    report("Writing checksums…");
+    manifest::writeFile(folder / "checksums.txt", checksums(folder, known, cancel));
+    return summary;
+}
+
+std::string HTMLExporter::escape(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 8);
+    for (char c : text) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&#39;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
+std::string HTMLExporter::linkify(std::string_view text) {
+    std::string out;
+    size_t plainStart = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i] | 0x20;
+        if (c != 'h' && c != 'w') continue;
+        const size_t length = linkLength(text, i);
+        if (length == 0) continue;
+        const std::string_view link = text.substr(i, length);
+        const std::string href =
+            escape(startsWithNoCase(link, 0, "www.") ? "https://" + std::string(link) : link);
+        out += escape(text.substr(plainStart, i - plainStart));
+        out +=
+            "<a href=\"" + href + "\" target=\"_blank\" rel=\"noopener\">" + escape(link) + "</a>";
+        i += length - 1;
+        plainStart = i + 1;
+    }
+    out += escape(text.substr(plainStart));
+    return out;
+}
+
+std::string HTMLExporter::safeFileName(std::string_view name) {
+    const std::string trimmed = text::trim(name);
+    std::string out;
+    size_t characters = 0;
+    for (size_t i = 0; i < trimmed.size() && characters < 120; ++i) {
+        const auto c = static_cast<unsigned char>(trimmed[i]);
+        if ((c & 0xC0) == 0x80) continue;  // the rest of a character already replaced
+        ++characters;
+        out += std::isalnum(c) || c == '.' || c == '-' || c == '_' ? static_cast<char>(c) : '_';
+    }
+    return out.empty() ? "file" : out;
+}
+
+std::string HTMLExporter::urlPath(std::string_view relativePath) {
+    static constexpr char hex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(relativePath.size());
+    for (char ch : relativePath) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (isUrlSafe(c)) {
+            out += ch;
+        } else {
+            out += '%';
+            out += hex[c >> 4];
+            out += hex[c & 15];
+        }
+    }
+    return out;
+}
+
+std::string HTMLExporter::sha256(const fs::path& file, const CancelFlag* cancel) {
+    return Sha256::hexOfFile(file, cancel);
+}
+
+std::string HTMLExporter::fill(std::string_view templateText,
+                               const std::vector<std::pair<std::string, std::string>>& values) {
+    std::string out;
+    size_t size = templateText.size();
+    for (const auto& value : values) size += value.second.size();
+    out.reserve(size);
+    size_t at = 0;
+    while (true) {
+        const size_t open = templateText.find("{{", at);
+        const size_t close =
+            open == std::string_view::npos ? open : templateText.find("}}", open + 2);
+        if (close == std::string_view::npos) break;
+        const std::string_view name = templateText.substr(open + 2, close - open - 2);
+        const auto value = std::find_if(values.begin(), values.end(),
+                                        [&](const auto& v) { return v.first == name; });
+        out += templateText.substr(at, open - at);
+        if (value == values.end()) {
+            out += templateText.substr(open, 2);
+            at = open + 2;
+            continue;
+        }
+        out += value->second;
+        at = close + 2;
+    }
+    out += templateText.substr(at);
+    return out;
+}
+
+bool HTMLExporter::inRange(Date date, const std::optional<Date>& from,
+                           const std::optional<Date>& to) {
+    return DateRange(from, to).contains(date);
+}
+
+std::string HTMLExporter::checksums(const fs::path& folder,
+                                    const std::vector<std::pair<std::string, std::string>>& known,
+                                    const CancelFlag& cancel) {
+    std::vector<std::string> paths;
+    try {
+        for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+            if (!entry.is_regular_file()) continue;
+            std::string relative = entry.path().lexically_relative(folder).generic_string();
+            if (relative != "checksums.txt") paths.push_back(std::move(relative));
+        }
+    } catch (const fs::filesystem_error& e) {
+        throw Error("Couldn't list the archive folder: " + e.code().message());
+    }
+    std::sort(paths.begin(), paths.end());
+    const std::unordered_map<std::string, std::string> hashes(known.begin(), known.end());
+    std::string out;
+    for (const auto& path : paths) {
+        const auto found = hashes.find(path);
+        out += found != hashes.end() ? found->second : sha256(folder / path, &cancel);
+        out += "  " + path + "\n";
+    }
+    return out;
+}
+
+}  // namespace bc

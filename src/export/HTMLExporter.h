@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "export/ManifestCsv.h"
+#include "model/Message.h"
+#include "support/CancelFlag.h"
+#include "support/Date.h"
+
+namespace bc {
+
+// Turns one transcript into a folder a browser opens offline and that proves its own
+// integrity: the page, verified copies of every attachment, previews for formats browsers
+// can't show, the CSV manifests and checksums.txt.
+class HTMLExporter {
+public:
+    struct Options {
+        std::string title;
+        std::vector<std::string> participants;
+        std::optional<Date> from, to;  // absent: the whole conversation
+        std::string sourceDescription;
+    };
+
+    struct Summary {
+        std::filesystem::path folder;
+        std::filesystem::path htmlURL;
+        int64_t messages = 0;
+        int64_t attachmentsCopied = 0;
+        std::vector<std::string> attachmentsMissing;
+        std::vector<std::string> attachmentsFailed;
+        int64_t hashMismatches = 0;
+        int64_t previewsMade = 0;
+    };
+
+    HTMLExporter(Options options, manifest::NameFor nameFor, std::vector<Message> context,
+                 manifest::MachineText machineText);
+
+    // Builds the archive in `folder` (created with its parents). Throws Error on a write
+    // failure and CancelledError when cancelled; a missing or unreadable attachment does not
+    // stop it (it is marked in the page and in attachments.csv).
+    Summary exportTranscript(const Transcript& transcript, const std::filesystem::path& folder,
+                             const CancelFlag& cancel, const ProgressFn& progress) const;
+
+    static std::string escape(std::string_view text);
+    static std::string linkify(std::string_view text);
+    static std::string safeFileName(std::string_view name);
+    static std::string urlPath(std::string_view relativePath);
+    static std::string sha256(const std::filesystem::path& file,
+                              const CancelFlag* cancel = nullptr);
+    static std::string fill(std::string_view templateText,
+                            const std::vector<std::pair<std::string, std::string>>& values);
+    // [from, start of the day after `to`) in the current time zone; absent bounds are open.
+    static bool inRange(Date date, const std::optional<Date>& from, const std::optional<Date>& to);
+
+    // checksums.txt for every file under `folder` except itself; `known` holds hashes already
+    // computed for files written in this run (relative path -> hash).
+    static std::string checksums(const std::filesystem::path& folder,
+                                 const std::vector<std::pair<std::string, std::string>>& known,
+                                 const CancelFlag& cancel);
+
+private:
+    Options options_;
+    manifest::NameFor nameFor_;
+    std::vector<Message> context_;
+    manifest::MachineText machineText_;
+};
+
+}  // namespace bc

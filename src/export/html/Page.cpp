@@ -1,0 +1,440 @@
+#include "export/html/Page.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <unordered_map>
+
+#include "embedded/archiveTemplate.h"
+#include "sources/CallHistory.h"
+#include "support/Calendar.h"
+#include "support/CivilClock.h"
+#include "support/Date.h"
+#include "support/DateFormat.h"
+
+namespace bc::html {
+
+namespace {
+
+using Kind = RenderedAttachment::Kind;
+
+constexpr size_t replyExcerptLength = 60;
+
+// Every row formats several times; printf-style formatting would dominate a long export.
+std::string twoDigits(int value) {
+    return {static_cast<char>('0' + value / 10 % 10), static_cast<char>('0' + value % 10)};
+}
+
+std::string dayKey(const dates::CivilTime& t) {
+    return twoDigits(t.year / 100) + twoDigits(t.year % 100) + "-" + twoDigits(t.month) + "-" +
+           twoDigits(t.day);
+}
+
+// "yyyy-MM-dd HH:mm:ss ZZZZZ": the offset as ±hh:mm, "Z" for UTC.
+std::string exactTime(const dates::CivilTime& t) {
+    std::string out = dayKey(t) + " " + twoDigits(t.hour) + ":" + twoDigits(t.minute) + ":" +
+                      twoDigits(t.second) + " ";
+    if (t.offsetSeconds == 0) return out + "Z";
+    const int offset = std::abs(t.offsetSeconds) / 60;
+    return out + (t.offsetSeconds < 0 ? "-" : "+") + twoDigits(offset / 60) + ":" +
+           twoDigits(offset % 60);
+}
+
+// "h:mm:ss a" in English.
+std::string clockTime(const dates::CivilTime& t) {
+    const int hour = t.hour % 12 == 0 ? 12 : t.hour % 12;
+    return std::to_string(hour) + ":" + twoDigits(t.minute) + ":" + twoDigits(t.second) +
+           (t.hour < 12 ? " AM" : " PM");
+}
+
+std::string excerpt(std::string_view text) {
+    size_t characters = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if ((text[i] & 0xC0) != 0x80 && characters++ == replyExcerptLength)
+            return std::string(text.substr(0, i)) + "…";
+    }
+    return std::string(text);
+}
+
+// Messages marks where each attachment sits with U+FFFC; the page shows the attachments
+// themselves, so the marks would only show as boxes.
+std::string withoutAttachmentMarks(const std::string& text) {
+    static constexpr std::string_view mark = "\xEF\xBF\xBC";
+    std::string out;
+    size_t at = 0;
+    for (size_t found; (found = text.find(mark, at)) != std::string::npos; at = found + mark.size())
+        out.append(text, at, found - at);
+    return at == 0 ? text : out.append(text, at);
+}
+
+std::string bodyText(const Message& m) {
+    if (std::string text = withoutAttachmentMarks(m.text); !text.empty()) return text;
+    if (m.undecodedBody) return "(unreadable)";
+    return m.visibleAttachments().empty() ? "(no text)" : "(attachment)";
+}
+
+std::string recordLabel(const Message& m) {
+    if (m.call) return "call record " + std::to_string(m.call->recordID);
+    return "message " + std::to_string(m.id);
+}
+
+std::string longDate(Date date) {
+    return dates::formatStyled(date, dates::Style::long_, dates::Style::none);
+}
+
+class BodyWriter {
+public:
+    explicit BodyWriter(const PageContent& content) : c_(content) {
+        byGUID_.reserve(c_.context.size() + c_.rows.size());
+        for (const Message* m : c_.rows) byGUID_.emplace(m->guid, Target{m, true});
+        for (const auto& m : c_.context) byGUID_.emplace(m.guid, Target{&m, false});
+    }
+
+    void write(std::string& body, std::string& days) {
+        body.reserve(c_.rows.size() * 400);
+        days = "[";
+        if (c_.rows.empty()) {
+            body = "<p class=\"empty\">There are no messages in this export's date range.</p>";
+            days += "]";
+            return;
+        }
+        std::string key, sectionEnd = "</script></section>\n";
+        int count = 0;
+        for (const Message* m : c_.rows) {
+            const dates::CivilTime time = clock_.at(m->date);
+            std::string rowKey = dayKey(time);
+            if (rowKey != key) {
+                if (!key.empty()) {
+                    body += sectionEnd;
+                    addDay(days, key, count);
+                }
+                key = std::move(rowKey);
+                count = 0;
+                openSection(body, key, m->date);
+            }
+            ++count;
+            writeRow(body, *m, time);
+        }
+        body += sectionEnd;
+        addDay(days, key, count);
+        days += "]";
+    }
+
+private:
+    // The rows travel as inert text inside the section and become markup when the section
+    // nears the screen: a long conversation then opens as fast as a short one.
+    void openSection(std::string& body, const std::string& key, Date date) {
+        body += "<section class=\"day\" id=\"d-" + key + "\"><h2><span>" +
+                HTMLExporter::escape(dayHeading_.format(date)) +
+                "</span></h2><script type=\"text/x-rows\">";
+    }
+
+    static void addDay(std::string& days, const std::string& key, int count) {
+        if (days.size() > 1) days += ',';
+        days += "[\"" + key + "\"," + std::to_string(count) + "]";
+    }
+
+    void writeRow(std::string& out, const Message& m, const dates::CivilTime& time) {
+        if (m.call || m.systemNotice) {
+            out += "<div class=\"sys\" id=\"m" + std::to_string(m.id) + "\">";
+            out += HTMLExporter::escape(m.call ? CallHistory::summary(*m.call) : *m.systemNotice);
+            out += " <span class=\"id\">" + recordLabel(m) + "</span></div>";
+            skipAttachments(m);
+            return;
+        }
+        out += m.isFromMe ? "<div class=\"m me\" id=\"m" : "<div class=\"m them\" id=\"m";
+        out += std::to_string(m.id) + "\"><div class=\"b\" title=\"" + exactTime(time) + "\">";
+        writeReply(out, m);
+        out += "<div class=\"text\">" + HTMLExporter::linkify(bodyText(m)) + "</div>";
+        const size_t firstAttachment = next_;
+        for (const auto& a : m.attachments) {
+            if (!a.isHidden) writeAttachment(out, c_.copies.at(next_++).rendered);
+        }
+        writeNotes(out, m, firstAttachment);
+        writeEdits(out, m);
+        writeMeta(out, m, time);
+        writeReactions(out, m);
+        out += "</div></div>";
+    }
+
+    void skipAttachments(const Message& m) {
+        for (const auto& a : m.attachments) next_ += a.isHidden ? 0 : 1;
+    }
+
+    void writeReply(std::string& out, const Message& m) {
+        if (!m.replyToGUID) return;
+        const auto target = byGUID_.find(*m.replyToGUID);
+        if (target == byGUID_.end()) {
+            out +=
+                "<div class=\"reply\">↩︎ Reply to a message not found in the exported "
+                "conversation(s)</div>";
+            return;
+        }
+        const Message& t = *target->second.message;
+        const std::string who = HTMLExporter::escape(c_.nameFor(t.isFromMe, t.sender)) + " (“" +
+                                HTMLExporter::escape(excerpt(bodyText(t)));
+        if (target->second.inPage) {
+            out += "<a class=\"reply\" href=\"#m" + std::to_string(t.id) + "\">↩︎ Reply to " +
+                   who + "”)</a>";
+        } else {
+            out += "<div class=\"reply\">↩︎ Reply to " + who +
+                   "”, outside this export's date range)</div>";
+        }
+    }
+
+    static void writeAttachment(std::string& out, const RenderedAttachment& a) {
+        const std::string name = HTMLExporter::escape(a.name);
+        const std::string original = HTMLExporter::urlPath(a.original);
+        const std::string display = HTMLExporter::urlPath(a.display);
+        const std::string fileLink = "<a class=\"file-link\" href=\"" + original +
+                                     "\" target=\"_blank\">" + name +
+                                     ": converted preview shown; original file</a>";
+        switch (a.kind) {
+            case Kind::image:
+                out += "<a class=\"att img\" href=\"" + original +
+                       "\" target=\"_blank\"><img loading=\"lazy\" src=\"" + display + "\" alt=\"" +
+                       name + "\"></a>";
+                if (a.isConverted) out += fileLink;
+                break;
+            case Kind::sticker:
+                out += "<img class=\"sticker\" loading=\"lazy\" src=\"" + display +
+                       "\" alt=\"Sticker\">";
+                break;
+            case Kind::video:
+                out += "<video class=\"att\" controls preload=\"none\" src=\"" + display +
+                       "\"></video>";
+                break;
+            case Kind::audio:
+                out += "<audio controls preload=\"none\" src=\"" + display + "\"></audio>";
+                if (a.isConverted) out += fileLink;
+                break;
+            case Kind::file:
+                out += "<a class=\"att file\" href=\"" + original + "\" target=\"_blank\">📎 " +
+                       name + "</a>";
+                break;
+            case Kind::hidden:
+                out += "<a class=\"att file\" href=\"" + original +
+                       "\" target=\"_blank\" title=\"Data file Messages keeps behind a message and "
+                       "does not show as an attachment\">📎 " +
+                       name + " (message data file)</a>";
+                break;
+            case Kind::missing:
+                out += "<div class=\"att file missing\">⚠️ " + name +
+                       ": listed in the database but not stored on this Mac</div>";
+                break;
+            case Kind::failed:
+                out += "<div class=\"att file missing\">⚠️ " + name +
+                       ": exists on this Mac but could not be copied (see attachments.csv)</div>";
+                break;
+        }
+        if (a.problem)
+            out += "<div class=\"note\">⚠️ " + HTMLExporter::escape(*a.problem) + "</div>";
+    }
+
+    void writeNotes(std::string& out, const Message& m, size_t firstAttachment) {
+        if (m.isUnsent)
+            out +=
+                "<div class=\"note\">This message was unsent. Messages does not keep the "
+                "original content.</div>";
+        for (const auto& part : m.recoveredParts) {
+            out += "<div class=\"note\">Recovered deleted part " + std::to_string(part.index + 1);
+            if (part.deletedAt) out += " (deleted " + exactTime(clock_.at(*part.deletedAt)) + ")";
+            out += ": " + HTMLExporter::escape(part.text.value_or("(unreadable)")) + "</div>";
+        }
+        for (size_t i = firstAttachment; i < next_; ++i) {
+            const CopiedAttachment& copy = c_.copies[i];
+            const auto text = c_.machineText.find(copy.attachment.id);
+            if (text == c_.machineText.end()) continue;
+            out += "<div class=\"note\">";
+            out += copy.rendered.kind == Kind::audio ? "Transcript" : "Text in image";
+            out +=
+                " (machine-generated, may contain errors): " + HTMLExporter::escape(text->second) +
+                "</div>";
+        }
+    }
+
+    static void writeEdits(std::string& out, const Message& m) {
+        if (!m.isEdited) return;
+        const auto& versions = m.editHistory;
+        if (versions.empty()) {
+            out +=
+                "<div class=\"edits\">Edited. Messages did not store the earlier versions.</div>";
+            return;
+        }
+        out += "<details class=\"edits\"><summary>Edited · " + std::to_string(versions.size()) +
+               " versions</summary><ol>";
+        for (size_t i = 0; i < versions.size(); ++i) {
+            const std::string label = i == 0                     ? "Original"
+                                      : i + 1 == versions.size() ? "Final"
+                                                                 : "Edit " + std::to_string(i);
+            out += "<li><b>" + label + "</b><div>" +
+                   (versions[i].text ? HTMLExporter::escape(*versions[i].text)
+                                     : "<em>(version could not be read)</em>") +
+                   "</div></li>";
+        }
+        out += "</ol></details>";
+    }
+
+    void writeMeta(std::string& out, const Message& m, const dates::CivilTime& time) {
+        out += "<div class=\"meta\">";
+        if (!m.isFromMe) out += HTMLExporter::escape(c_.nameFor(false, m.sender)) + " · ";
+        out += clockTime(time);
+        if (m.effect) out += " · Sent with " + HTMLExporter::escape(*m.effect) + " effect";
+        if (m.dateDelivered) out += " · Delivered " + clockTime(clock_.at(*m.dateDelivered));
+        if (m.dateRead) out += " · Read " + clockTime(clock_.at(*m.dateRead));
+        if (m.isUnsent) out += " · Unsent";
+        if (m.errorCode != 0) out += " · Not delivered (error " + std::to_string(m.errorCode) + ")";
+        out += " <span class=\"id\">" + recordLabel(m) + "</span></div>";
+    }
+
+    void writeReactions(std::string& out, const Message& m) {
+        if (m.reactions.empty()) return;
+        // Grouped by emoji in order of first appearance.
+        std::vector<std::pair<std::string, std::vector<std::string>>> groups;
+        for (const auto& r : m.reactions) {
+            auto group = std::find_if(groups.begin(), groups.end(),
+                                      [&](const auto& g) { return g.first == r.emoji; });
+            if (group == groups.end()) group = groups.insert(groups.end(), {r.emoji, {}});
+            group->second.push_back(c_.nameFor(r.isFromMe, r.sender));
+        }
+        out += "<div class=\"rx\">";
+        for (const auto& [emoji, who] : groups) {
+            std::string names;
+            for (const auto& name : who) names += (names.empty() ? "" : ", ") + name;
+            out += "<span title=\"" + HTMLExporter::escape(names) + "\">" +
+                   HTMLExporter::escape(emoji) + "<small>" +
+                   HTMLExporter::escape(who.size() == 1 ? who[0] : std::to_string(who.size())) +
+                   "</small></span>";
+        }
+        out += "</div>";
+    }
+
+    const PageContent& c_;
+    dates::CivilClock clock_;
+    PatternFormatter dayHeading_{"EEEE, d MMMM yyyy", "en_US_POSIX"};
+    struct Target {
+        const Message* message;
+        bool inPage;
+    };
+    std::unordered_map<std::string_view, Target> byGUID_;  // views of the messages' own guids
+    size_t next_ = 0;  // the next attachment copy, in page order
+};
+
+struct Counts {
+    int64_t messages = 0, calls = 0, attachments = 0, copied = 0, missing = 0, failed = 0;
+};
+
+Counts countsOf(const PageContent& c) {
+    Counts counts;
+    for (const Message* m : c.rows) ++(m->call ? counts.calls : counts.messages);
+    counts.attachments = static_cast<int64_t>(c.copies.size());
+    for (const auto& copy : c.copies) {
+        counts.copied += copy.copied() ? 1 : 0;
+        counts.missing += copy.isMissing() ? 1 : 0;
+        counts.failed += copy.isFailed() ? 1 : 0;
+    }
+    return counts;
+}
+
+std::string rowsRange(const PageContent& c) {
+    if (c.rows.empty()) return "no messages";
+    return longDate(c.rows.front()->date) + " – " + longDate(c.rows.back()->date);
+}
+
+std::string subtitle(const PageContent& c, const Counts& n) {
+    std::string out = std::to_string(n.messages) + " messages · ";
+    if (n.calls > 0) out += std::to_string(n.calls) + " calls · ";
+    return out + std::to_string(n.attachments) + " attachments · " + rowsRange(c);
+}
+
+std::string participants(const PageContent& c) {
+    const auto& names = c.options.participants;
+    if (names.empty()) return "Me (no other participants are recorded)";
+    std::string list;
+    for (size_t i = 0; i < names.size(); ++i) {
+        list += i == 0 ? "" : (i + 1 == names.size() ? " and " : ", ");
+        list += names[i];
+    }
+    return "Me and " + list + " (" + std::to_string(names.size() + 1) +
+           " people, as recorded by the source)";
+}
+
+std::string requestedRange(const HTMLExporter::Options& o) {
+    if (!o.from && !o.to) return "Entire conversation";
+    return (o.from ? longDate(*o.from) : "the first message") + " – " +
+           (o.to ? longDate(*o.to) : "the last message") + " (inclusive)";
+}
+
+std::string zoneLine() {
+    const dates::CivilTime now = dates::CivilClock().at(Clock::now());
+    const std::string exact = exactTime(now);
+    const std::string offset = exact.substr(exact.rfind(' ') + 1);
+    return "Shown in " + dates::currentTimeZone() + " (currently UTC" +
+           (offset == "Z" ? "" : offset) +
+           "). Hover over a message for its exact timestamp with UTC offset; messages.csv has UTC "
+           "times.";
+}
+
+std::string about(const PageContent& c, const Counts& n) {
+    std::vector<std::pair<std::string, std::string>> items{
+        {"Participants", participants(c)},
+        {"Date range requested", requestedRange(c.options)},
+        {"Messages included",
+         std::to_string(n.messages) + (c.rows.empty() ? "" : ", dated " + rowsRange(c))}};
+    if (n.calls > 0)
+        items.emplace_back("Calls included",
+                           std::to_string(n.calls) +
+                               " phone and FaceTime calls from this Mac's call history, shown "
+                               "between the messages and listed in calls.csv. Only calls synced to "
+                               "this Mac are known.");
+    items.emplace_back("Times", zoneLine());
+    items.emplace_back(
+        "Source", c.options.sourceDescription + ". Exported " +
+                      dates::formatStyled(Clock::now(), dates::Style::long_, dates::Style::long_));
+    items.emplace_back(
+        "Completeness",
+        "Every database row in the range is included. Text that could not be decoded, unsent "
+        "messages, edits and deleted parts are marked where they occur; messages.csv keeps every "
+        "stored detail.");
+    items.emplace_back(
+        "Attachments",
+        std::to_string(n.copied) +
+            " copied byte-for-byte into attachments/ and verified by SHA-256 (see "
+            "attachments.csv). HEIC photos and voice memos also have a converted preview for "
+            "browsers; the preview is labelled and the original file is linked beside it.");
+    items.emplace_back("Missing attachments",
+                       n.missing == 0 ? "None"
+                                      : std::to_string(n.missing) +
+                                            " files are listed in the Messages database but are "
+                                            "not stored on this Mac (usually kept only in iCloud). "
+                                            "They are marked where they occur and listed in "
+                                            "attachments.csv.");
+    items.emplace_back("Copy failures",
+                       n.failed == 0 ? "None"
+                                     : std::to_string(n.failed) +
+                                           " files exist on this Mac but could not be read or "
+                                           "copied; each is marked where it occurs and the error "
+                                           "is in attachments.csv.");
+    items.emplace_back("Integrity",
+                       "checksums.txt lists the SHA-256 of every file in this folder.");
+    std::string out = "<details class=\"about\"><summary>About this export</summary><dl>";
+    for (const auto& [term, text] : items)
+        out += "<dt>" + HTMLExporter::escape(term) + "</dt><dd>" + HTMLExporter::escape(text) +
+               "</dd>";
+    return out + "</dl></details>";
+}
+
+}  // namespace
+
+std::string renderPage(const PageContent& content) {
+    std::string body, days;
+    BodyWriter(content).write(body, days);
+    const Counts counts = countsOf(content);
+    return HTMLExporter::fill(embedded::archiveTemplate,
+                              {{"TITLE", HTMLExporter::escape(content.options.title)},
+                               {"SUBTITLE", HTMLExporter::escape(subtitle(content, counts))},
+                               {"ABOUT", about(content, counts)},
+                               {"BODY", body},
+                               {"DAYS", days}});
+}
+
+}  // namespace bc::html

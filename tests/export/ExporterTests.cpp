@@ -1,0 +1,115 @@
+#include "export/Exporter.h"
+
+#include <gtest/gtest.h>
+
+#include "HTMLExporterSamples.h"
+#include "sources/CallHistory.h"
+#include "support/Json.h"
+
+namespace bc {
+namespace {
+
+using testing::at;
+using testing::callRow;
+using testing::message;
+
+std::string sender(const Message& m) {
+    return m.isFromMe ? "Me" : "Ann";
+}
+
+std::vector<Message> sampleRows() {
+    Message hello = message(1, at(), "Hello \"there\"\nsecond line");
+    hello.attachments = {testing::attachment(5, "/a/IMG_1.jpg", "IMG_1.jpg", "image/jpeg"),
+                         testing::attachment(6, "/a/doc.pdf", "doc.pdf", "application/pdf")};
+    return {hello, callRow(9, at(60), true), message(2, at(3600), "Bye", true)};
+}
+
+// The call history words the summary; these files carry it as it is.
+const std::string callSummary = CallHistory::summary(*callRow(9, at(60), true).call);
+
+TEST(ExporterText, writesTitleUnderlineAndOneLinePerRow) {
+    const std::string text = Exporter::render("Ann", sampleRows(), ExportFormat::text, sender);
+    EXPECT_EQ(text,
+              "Ann\n===\n\n"
+              "[2024-03-01 12:05] Ann: Hello \"there\"\nsecond line [Attachment: IMG_1.jpg] "
+              "[Attachment: doc.pdf]\n"
+              "[2024-03-01 12:06] " +
+                  callSummary +
+                  " (call record 9)\n"
+                  "[2024-03-01 13:05] Me: Bye");
+}
+
+TEST(ExporterText, emptyListAndMultiByteTitle) {
+    EXPECT_EQ(Exporter::render("Ann", {}, ExportFormat::text, sender), "Ann\n===\n");
+    EXPECT_EQ(Exporter::render("😀éü", {}, ExportFormat::text, sender), "😀éü\n===\n");
+}
+
+TEST(ExporterCSV, quotesEveryFieldAndMarksCalls) {
+    const std::string csv = Exporter::render("Ann", sampleRows(), ExportFormat::csv, sender);
+    EXPECT_EQ(
+        csv,
+        "date,sender,handle,is_from_me,text,attachments,record_type\n"
+        "\"2024-03-01T17:05:09Z\",\"Ann\",\"+15551234567\",\"0\",\"Hello \"\"there\"\"\nsecond "
+        "line\",\"/a/IMG_1.jpg; /a/doc.pdf\",\"message\"\n"
+        "\"2024-03-01T17:06:09Z\",\"Ann\",\"\",\"0\",\"" +
+            callSummary +
+            "\",\"\",\"call record 9\"\n"
+            "\"2024-03-01T18:05:09Z\",\"Me\",\"\",\"1\",\"Bye\",\"\",\"message\"");
+    EXPECT_EQ(Exporter::render("Ann", {}, ExportFormat::csv, sender),
+              "date,sender,handle,is_from_me,text,attachments,record_type");
+}
+
+TEST(ExporterJSON, countsRowsAndDescribesMessagesAndCalls) {
+    const Json doc =
+        json::decode(Exporter::render("Ann", sampleRows(), ExportFormat::json, sender));
+    EXPECT_EQ(doc["chat"], "Ann");
+    EXPECT_EQ(doc["message_count"], 2);
+    EXPECT_EQ(doc["call_count"], 1);
+    const Json& first = doc["messages"][0];
+    EXPECT_EQ(first.size(), 7u);
+    EXPECT_EQ(first["type"], "message");
+    EXPECT_EQ(first["date"], "2024-03-01T17:05:09Z");
+    EXPECT_EQ(first["is_from_me"], false);
+    EXPECT_EQ(
+        first["attachments"][1],
+        (Json{{"name", "doc.pdf"}, {"path", "/a/doc.pdf"}, {"mime_type", "application/pdf"}}));
+    const Json& call = doc["messages"][1];
+    EXPECT_EQ(call, (Json{{"type", "call"},
+                          {"date", "2024-03-01T17:06:09Z"},
+                          {"call_record_id", 9},
+                          {"direction", "incoming"},
+                          {"answered", true},
+                          {"duration_seconds", 125.5},
+                          {"service", "Phone"},
+                          {"address", "+15551234567"},
+                          {"description", callSummary}}));
+    EXPECT_EQ(doc["messages"][2]["attachments"], Json::array());
+
+    const Json broken = json::decode(
+        Exporter::render("Ann", {message(1, at(), "a\xff")}, ExportFormat::json, sender));
+    EXPECT_EQ(broken["messages"][0]["text"], "a\uFFFD");
+
+    const Json empty = json::decode(Exporter::render("Ann", {}, ExportFormat::json, sender));
+    EXPECT_EQ(empty["message_count"], 0);
+    EXPECT_EQ(empty["call_count"], 0);
+    EXPECT_EQ(empty["messages"], Json::array());
+}
+
+TEST(ExporterFileName, replacesForbiddenCharactersAndCutsLongTitles) {
+    EXPECT_EQ(Exporter::fileName("Ann/Bob", 12, ExportFormat::csv), "Ann-Bob (12).csv");
+    EXPECT_EQ(Exporter::fileName("/:\\?%*|\"<>", 1, ExportFormat::text), "---------- (1).txt");
+    std::string longTitle;
+    for (int i = 0; i < 90; ++i) longTitle += "é";
+    std::string cut;
+    for (int i = 0; i < 80; ++i) cut += "é";
+    EXPECT_EQ(Exporter::fileName(longTitle, 3, ExportFormat::json), cut + " (3).json");
+}
+
+TEST(ExporterFormat, rawValuesRoundTrip) {
+    for (ExportFormat format : allExportFormats) EXPECT_EQ(exportFormat(rawValue(format)), format);
+    EXPECT_EQ(rawValue(ExportFormat::text), "txt");
+    EXPECT_FALSE(exportFormat("pdf"));
+}
+
+}  // namespace
+}  // namespace bc
