@@ -120,22 +120,27 @@ QString AppModel::sourceText() const {
 // ---- sources
 
 void AppModel::openLive() {
-    openSource(isDemo() ? std::filesystem::path() : MessageDatabase::defaultPath(),
-               SourceKind::live);
+    if (isDemo())
+        openWith(DemoData::databasePath, DemoData::folder() / "chat.db", SourceKind::live);
+    else
+        openSource(MessageDatabase::defaultPath(), SourceKind::live);
 }
 
 void AppModel::openSource(const std::filesystem::path& path, SourceKind kind) {
+    openWith([path] { return path; }, path, kind);
+}
+
+void AppModel::openWith(std::function<std::filesystem::path()> locate,
+                        const std::filesystem::path& path, SourceKind kind) {
     const auto generation = ++sourceGeneration_;
     ++transcriptGeneration_;
     attachmentRounds_.reset();
     setState(State::loading);
     auto cancel = beginTask("Opening the Messages database…");
-    const bool demoSample = path.empty();
     background_.run(
-        [path, demoSample, cancel] {
+        [locate, cancel] {
             Opened opened;
-            opened.database =
-                std::make_shared<MessageDatabase>(demoSample ? DemoData::databasePath() : path);
+            opened.database = std::make_shared<MessageDatabase>(locate());
             cancel->check();
             opened.chats = opened.database->fetchChats();
             opened.signature = opened.database->changeSignature();
@@ -157,14 +162,15 @@ void AppModel::finishOpening(Opened opened) {
     source_ = std::move(opened.database);
     signature_ = std::move(opened.signature);
     chats_ = std::move(opened.chats);
-    if (!sameSource) selected_.reset();
+    if (!sameSource) {
+        selected_.reset();
+        transcript_ = std::make_shared<OpenTranscript>();
+        emit transcriptChanged(false);
+    }
     endTask();
     regroup(sameSource);
     setState(State::ready);
-    if (!sameSource) {
-        loadTranscript(false);
-        if (source_->isLive()) startAttachmentWatch();
-    }
+    if (!sameSource && source_->isLive()) startAttachmentWatch();
 }
 
 void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
@@ -197,7 +203,7 @@ void AppModel::loadContacts() {
         },
         [this](std::shared_ptr<ContactResolver> contacts) {
             contacts_ = std::move(contacts);
-            regroup(true);
+            if (regroup(true)) loadTranscript(true);
         },
         [](std::exception_ptr) {
             // Without contacts every name falls back to its handle; nothing to tell the user.
@@ -206,7 +212,7 @@ void AppModel::loadContacts() {
 
 // ---- conversations
 
-void AppModel::regroup(bool keepSelection) {
+bool AppModel::regroup(bool keepSelection) {
     const auto contacts = contacts_;
     PersonLookup people{.identity =
                             [&](const std::string& handle) {
@@ -218,14 +224,15 @@ void AppModel::regroup(bool keepSelection) {
                         }};
     conversations_ = groupConversations(chats_, people);
     emit conversationsChanged();
-    if (!keepSelection || !selected_) return;
+    if (!keepSelection || !selected_) return false;
     const auto index = selectedIndex();
     if (!index) {
         selectConversation(std::nullopt);
-    } else if (conversations_[*index].chatIDs != selected_->chatIDs) {
-        selected_ = conversations_[*index];
-        loadTranscript(true);
+        return false;
     }
+    if (conversations_[*index].chatIDs == selected_->chatIDs) return false;
+    selected_ = conversations_[*index];
+    return true;
 }
 
 std::optional<size_t> AppModel::selectedIndex() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -125,12 +126,16 @@ signals:
 private:
     struct Opened;
 
+    // `locate` runs off the main thread and gives the file to open; `path` names it meanwhile.
+    void openWith(std::function<std::filesystem::path()> locate, const std::filesystem::path& path,
+                  SourceKind kind);
     void finishOpening(Opened opened);
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
     void loadTranscript(bool keepPosition);
     void persistEvents();
     void applyEvents();
-    void regroup(bool keepSelection);
+    // True when the selected conversation now holds other chats and must be read again.
+    bool regroup(bool keepSelection);
     void setState(State state, QString message = {});
     std::shared_ptr<CancelFlag> beginTask(const QString& progress);
     void endTask(const QString& status = {});
