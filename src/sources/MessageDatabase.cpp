@@ -98,8 +98,12 @@ std::string expandTilde(const std::string& path) {
     return path;
 }
 
-MessageDatabase::MessageDatabase(const fs::path& path, bool immutable, PathMapper pathMapper)
-    : pathMapper_(std::move(pathMapper)), path_(path), immutable_(immutable) {
+MessageDatabase::MessageDatabase(const fs::path& path, bool immutable, PathMapper pathMapper,
+                                 std::optional<CustodyLog::SealedSnapshot> sealed)
+    : pathMapper_(std::move(pathMapper)),
+      sealed_(std::move(sealed)),
+      path_(path),
+      immutable_(immutable) {
     db_ = std::make_unique<sqlite::Connection>(
         path, immutable ? sqlite::OpenMode::readOnlyImmutable : sqlite::OpenMode::readOnly);
     db_->setBusyTimeout(busyTimeoutMilliseconds);
@@ -127,6 +131,7 @@ fs::path MessageDatabase::defaultPath() {
 }
 
 bool MessageDatabase::isLive() const {
+    if (sealed_) return false;
     if (path_ == defaultPath()) return true;
     if (!DemoData::isEnabled()) return false;
     // Inside the demo folder, not merely a path that starts with the same letters.
@@ -420,7 +425,7 @@ std::string MessageDatabase::changeSignature() {
 
 CustodyRecord::Source MessageDatabase::custodySource() {
     std::lock_guard guard(lock_);
-    return CustodyLog::source(*this, std::nullopt);
+    return CustodyLog::source(*this, sealed_);
 }
 
 void MessageDatabase::backup(const fs::path& destination, const CancelFlag* cancel) {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "custody/CustodyLog.h"
 #include "model/MessageSource.h"
 
 namespace bc {
@@ -32,8 +33,10 @@ public:
     using PathMapper = std::function<std::string(const std::string& path, int64_t attachmentID)>;
 
     // immutable: open as a "file:…?immutable=1" URI (sealed copies: never locked or journalled).
+    // sealed: the snapshot this file belongs to, named as the custody source.
     explicit MessageDatabase(const std::filesystem::path& path, bool immutable = false,
-                             PathMapper pathMapper = {});
+                             PathMapper pathMapper = {},
+                             std::optional<CustodyLog::SealedSnapshot> sealed = std::nullopt);
     ~MessageDatabase() override;
 
     // The signed-in user's live database: ~/Library/Messages/chat.db.
@@ -85,6 +88,7 @@ private:
 
     std::unique_ptr<sqlite::Connection> db_;
     PathMapper pathMapper_;
+    std::optional<CustodyLog::SealedSnapshot> sealed_;
     std::filesystem::path path_;
     bool immutable_ = false;
     mutable std::recursive_mutex lock_;

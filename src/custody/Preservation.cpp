@@ -1,0 +1,580 @@
+#include "custody/Preservation.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "custody/CustodySystemInfo.h"
+#include "custody/SnapshotCopy.h"
+#include "sources/MessageDatabase.h"
+#include "support/DateFormat.h"
+#include "support/Errors.h"
+#include "support/Files.h"
+#include "support/Sha256.h"
+#include "support/Text.h"
+#include "support/Uuid.h"
+
+namespace bc {
+
+namespace fs = std::filesystem;
+
+// ---------------------------------------------------------------------------------------------
+// The manifest's JSON form.
+
+void to_json(Json& j, const SnapshotInfo::FileEntry& entry) {
+    j = Json{{"path", entry.path}, {"bytes", entry.bytes}, {"sha256", entry.sha256}};
+}
+
+void from_json(const Json& j, SnapshotInfo::FileEntry& entry) {
+    entry.path = j.at("path").get<std::string>();
+    entry.bytes = j.at("bytes").get<int64_t>();
+    entry.sha256 = j.at("sha256").get<std::string>();
+}
+
+void to_json(Json& j, const SnapshotInfo& info) {
+    j = Json{{"id", info.id},
+             {"createdAt", info.createdAt},
+             {"scope", info.scope},
+             {"sourcePath", info.sourcePath},
+             {"attachmentsCopied", info.attachmentsCopied},
+             {"attachmentsMissing", info.attachmentsMissing},
+             {"attachmentsFailed", info.attachmentsFailed},
+             {"databaseSHA256", info.databaseSHA256},
+             {"totalBytes", info.totalBytes},
+             {"app", info.app},
+             {"files", info.files}};
+    json::setOptional(j, "databaseCopiedAt", info.databaseCopiedAt);
+    json::setOptional(j, "messageRows", info.messageRows);
+    json::setOptional(j, "chatIDs", info.chatIDs);
+}
+
+void from_json(const Json& j, SnapshotInfo& info) {
+    info.id = j.at("id").get<std::string>();
+    info.createdAt = j.at("createdAt").get<Date>();
+    info.databaseCopiedAt = json::getOptional<Date>(j, "databaseCopiedAt");
+    info.messageRows = json::getOptional<int64_t>(j, "messageRows");
+    info.scope = j.at("scope").get<std::string>();
+    info.chatIDs = json::getOptional<std::vector<int64_t>>(j, "chatIDs");
+    info.sourcePath = j.at("sourcePath").get<std::string>();
+    info.attachmentsCopied = j.at("attachmentsCopied").get<int64_t>();
+    info.attachmentsMissing = j.at("attachmentsMissing").get<int64_t>();
+    info.attachmentsFailed = j.at("attachmentsFailed").get<int64_t>();
+    info.databaseSHA256 = j.at("databaseSHA256").get<std::string>();
+    info.totalBytes = j.at("totalBytes").get<int64_t>();
+    info.app = j.at("app").get<CustodySystemInfo>();
+    info.files = j.at("files").get<std::vector<SnapshotInfo::FileEntry>>();
+}
+
+namespace {
+
+constexpr const char* manifestName = "manifest.json";
+constexpr const char* mapName = "attachment-map.json";
+constexpr const char* missingName = "missing-attachments.csv";
+constexpr const char* databaseName = "chat.db";
+constexpr const char* readmeName = "README.txt";
+constexpr const char* partialSuffix = ".partial";
+
+// The README names the system that actually made the snapshot; elsewhere the OS text is whole.
+#ifdef __APPLE__
+constexpr const char* systemPrefix = "macOS ";
+#else
+constexpr const char* systemPrefix = "";
+#endif
+
+StoreLocation& rootLocation() {
+    static StoreLocation location("Snapshots");
+    return location;
+}
+
+std::string reason(const std::exception& error) {
+    if (const auto* fsError = dynamic_cast<const fs::filesystem_error*>(&error))
+        return fsError->code().message();
+    return error.what();
+}
+
+// Dates in the manifest keep whole seconds, so a manifest reads back equal to what was made.
+Date wholeSeconds(Date date) {
+    return Date{std::floor(date.seconds)};
+}
+
+// "Snapshot 2024-03-05T140709": local time, no colons, so it is a valid folder name everywhere.
+std::string snapshotID(Date createdAt) {
+    std::string stamp = dates::formatPattern(createdAt, "yyyy-MM-dd'T'HHmmss", "en_US_POSIX");
+    std::erase(stamp, ':');
+    return "Snapshot " + stamp;
+}
+
+SnapshotInfo readManifest(const fs::path& folder) {
+    try {
+        return json::decode(files::readFile(folder / manifestName)).get<SnapshotInfo>();
+    } catch (const std::exception& error) {
+        throw Error("Couldn't read the manifest of " + folder.filename().string() + ": " +
+                    reason(error));
+    }
+}
+
+SnapshotInfo::FileEntry hashedEntry(const fs::path& folder, const std::string& relative) {
+    const fs::path file = folder / relative;
+    return {relative, static_cast<int64_t>(fs::file_size(file)), Sha256::hexOfFile(file)};
+}
+
+// A manifest path that stays inside the snapshot folder.
+bool isInside(const std::string& relative) {
+    const fs::path path = fs::path(relative).lexically_normal();
+    return !relative.empty() && path.is_relative() && *path.begin() != "..";
+}
+
+std::string csvField(const std::string& value) {
+    std::string quoted = "\"";
+    for (const char c : value) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return quoted + "\"";
+}
+
+std::string missingCSV(const std::vector<std::string>& missing) {
+    std::string csv = "\xEF\xBB\xBF" + csvField("path_listed_in_messages") + "\r\n";
+    for (const auto& path : missing) csv += csvField(path) + "\r\n";
+    return csv;
+}
+
+// Where each attachment goes inside the snapshot: its place under the Messages attachments
+// folder, or "_other/" + its name; names already taken (compared without case, as on macOS
+// volumes) get " 2", " 3"… before the extension.
+class Destinations {
+public:
+    explicit Destinations(const fs::path& attachmentsFolder)
+        : attachmentsFolder_(attachmentsFolder.lexically_normal()) {}
+
+    std::string choose(const std::string& listedPath) {
+        const fs::path source = fs::path(listedPath).lexically_normal();
+        const fs::path relative = source.lexically_relative(attachmentsFolder_);
+        const bool inside = source.is_absolute() && !relative.empty() && relative != "." &&
+                            *relative.begin() != "..";
+        const std::string name =
+            source.filename().empty() ? "attachment" : source.filename().string();
+        const fs::path wanted =
+            inside ? "Attachments" / relative : fs::path("Attachments") / "_other" / name;
+        fs::path chosen = wanted;
+        for (int number = 2; !taken_.insert(text::toLowerAscii(chosen.generic_string())).second;
+             ++number)
+            chosen = wanted.parent_path() / (wanted.stem().string() + " " + std::to_string(number) +
+                                             wanted.extension().string());
+        return chosen.generic_string();
+    }
+
+private:
+    fs::path attachmentsFolder_;
+    std::unordered_set<std::string> taken_;
+};
+
+// One create at a time under a root, across processes: a leftover work folder is then known
+// to be abandoned (a killed process releases its lock).
+class RootLock {
+public:
+    explicit RootLock(const fs::path& root)
+        : fd_(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        if (fd_ < 0) throw Error("Couldn't open the snapshots folder: " + root.string());
+        while (::flock(fd_, LOCK_EX) != 0)
+            if (errno != EINTR) throw Error("Couldn't lock the snapshots folder: " + root.string());
+    }
+    ~RootLock() { ::close(fd_); }
+    RootLock(const RootLock&) = delete;
+    RootLock& operator=(const RootLock&) = delete;
+
+private:
+    int fd_;
+};
+
+void discard(const fs::path& work) {
+    try {
+        if (!fs::exists(fs::symlink_status(work))) return;
+        Preservation::unlock(work);
+        files::removeAll(work);
+    } catch (const std::exception&) {
+        // The next create removes what is left; the original failure is the one to report.
+    }
+}
+
+void removeLeftovers(const fs::path& root) {
+    std::vector<fs::path> leftovers;
+    for (const auto& entry : fs::directory_iterator(root))
+        if (entry.is_directory() && entry.path().filename().string().ends_with(partialSuffix))
+            leftovers.push_back(entry.path());
+    for (const auto& work : leftovers) {
+        Preservation::unlock(work);
+        files::removeAll(work);
+    }
+}
+
+struct Attachments {
+    Json map = Json::object();
+    std::vector<std::string> missing;
+    std::vector<SnapshotInfo::FileEntry> files;
+    int64_t failed = 0;
+};
+
+void preserveOne(const std::string& listedPath, const fs::path& work, Destinations& destinations,
+                 Attachments& result, const CancelFlag* cancel) {
+    std::error_code error;
+    if (listedPath.empty() || !fs::exists(listedPath, error)) {
+        result.missing.push_back(listedPath);
+        return;
+    }
+    const std::string relative = destinations.choose(listedPath);
+    const fs::path destination = work / relative;
+    try {
+        fs::create_directories(destination.parent_path());
+        const VerifiedCopy copy = copyVerified(listedPath, destination, cancel);
+        if (!copy.matches()) throw Error("the copy's SHA-256 differs from the original's");
+        result.map[listedPath] = relative;
+        result.files.push_back({relative, copy.bytes, copy.copySHA256});
+    } catch (const CancelledError&) {
+        throw;
+    } catch (const std::exception&) {
+        fs::remove(destination, error);
+        ++result.failed;
+    }
+}
+
+Attachments preserveAttachments(const std::vector<std::pair<int64_t, std::string>>& rows,
+                                const fs::path& attachmentsFolder, const fs::path& work,
+                                const CancelFlag* cancel, const ProgressFn& progress) {
+    // Several rows may list one file: it is preserved once.
+    std::vector<std::string> paths;
+    std::unordered_set<std::string> seen;
+    for (const auto& row : rows)
+        if (seen.insert(row.second).second) paths.push_back(row.second);
+
+    Attachments result;
+    Destinations destinations(attachmentsFolder);
+    for (size_t i = 0; i < paths.size(); ++i) {
+        if (cancel) cancel->check();
+        if (progress)
+            progress("Preserving attachments " + std::to_string(i + 1) + " of " +
+                     std::to_string(paths.size()));
+        preserveOne(paths[i], work, destinations, result, cancel);
+    }
+    return result;
+}
+
+void build(SnapshotInfo& info, MessageDatabase& database, const fs::path& work,
+           const CancelFlag* cancel, const ProgressFn& progress) {
+    fs::create_directories(work / "Attachments");
+
+    if (progress) progress("Copying the Messages database…");
+    try {
+        database.backup(work / databaseName, cancel);
+    } catch (const CancelledError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw Error("Couldn't copy the Messages database: " + reason(error));
+    }
+    info.databaseCopiedAt = wholeSeconds(Clock::now());
+
+    std::vector<std::pair<int64_t, std::string>> rows;
+    try {
+        MessageDatabase copy(work / databaseName, true);
+        info.messageRows = copy.messageRowCount();
+        rows = copy.attachmentPaths(info.chatIDs);
+    } catch (const std::exception& error) {
+        throw Error("Couldn't read the copied Messages database: " + reason(error));
+    }
+    Attachments attachments = preserveAttachments(
+        rows, fs::path(info.sourcePath).parent_path() / "Attachments", work, cancel, progress);
+    info.attachmentsCopied = static_cast<int64_t>(attachments.files.size());
+    info.attachmentsMissing = static_cast<int64_t>(attachments.missing.size());
+    info.attachmentsFailed = attachments.failed;
+    info.files = std::move(attachments.files);
+
+    if (progress) progress("Sealing the snapshot…");
+    if (!attachments.missing.empty()) {
+        files::writeFileAtomically(work / missingName, missingCSV(attachments.missing));
+        info.files.push_back(hashedEntry(work, missingName));
+    }
+    files::writeFileAtomically(work / mapName, json::encodePretty(attachments.map));
+    info.files.push_back(hashedEntry(work, mapName));
+    info.files.push_back(hashedEntry(work, databaseName));
+    info.databaseSHA256 = info.files.back().sha256;
+
+    info.app = custodySystemInfo::current();
+    files::writeFileAtomically(work / readmeName, Preservation::readme(info));
+    info.files.push_back(hashedEntry(work, readmeName));
+    info.totalBytes = 0;
+    for (const auto& entry : info.files) info.totalBytes += entry.bytes;
+    files::writeFileAtomically(work / manifestName, json::encodePretty(info));
+}
+
+std::string count(int64_t value) {
+    return std::to_string(value);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+
+fs::path Preservation::root() {
+    return rootLocation().path();
+}
+
+void Preservation::setOverrideRoot(std::optional<fs::path> folder) {
+    rootLocation().setOverride(std::move(folder));
+}
+
+fs::path Preservation::folder(const SnapshotInfo& snapshot) {
+    return fs::absolute(root()) / snapshot.id;
+}
+
+SnapshotInfo Preservation::create(MessageDatabase& database,
+                                  const std::optional<std::vector<int64_t>>& chatIDs,
+                                  const std::string& scope, const CancelFlag* cancel,
+                                  const ProgressFn& progress) {
+    SnapshotInfo info;
+    info.createdAt = wholeSeconds(Clock::now());
+    info.id = snapshotID(info.createdAt);
+    info.scope = scope;
+    info.chatIDs = chatIDs;
+    info.sourcePath = fs::absolute(database.path()).string();
+
+    const fs::path rootFolder = fs::absolute(root());
+    std::error_code error;
+    fs::create_directories(rootFolder, error);
+    if (error)
+        throw Error("Couldn't create the snapshots folder " + rootFolder.string() + ": " +
+                    error.message());
+    RootLock rootLock(rootFolder);
+    const fs::path destination = rootFolder / info.id;
+    if (fs::exists(destination))
+        throw Error("Couldn't take the snapshot: " + info.id + " already exists");
+    const fs::path work = rootFolder / (info.id + partialSuffix);
+    try {
+        removeLeftovers(rootFolder);
+        build(info, database, work, cancel, progress);
+        lock(work);
+        fs::rename(work, destination);
+        files::syncFolder(rootFolder);
+    } catch (const Error&) {
+        discard(work);
+        throw;
+    } catch (const std::exception& failure) {
+        discard(work);
+        throw Error("Couldn't take the snapshot: " + reason(failure));
+    }
+    return info;
+}
+
+std::vector<SnapshotInfo> Preservation::list() {
+    std::vector<SnapshotInfo> snapshots;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(root(), error)) {
+        if (!entry.is_directory() || entry.path().filename().string().ends_with(partialSuffix))
+            continue;
+        if (!fs::exists(entry.path() / manifestName)) continue;
+        try {
+            snapshots.push_back(readManifest(entry.path()));
+        } catch (const Error&) {
+            // Not a snapshot this program can read; listing goes on with the others.
+        }
+    }
+    std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) {
+        return a.createdAt != b.createdAt ? b.createdAt < a.createdAt : b.id < a.id;
+    });
+    return snapshots;
+}
+
+std::unique_ptr<MessageDatabase> Preservation::open(const SnapshotInfo& snapshot) {
+    const fs::path folder = Preservation::folder(snapshot);
+    auto map = std::make_shared<std::unordered_map<std::string, std::string>>();
+    try {
+        const Json listed = json::decode(files::readFile(folder / mapName));
+        for (const auto& [path, relative] : listed.items())
+            if (isInside(relative.get<std::string>()))
+                (*map)[path] = (folder / relative.get<std::string>()).string();
+    } catch (const std::exception& error) {
+        throw Error("Couldn't read the attachment map of " + snapshot.id + ": " + reason(error));
+    }
+    // An attachment the snapshot does not hold has no file: exports never reach past the seal.
+    auto mapper = [map](const std::string& path, int64_t) {
+        const auto it = map->find(path);
+        return it == map->end() ? std::string() : it->second;
+    };
+    return std::make_unique<MessageDatabase>(folder / databaseName, true, std::move(mapper),
+                                             sealed(snapshot));
+}
+
+namespace {
+
+void compareWithLog(const fs::path& folder, const SnapshotInfo& manifest,
+                    Preservation::Verification& result) {
+    std::vector<CustodyRecord> records;
+    try {
+        records = CustodyLog::readAll();
+    } catch (const std::exception&) {
+        return;
+    }
+    const std::string prefix = folder.string() + "/";
+    const auto inside = [&](const CustodyRecord::Output& output) {
+        return output.path.starts_with(prefix);
+    };
+    const auto record = std::find_if(records.rbegin(), records.rend(), [&](const auto& r) {
+        return r.action == "snapshot" && !r.outputs.empty() &&
+               std::all_of(r.outputs.begin(), r.outputs.end(), inside);
+    });
+    if (record == records.rend()) return;
+    result.crossCheckedWithLog = true;
+
+    std::unordered_map<std::string, std::string> logged;
+    for (const auto& output : record->outputs)
+        logged[output.path.substr(prefix.size())] = output.sha256;
+    std::set<std::string> disagreeing;
+    for (const auto& entry : manifest.files) {
+        const auto it = logged.find(entry.path);
+        if (it == logged.end() || it->second != entry.sha256) disagreeing.insert(entry.path);
+        if (it != logged.end()) logged.erase(it);
+    }
+    // Files the log names but the manifest no longer lists.
+    for (const auto& [path, sha] : logged) disagreeing.insert(path);
+    result.manifestDisagreesWithLog.assign(disagreeing.begin(), disagreeing.end());
+}
+
+}  // namespace
+
+Preservation::Verification Preservation::verify(const SnapshotInfo& snapshot,
+                                                const CancelFlag* cancel,
+                                                const ProgressFn& progress) {
+    const fs::path folder = Preservation::folder(snapshot);
+    const SnapshotInfo manifest = readManifest(folder);
+    Verification result;
+    std::unordered_set<std::string> listed;
+    for (size_t i = 0; i < manifest.files.size(); ++i) {
+        if (cancel) cancel->check();
+        if (progress)
+            progress("Verifying files " + std::to_string(i + 1) + " of " +
+                     std::to_string(manifest.files.size()));
+        const auto& entry = manifest.files[i];
+        ++result.checked;
+        listed.insert(entry.path);
+        std::error_code error;
+        if (!isInside(entry.path)) {
+            result.mismatched.push_back(entry.path);
+        } else if (!fs::is_regular_file(folder / entry.path, error)) {
+            result.missing.push_back(entry.path);
+        } else {
+            try {
+                if (Sha256::hexOfFile(folder / entry.path, cancel) != entry.sha256)
+                    result.mismatched.push_back(entry.path);
+            } catch (const CancelledError&) {
+                throw;
+            } catch (const Error&) {
+                result.mismatched.push_back(entry.path);
+            }
+        }
+    }
+
+    std::error_code error;
+    for (auto it = fs::recursive_directory_iterator(folder, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        if (it->is_directory()) continue;
+        const std::string relative = it->path().lexically_relative(folder).generic_string();
+        // The engine may leave a shared-memory file beside a database it opened.
+        if (relative == manifestName || relative == "chat.db-shm" || listed.contains(relative))
+            continue;
+        result.extra.push_back(relative);
+    }
+    if (error) throw Error("Couldn't list the files of " + snapshot.id + ": " + error.message());
+    std::sort(result.extra.begin(), result.extra.end());
+
+    compareWithLog(folder, manifest, result);
+    return result;
+}
+
+std::string Preservation::describe(const Verification& verification, const SnapshotInfo& snapshot) {
+    if (verification.isIntact())
+        return snapshot.id + " verified: all " + count(verification.checked) +
+               " files match their SHA-256" +
+               (verification.crossCheckedWithLog
+                    ? ", and the manifest matches the custody log."
+                    : ". (No custody-log record found to cross-check.)");
+    std::vector<std::string> parts;
+    const auto add = [&](const std::vector<std::string>& paths, const std::string& label) {
+        if (!paths.empty()) parts.push_back(count(static_cast<int64_t>(paths.size())) + label);
+    };
+    add(verification.mismatched, " changed");
+    add(verification.missing, " missing");
+    add(verification.extra, " added");
+    add(verification.manifestDisagreesWithLog, " manifest entries differ from the custody log");
+    std::string joined;
+    for (const auto& part : parts) joined += (joined.empty() ? "" : ", ") + part;
+    return "WARNING: " + snapshot.id + " failed verification: " + joined + ".";
+}
+
+std::vector<CustodyRecord::Output> Preservation::custodyOutputs(const SnapshotInfo& snapshot) {
+    const fs::path folder = Preservation::folder(snapshot);
+    std::vector<CustodyRecord::Output> outputs;
+    for (const auto& entry : snapshot.files)
+        outputs.push_back({(folder / entry.path).generic_string(), entry.bytes, entry.sha256});
+    return outputs;
+}
+
+CustodyRecord Preservation::custodyRecord(const SnapshotInfo& snapshot, MessageSource& live) {
+    CustodyRecord record;
+    record.id = newUUID();
+    record.createdAt = Clock::now();
+    record.action = "snapshot";
+    record.format = "Preservation snapshot";
+    record.title = snapshot.scope;
+    record.chatIDs = snapshot.chatIDs.value_or(std::vector<int64_t>{});
+    record.rangeDescription = "Everything stored when the snapshot was taken";
+    record.messageCount = snapshot.messageRows.value_or(0);
+    record.attachmentCount = snapshot.attachmentsCopied;
+    record.options = {{"Attachments not on this Mac", count(snapshot.attachmentsMissing)},
+                      {"Attachments that failed", count(snapshot.attachmentsFailed)}};
+    record.source = live.custodySource();
+    record.outputs = custodyOutputs(snapshot);
+    record.system = custodySystemInfo::current();
+    return record;
+}
+
+CustodyLog::SealedSnapshot Preservation::sealed(const SnapshotInfo& snapshot) {
+    return {snapshot.id, folder(snapshot), snapshot.databaseSHA256};
+}
+
+std::string Preservation::readme(const SnapshotInfo& info) {
+    const std::string indent(16, ' ');
+    const std::string created =
+        dates::formatStyled(info.createdAt, dates::Style::full, dates::Style::full);
+    std::string text = "BRINDLECOURT PRESERVATION SNAPSHOT\n" + std::string(30, '=') + "\n\n";
+    text += "Created:        " + created + "\n";
+    text += "Scope:          " + info.scope + "\n";
+    text += "Source:         " + info.sourcePath + " (opened read-only)\n";
+    text += "Database:       chat.db, SHA-256 " + info.databaseSHA256 + "\n";
+    text +=
+        "Attachments:    " + count(info.attachmentsCopied) + " copied and verified by SHA-256\n";
+    text += indent + count(info.attachmentsMissing) +
+            " listed in the database but not stored on this Mac (e.g. iCloud-only)" +
+            (info.attachmentsMissing > 0 ? "; listed in missing-attachments.csv" : "") + "\n";
+    text += indent + count(info.attachmentsFailed) + " could not be read\n";
+    text += "Made on:        " + info.app.model + ", " + systemPrefix + info.app.macOS + ", by " +
+            info.app.user + "\n";
+    text += "App:            Brindlecourt " + info.app.appVersion + "\n";
+    text +=
+        "\n"
+        "chat.db is a point-in-time copy of the macOS Messages database, taken with SQLite's\n"
+        "online backup so it is internally consistent. Each attachment was copied byte for byte;\n"
+        "its SHA-256 was computed from both the original and the copy, and they matched.\n"
+        "\n"
+        "manifest.json lists every file in this folder with its size and SHA-256. To check that\n"
+        "nothing has changed, recompute the hashes (for example: shasum -a 256 chat.db) and "
+        "compare,\n"
+        "or use \"Verify\" in Brindlecourt.\n"
+        "\n"
+        "The files are read-only and locked against changes. To remove the snapshot, use\n"
+        "\"Move to Trash\" in Brindlecourt, which unlocks it first.\n";
+    return text;
+}
+
+}  // namespace bc
