@@ -4,6 +4,7 @@
 
 #include "custody/AttachmentWatch.h"
 #include "custody/CustodyLog.h"
+#include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
 #include "sources/CallHistory.h"
@@ -22,6 +23,7 @@ void redirectStoresForDemo() {
     EvidenceStore::location().setOverride(folder / "evidence.json");
     TimelineEventStore::location().setOverride(folder / "events.json");
     AttachmentWatch::location().setOverride(folder / "attachment-presence.json");
+    Preservation::setOverrideRoot(folder / "Snapshots");
 
     const auto callLog = folder / "CallHistory.storedata";
     CallHistory::setOverridePath(callLog);

@@ -3,6 +3,7 @@
 #include "AppFixture.h"
 #include "app/DemoMode.h"
 #include "custody/CustodyLog.h"
+#include "custody/Preservation.h"
 #include "sources/CallHistory.h"
 
 namespace bc::app::testing {
@@ -24,6 +25,7 @@ public:
         CallHistory::setOverridePath(calls_);
         CallHistory::setOverrideDatabasePath(callDatabase_);
         CustodyLog::setOverrideURL(std::nullopt);
+        Preservation::setOverrideRoot(std::nullopt);
     }
 
 private:
@@ -47,6 +49,7 @@ TEST(DemoMode, EveryStoreLivesInTheDemoFolderWithASampleCallLog) {
     EXPECT_EQ(TimelineEventStore::url(), folder / "events.json");
     EXPECT_EQ(AttachmentWatch::location().path(), folder / "attachment-presence.json");
     EXPECT_EQ(CustodyLog::url(), folder / "custody-log.jsonl");
+    EXPECT_EQ(Preservation::root(), folder / "Snapshots");
     EXPECT_EQ(CallHistory::overridePath(), folder / "CallHistory.storedata");
     EXPECT_FALSE(CallHistory::readAll(folder / "CallHistory.storedata").empty());
 }
