@@ -36,9 +36,23 @@ test-sanitize: build-sanitize
 
 test: test-normal test-sanitize
 
+# The main job on the generated sample data, into a fresh folder: a snapshot, an HTML archive and
+# a PDF of the sample conversation, then the verification. The demo folder (sample database,
+# snapshots, custody log) lives under it too, as the program's temporary folder. Snapshots are
+# locked (immutable where permitted), so the old folder is unlocked before it is removed.
+DEMO_DIR ?= $(BUILD_DIR)/demo
+unlock = if [ -d "$(1)" ]; then \
+	  chattr -R -i "$(1)" 2>/dev/null || chflags -R nouchg "$(1)" 2>/dev/null; \
+	  chmod -R u+w "$(1)"; fi
 demo: build
-	@echo "The command-line export is not built yet; showing the program's version instead."
-	$(BUILD_DIR)/brindlecourt --version
+	@$(call unlock,$(DEMO_DIR))
+	@rm -rf $(DEMO_DIR) && mkdir -p $(DEMO_DIR)/tmp
+	@export TMPDIR="$(CURDIR)/$(DEMO_DIR)/tmp"; run="$(BUILD_DIR)/brindlecourt --demo --export-html"; \
+	  $$run --snapshot && \
+	  $$run --chats 1 --title "Sample conversation" --out "$(DEMO_DIR)/HTML archive" && \
+	  $$run --chats 1 --title "Sample conversation" --format pdf --out "$(DEMO_DIR)/PDF" && \
+	  $$run --verify-snapshots && \
+	  echo "Everything is in $(CURDIR)/$(DEMO_DIR) (sample data, snapshots and custody log in tmp/Kestrove-Demo)."
 
 app: build
 	$(BUILD_DIR)/brindlecourt --demo
@@ -50,4 +64,5 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
+	@$(call unlock,$(DEMO_DIR))
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

@@ -1,36 +1,77 @@
 #include "cli/CommandLine.h"
 
-#include <string_view>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "BuildInfo.h"
+#include "cli/Arguments.h"
+#include "cli/Benchmark.h"
+#include "cli/CommandLineExport.h"
+#include "cli/Interrupt.h"
 
 namespace bc::cli {
 
 namespace {
 
-constexpr std::string_view usage =
-    "Usage: brindlecourt [--version | --help]\n"
+constexpr std::string_view help =
+    "Usage:\n"
+    "  brindlecourt --export-html --chats 1,123 --title \"Name\" --out <folder>\n"
+    "               [--from yyyy-mm-dd] [--to yyyy-mm-dd] [--format pdf|jpg]\n"
+    "  brindlecourt --export-html --snapshot [--chats 1,123] [--scope \"Label\"]\n"
+    "  brindlecourt --export-html --verify-snapshots\n"
+    "  brindlecourt --benchmark [--generate <messages>]\n"
+    "  brindlecourt [--demo]            open the window\n"
     "\n"
-    "  --version   print the program's version and build\n"
-    "  --help      print this text\n";
+    "  --database PATH   read this Messages database file instead of the live one\n"
+    "  --demo            use the generated sample data; every store goes to the demo folder\n"
+    "  --version         print the program's version and build\n"
+    "  --help            print this text\n";
+
+const std::set<std::string> optionsWithValue{"--chats", "--title",    "--out",
+                                             "--from",  "--to",       "--format",
+                                             "--scope", "--database", "--generate"};
+const std::set<std::string> flags{"--export-html", "--snapshot", "--verify-snapshots",
+                                  "--benchmark",   "--demo",     "--version",
+                                  "--help",        "-h"};
+
+// The first argument that is neither a known option nor the value after one.
+std::optional<std::string> unknownOption(const Arguments& arguments) {
+    const auto& items = arguments.items();
+    for (size_t i = 0; i < items.size(); ++i) {
+        if (optionsWithValue.contains(items[i])) {
+            ++i;
+            continue;
+        }
+        if (!flags.contains(items[i])) return items[i];
+    }
+    return std::nullopt;
+}
 
 }  // namespace
 
 std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& err) {
-    const std::vector<std::string_view> arguments(argv + 1, argv + argc);
+    const Arguments arguments(std::vector<std::string>(argv + 1, argv + argc));
     if (arguments.empty()) return std::nullopt;
-    for (const auto argument : arguments) {
-        if (argument == "--version") {
-            out << "Brindlecourt " << build::version << " (" << build::number << ")\n";
-            return 0;
-        }
-        if (argument == "--help" || argument == "-h") {
-            out << usage;
-            return 0;
-        }
+    if (arguments.contains("--help") || arguments.contains("-h")) {
+        out << help;
+        return 0;
     }
-    err << "Unknown option " << arguments.front() << ".\n" << usage;
+    if (arguments.contains("--version")) {
+        out << "Brindlecourt " << build::version << " (" << build::number << ")\n";
+        return 0;
+    }
+    if (const auto unknown = unknownOption(arguments)) {
+        err << "Unknown option " << *unknown << ".\n" << help;
+        return 2;
+    }
+    if (arguments.contains("--benchmark")) return Benchmark(arguments, out, err).run();
+    if (arguments.contains("--export-html")) {
+        const auto cancel = cancelOnInterrupt();
+        return CommandLineExport(arguments, out, err, *cancel).run();
+    }
+    if (arguments.items() == std::vector<std::string>{"--demo"}) return std::nullopt;
+    err << "Nothing to do: snapshots, verification and exports run with --export-html.\n" << help;
     return 2;
 }
 

@@ -9,6 +9,15 @@ std::string_view textForm(MessageService service) {
     return service == MessageService::iMessage ? "iMessage" : "WhatsApp";
 }
 
+std::string withoutAttachmentMarks(const std::string& text) {
+    static constexpr std::string_view mark = "\xEF\xBF\xBC";
+    std::string out;
+    size_t at = 0;
+    for (size_t found; (found = text.find(mark, at)) != std::string::npos; at = found + mark.size())
+        out.append(text, at, found - at);
+    return at == 0 ? text : out.append(text, at);
+}
+
 std::vector<Attachment> Message::visibleAttachments() const {
     std::vector<Attachment> visible;
     std::copy_if(attachments.begin(), attachments.end(), std::back_inserter(visible),

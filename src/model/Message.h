@@ -16,6 +16,10 @@ enum class MessageService { iMessage, whatsApp };
 // "iMessage" or "WhatsApp", as exports and certificates print it.
 std::string_view textForm(MessageService service);
 
+// Messages marks where each attachment sat with U+FFFC. Renderings that show the attachments
+// themselves drop the marks, which would otherwise print as boxes; data exports keep them.
+std::string withoutAttachmentMarks(const std::string& text);
+
 struct Chat {
     int64_t id = 0;
     std::string identifier;

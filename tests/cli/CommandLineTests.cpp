@@ -1,32 +1,287 @@
+// The built program run as a user runs it: its own home, data and temporary folders per test.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
 
-#include <sstream>
+#include <chrono>
+#include <cstdlib>
+#include <thread>
 
-#include "cli/CommandLine.h"
+#include "custody/CustodyLog.h"
+#include "custody/Preservation.h"
+#include "support/Files.h"
+#include "support/Process.h"
+#include "testing/Testing.h"
+
+extern char** environ;
 
 namespace bc {
 namespace {
 
-int runWith(std::vector<std::string> arguments, std::string& out, std::string& err) {
-    arguments.insert(arguments.begin(), "brindlecourt");
-    std::vector<char*> argv;
-    for (auto& a : arguments) argv.push_back(a.data());
-    std::ostringstream o, e;
-    const auto status = cli::run(static_cast<int>(argv.size()), argv.data(), o, e);
-    out = o.str();
-    err = e.str();
-    return status.value_or(-1);
+namespace fs = std::filesystem;
+
+std::string program() {
+    const char* path = std::getenv("BC_EXECUTABLE");
+    return path ? path : BC_BINARY_DIR "/brindlecourt";
 }
 
-TEST(CommandLine, VersionUsageAndUnknownOptions) {
-    std::string out, err;
-    EXPECT_EQ(runWith({"--version"}, out, err), 0);
-    EXPECT_EQ(out, "Brindlecourt dev (0)\n");
-    EXPECT_EQ(runWith({}, out, err), -1);  // no job: the window opens
-    EXPECT_EQ(runWith({"--help"}, out, err), 0);
-    EXPECT_TRUE(out.starts_with("Usage: brindlecourt"));
-    EXPECT_EQ(runWith({"--frobnicate"}, out, err), 2);
-    EXPECT_TRUE(err.starts_with("Unknown option --frobnicate."));
+// Runs in `dir` with HOME, XDG_DATA_HOME and TMPDIR inside it, so nothing outside is touched.
+class CommandLine : public ::testing::Test {
+protected:
+    void SetUp() override {
+        for (const auto* name : {"home", "tmp"}) fs::create_directories(dir_ / name);
+    }
+
+    ProcessResult run(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(),
+                         {"-c",
+                          "cd \"$0\" && exec env HOME=\"$0/home\" XDG_DATA_HOME=\"$0/home/data\" "
+                          "TMPDIR=\"$0/tmp\" \"$@\"",
+                          dir_.path().string(), program()});
+        return runProcess({.executable = "/bin/sh", .arguments = arguments, .timeoutSeconds = 300});
+    }
+
+    // Every file and folder under the test's folder, relative to it.
+    std::vector<std::string> entries() const {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::recursive_directory_iterator(dir_.path()))
+            found.push_back(entry.path().lexically_relative(dir_.path()).string());
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    fs::path demoFolder() const { return dir_ / "tmp" / "Kestrove-Demo"; }
+
+    testing::TempDir dir_;
+};
+
+TEST_F(CommandLine, ArgumentErrorsStopWithStatusTwoAndTouchNothing) {
+    const std::string usage =
+        "usage: Brindlecourt --export-html --chats 1,123 --title \"Name\" --out <folder> "
+        "[--from yyyy-mm-dd] [--to yyyy-mm-dd]\n";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"--export-html", "--demo", "--chats", "1"}, usage},
+        {{"--export-html", "--demo", "--out", "x", "--chats"}, usage},
+        {{"--export-html", "--demo", "--chats", "1,x2", "--out", "x"},
+         "error: --chats must be a comma-separated list of chat IDs, got \"1,x2\"\n"},
+        {{"--export-html", "--chats", "1,,2", "--out", "x"},
+         "error: --chats must be a comma-separated list of chat IDs, got \"1,,2\"\n"},
+        {{"--export-html", "--demo", "--chats", "1", "--out", "x", "--from", "2025-3-01"},
+         "error: --from must be a date like 2025-03-01, got \"2025-3-01\"\n"},
+        {{"--export-html", "--demo", "--chats", "1", "--out", "x", "--to", "2025-02-30"},
+         "error: --to must be a date like 2025-03-01, got \"2025-02-30\"\n"},
+        {{"--export-html", "--demo", "--snapshot", "--chats", "one"},
+         "error: --chats must be a comma-separated list of chat IDs, got \"one\"\n"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        const auto result = run(arguments);
+        EXPECT_EQ(result.exitStatus, 2) << arguments.back();
+        EXPECT_EQ(result.standardError, message);
+    }
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {"--frobnicate"}, {"--snapshot"}, {"--demo", "--verify-snapshots"}}) {
+        EXPECT_EQ(run(arguments).exitStatus, 2) << arguments.front();
+    }
+    EXPECT_EQ(entries(), (std::vector<std::string>{"home", "tmp"}));
+}
+
+TEST_F(CommandLine, ExistingOutputFolderIsRefusedEvenWhenEmpty) {
+    fs::create_directories(dir_ / "out");
+    const auto result = run({"--export-html", "--demo", "--chats", "1", "--out", "out"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.standardError, "error: out already exists; choose a new folder\n");
+    EXPECT_TRUE(fs::is_empty(dir_ / "out"));
+    EXPECT_FALSE(fs::exists(dir_ / "out \u2013 Certificate.txt"));
+    EXPECT_FALSE(fs::exists(demoFolder() / "custody-log.jsonl"));
+}
+
+TEST_F(CommandLine, UnreadableDatabaseFailsWithStatusOne) {
+    const auto result =
+        run({"--export-html", "--database", "absent.db", "--chats", "1", "--out", "out"});
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_TRUE(result.standardError.starts_with("error: ")) << result.standardError;
+    EXPECT_FALSE(fs::exists(dir_ / "out"));
+}
+
+TEST_F(CommandLine, DemoArchiveComesWithCertificateAndAnIntactCustodyChain) {
+    const auto result = run(
+        {"--export-html", "--demo", "--chats", "1", "--title", "Flat share", "--out", "archive"});
+    ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+    EXPECT_TRUE(result.standardOutput.starts_with(
+        "Done.\n  page:           " +
+        (dir_ / "archive" / "Flat share \u2013 Messages.html").string() + "\n  messages:       "))
+        << result.standardOutput;
+    EXPECT_NE(result.standardOutput.find("\n  hash mismatches: 0\n"), std::string::npos);
+
+    const auto check = runProcess({.executable = "/bin/sh",
+                                   .arguments = {"-c", "cd \"$0\" && sha256sum -c checksums.txt",
+                                                 (dir_ / "archive").string()}});
+    EXPECT_TRUE(check.succeeded()) << check.standardOutput;
+    EXPECT_TRUE(fs::exists(dir_ / "archive" / "calls.csv"));  // the sample calls were merged
+
+    CustodyLog::setOverrideURL(demoFolder() / "custody-log.jsonl");
+    const auto records = CustodyLog::readAll();
+    CustodyLog::setOverrideURL(std::nullopt);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].format, "html");
+    EXPECT_EQ(records[0].chatIDs, std::vector<int64_t>{1});
+    EXPECT_EQ(records[0].outputs, CustodyLog::outputs(dir_ / "archive"));
+    const std::string certificate = files::readFile(dir_ / "archive \u2013 Certificate.txt");
+    EXPECT_NE(certificate.find(records[0].recordSHA256), std::string::npos);
+
+    EXPECT_TRUE(fs::is_empty(dir_ / "home"));  // nothing of the user's was touched
+
+    const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_EQ(verified.exitStatus, 0);
+    EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact\n"),
+              std::string::npos);
+}
+
+TEST_F(CommandLine, DatabaseFileIsRecordedAsTheSource) {
+    ASSERT_EQ(run({"--export-html", "--demo", "--chats", "1", "--out", "first"}).exitStatus, 0);
+    fs::copy_file(demoFolder() / "chat.db", dir_ / "copy.db");
+    const auto result = run({"--export-html", "--database", "copy.db", "--chats", "1", "--format",
+                             "pdf", "--out", "pages"});
+    ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+    CustodyLog::setOverrideURL(dir_ / "home" / "data" / "Kestrove" / "custody-log.jsonl");
+    const auto records = CustodyLog::readAll();
+    CustodyLog::setOverrideURL(std::nullopt);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].source.path, (dir_ / "copy.db").string());
+    EXPECT_EQ(records[0].source.kind, "files");
+    EXPECT_EQ(records[0].format, "pdf");
+    EXPECT_GT(records[0].pageCount.value_or(0), 0);
+    EXPECT_TRUE(fs::exists(dir_ / "pages" / "Messages.pdf"));
+    EXPECT_TRUE(fs::exists(dir_ / "pages" / "Messages \u2013 Certificate.txt"));
+}
+
+TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
+    const auto made = run({"--export-html", "--demo", "--snapshot"});
+    ASSERT_EQ(made.exitStatus, 0) << made.standardError;
+    EXPECT_TRUE(made.standardOutput.starts_with("Done. Everything stored at "));
+    EXPECT_EQ(run({"--export-html", "--demo", "--verify-snapshots"}).exitStatus, 0);
+
+    Preservation::setOverrideRoot(demoFolder() / "Snapshots");
+    const auto snapshots = Preservation::list();
+    ASSERT_EQ(snapshots.size(), 1u);
+    const fs::path folder = Preservation::folder(snapshots[0]);
+    Preservation::unlock(folder);
+    Preservation::setOverrideRoot(std::nullopt);
+    testing::writeText(folder / "chat.db", "changed");
+
+    const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_NE(verified.exitStatus, 0);
+    EXPECT_NE(verified.standardOutput.find(snapshots[0].id), std::string::npos);
+    EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact"),
+              std::string::npos)
+        << verified.standardOutput;
+}
+
+TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
+    const auto result = run({"--benchmark", "--generate", "2000"});  // generated on the spot
+    ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+    for (const char* phase :
+         {"open database", "list conversations", "largest conversation transcript",
+          "timeline for it", "change signature", "every transcript (search index)",
+          "attachment paths", "check every attachment file exists"})
+        EXPECT_NE(result.standardOutput.find(" s  " + std::string(phase) + "\n"), std::string::npos)
+            << phase;
+    EXPECT_EQ(run({"--benchmark", "--database", "absent.db"}).exitStatus, 1);
+    EXPECT_EQ(run({"--benchmark", "--generate", "many"}).exitStatus, 2);
+}
+
+bool hasHiddenEntry(const fs::path& folder) {
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (entry.path().filename().string().starts_with(".")) return true;
+    return false;
+}
+
+// An export of the sample conversation into parent/archive, started in the background and
+// interrupted with `signal` once its archive is being built (a hidden temporary exists).
+class InterruptedExport {
+public:
+    InterruptedExport(const fs::path& root, const fs::path& parent) : parent_(parent) {
+        fs::create_directories(parent);
+        std::string exe = program(), home = "HOME=" + (root / "home").string(),
+                    tmp = "TMPDIR=" + (root / "tmp").string(), out = (parent / "archive").string();
+        std::string flags[] = {"--export-html", "--demo", "--chats", "1", "--out"};
+        std::vector<char*> argv{exe.data()};
+        for (auto& flag : flags) argv.push_back(flag.data());
+        argv.push_back(out.data());
+        argv.push_back(nullptr);
+        std::vector<char*> envp{home.data(), tmp.data(), nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        const std::string errors = (root / "stderr.txt").string();
+        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+        spawned_ =
+            posix_spawn(&pid_, exe.c_str(), &actions, nullptr, argv.data(), envp.data()) == 0;
+        posix_spawn_file_actions_destroy(&actions);
+        stderrFile_ = errors;
+    }
+
+    // The exit status, or -signal when the signal ended it.
+    int interrupt(int signal, int delayMs) {
+        if (!spawned_) return -1000;
+        int status = 0;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        bool ended = false;
+        while (!hasHiddenEntry(parent_) && std::chrono::steady_clock::now() < deadline)
+            if ((ended = ::waitpid(pid_, &status, WNOHANG) == pid_))
+                break;
+            else
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+        if (!ended) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+            ::kill(pid_, signal);
+            ::waitpid(pid_, &status, 0);
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    fs::path out() const { return parent_ / "archive"; }
+    std::string errors() const { return files::readFile(stderrFile_); }
+
+private:
+    fs::path parent_;
+    fs::path stderrFile_;
+    pid_t pid_ = 0;
+    bool spawned_ = false;
+};
+
+// Killed while the archive is being built, an export leaves either the whole archive or no
+// folder of that name, only a hidden temporary one; that does not stop the next run.
+TEST_F(CommandLine, KilledExportLeavesNoFolderThatLooksComplete) {
+    ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);  // sample written
+    int killedMidway = 0;
+    for (const int delayMs : {0, 2, 5, 10, 20, 40}) {
+        const fs::path parent = dir_ / ("run-" + std::to_string(delayMs));
+        InterruptedExport job(dir_.path(), parent);
+        job.interrupt(SIGKILL, delayMs);
+        if (!fs::exists(job.out())) {
+            killedMidway += hasHiddenEntry(parent);
+            continue;
+        }
+        const auto check = runProcess(
+            {.executable = "/bin/sh",
+             .arguments = {"-c", "cd \"$0\" && sha256sum -c checksums.txt", job.out().string()}});
+        EXPECT_TRUE(check.succeeded()) << delayMs << " ms: " << check.standardOutput;
+    }
+    EXPECT_GT(killedMidway, 0);
+    const auto again = run({"--export-html", "--demo", "--chats", "1", "--out", "after"});
+    EXPECT_EQ(again.exitStatus, 0) << again.standardError;
+}
+
+TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
+    ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);
+    InterruptedExport job(dir_.path(), dir_ / "parent");
+    EXPECT_EQ(job.interrupt(SIGTERM, 0), 1);
+    EXPECT_EQ(job.errors().substr(job.errors().find("error: ")),
+              "error: Export cancelled. Nothing was saved.\n");
+    EXPECT_TRUE(fs::is_empty(dir_ / "parent"));
 }
 
 }  // namespace

@@ -85,3 +85,16 @@ TEST(MessageSource, FetchMessagesAsksForTheOneConversation) {
 
 }  // namespace
 }  // namespace bc
+
+namespace bc {
+namespace {
+
+TEST(AttachmentMarks, DroppedWhereverTheyStandAndNothingElseChanges) {
+    EXPECT_EQ(withoutAttachmentMarks("\xEF\xBF\xBC" "This is the room.\xEF\xBF\xBC"), "This is the room.");
+    EXPECT_EQ(withoutAttachmentMarks("a\xEF\xBF\xBC\xEF\xBF\xBC" "b"), "ab");
+    EXPECT_EQ(withoutAttachmentMarks("\xEF\xBF\xBD stays"), "\xEF\xBF\xBD stays");
+    EXPECT_EQ(withoutAttachmentMarks(""), "");
+}
+
+}  // namespace
+}  // namespace bc

@@ -55,17 +55,6 @@ std::string excerpt(std::string_view text) {
     return std::string(text);
 }
 
-// Messages marks where each attachment sits with U+FFFC; the page shows the attachments
-// themselves, so the marks would only show as boxes.
-std::string withoutAttachmentMarks(const std::string& text) {
-    static constexpr std::string_view mark = "\xEF\xBF\xBC";
-    std::string out;
-    size_t at = 0;
-    for (size_t found; (found = text.find(mark, at)) != std::string::npos; at = found + mark.size())
-        out.append(text, at, found - at);
-    return at == 0 ? text : out.append(text, at);
-}
-
 std::string bodyText(const Message& m) {
     if (std::string text = withoutAttachmentMarks(m.text); !text.empty()) return text;
     if (m.undecodedBody) return "(unreadable)";

@@ -171,8 +171,8 @@ void RowMeasurer::addMessage(MeasuredRow& out, const Row& row) const {
 
     const auto attachments = visibleAttachments(message);
     if (row.isFirst) {
-        if (!message.text.empty())
-            addText(out, message.text, bodyStyle);
+        if (const auto text = withoutAttachmentMarks(message.text); !text.empty())
+            addText(out, text, bodyStyle);
         else if (attachments.empty())
             addText(out, "(attachment or no text)", noticeStyle);
     }

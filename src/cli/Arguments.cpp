@@ -1,0 +1,17 @@
+#include "cli/Arguments.h"
+
+#include <algorithm>
+
+namespace bc::cli {
+
+bool Arguments::contains(const std::string& name) const {
+    return std::find(items_.begin(), items_.end(), name) != items_.end();
+}
+
+std::optional<std::string> Arguments::value(const std::string& name) const {
+    const auto found = std::find(items_.begin(), items_.end(), name);
+    if (found == items_.end() || found + 1 == items_.end()) return std::nullopt;
+    return *(found + 1);
+}
+
+}  // namespace bc::cli

@@ -1,0 +1,265 @@
+#include "cli/CommandLineExport.h"
+
+#include <charconv>
+#include <chrono>
+#include <memory>
+
+#include "cli/DatabaseChoice.h"
+#include "custody/CustodyLog.h"
+#include "custody/Preservation.h"
+#include "sources/CallHistory.h"
+#include "sources/ContactResolver.h"
+#include "support/Calendar.h"
+#include "support/DateFormat.h"
+#include "support/Files.h"
+#include "support/Uuid.h"
+
+namespace bc::cli {
+
+namespace fs = std::filesystem;
+
+std::optional<Date> parseDay(const std::string& text) {
+    int year = 0, month = 0, dayOfMonth = 0;
+    const auto number = [&](size_t at, size_t length, int& into) {
+        const char* begin = text.data() + at;
+        const auto [end, error] = std::from_chars(begin, begin + length, into);
+        return error == std::errc() && end == begin + length;
+    };
+    if (text.size() != 10 || text[4] != '-' || text[7] != '-' || !number(0, 4, year) ||
+        !number(5, 2, month) || !number(8, 2, dayOfMonth))
+        return std::nullopt;
+    const std::chrono::year_month_day civil{std::chrono::year(year),
+                                            std::chrono::month(static_cast<unsigned>(month)),
+                                            std::chrono::day(static_cast<unsigned>(dayOfMonth))};
+    if (!civil.ok()) return std::nullopt;
+    // The local day starts within 14 hours of that date's UTC midnight; one of three instants
+    // 12 hours apart lies inside it.
+    const auto midnightUTC = std::chrono::sys_days(civil).time_since_epoch();
+    const Date utc = Date::fromUnix(
+        static_cast<double>(std::chrono::duration_cast<std::chrono::seconds>(midnightUTC).count()));
+    Calendar calendar;
+    for (const double hours : {0.0, 12.0, -12.0}) {
+        const Date start = calendar.startOfDay(utc + hours * 3600);
+        if (dates::formatPattern(start, "yyyy-MM-dd", "en_US_POSIX") == text) return start;
+    }
+    return std::nullopt;
+}
+
+namespace {
+
+// Display names from the user's contacts; never in demo mode, whose people are fictional.
+manifest::NameFor namesFor(bool demo) {
+    auto contacts = std::make_shared<ContactResolver>();
+    if (!demo) contacts->load(ContactResolver::defaultSources());
+    return [contacts](bool isFromMe, const std::string& handle) -> std::string {
+        if (isFromMe) return "Me";
+        return contacts->name(handle).value_or(handle);
+    };
+}
+
+// Phases only; per-item counters would flood a terminal.
+ProgressFn phasesTo(std::ostream& stream) {
+    return [&stream](const std::string& text) {
+        if (text.ends_with("\u2026")) stream << text << "\n";
+    };
+}
+
+ExportJob buildJob(MessageDatabase& database, const std::vector<int64_t>& ids,
+                   const std::optional<Date>& from, const std::optional<Date>& to,
+                   RangeExportFormat format, const std::string& title,
+                   const std::string& sourceDescription, const manifest::NameFor& nameFor) {
+    ExportRequest request{.id = newUUID(), .format = format, .title = title};
+    for (const auto& chat : database.fetchChats())
+        if (std::find(ids.begin(), ids.end(), chat.id) != ids.end())
+            request.sources.push_back({chat, true});
+    const auto range = database.dateRange(ids);
+    Calendar calendar;
+    request.earliest = range ? range->first : Clock::now();
+    request.latest = range ? range->second : Clock::now();
+    request.from = from.value_or(calendar.startOfDay(request.earliest));
+    request.to = to.value_or(calendar.startOfDay(request.latest));
+
+    Transcript transcript = database.fetchTranscript(ids);
+    const auto handles = database.handles(ids);
+    CallHistory::shared().mergeCalls(transcript, database, ids, handles);
+    std::vector<std::string> participants;
+    for (const auto& handle : handles) participants.push_back(nameFor(false, handle));
+    return ExportJob::make(request, std::move(transcript), std::move(participants),
+                           sourceDescription);
+}
+
+}  // namespace
+
+int CommandLineExport::fail(const std::string& description) {
+    err_ << "error: " << description << "\n";
+    return 1;
+}
+
+std::optional<std::vector<int64_t>> CommandLineExport::chatIDs(const std::string& list) {
+    std::vector<int64_t> ids;
+    size_t start = 0;
+    while (true) {
+        const size_t comma = std::min(list.find(',', start), list.size());
+        int64_t id = 0;
+        const char* begin = list.data() + start;
+        const char* end = list.data() + comma;
+        const auto [stop, error] = std::from_chars(begin, end, id);
+        if (begin == end || error != std::errc() || stop != end) {
+            err_ << "error: --chats must be a comma-separated list of chat IDs, got \"" << list
+                 << "\"\n";
+            return std::nullopt;
+        }
+        ids.push_back(id);
+        if (comma == list.size()) return ids;
+        start = comma + 1;
+    }
+}
+
+std::optional<std::optional<Date>> CommandLineExport::day(const std::string& option) {
+    const auto text = arguments_.value(option);
+    if (!text) return std::optional<Date>();
+    if (auto parsed = parseDay(*text)) return parsed;
+    err_ << "error: " << option << " must be a date like 2025-03-01, got \"" << *text << "\"\n";
+    return std::nullopt;
+}
+
+int CommandLineExport::run() {
+    if (arguments_.contains("--snapshot")) return snapshot();
+    if (arguments_.contains("--verify-snapshots")) return verifySnapshots();
+    const auto list = arguments_.value("--chats");
+    const auto outArgument = arguments_.value("--out");
+    if (!list || !outArgument) {
+        err_ << usage << "\n";
+        return 2;
+    }
+    const auto ids = chatIDs(*list);
+    if (!ids) return 2;
+    const auto from = day("--from");
+    const auto to = day("--to");
+    if (!from || !to) return 2;
+    const std::string title = arguments_.value("--title").value_or("Messages");
+    const auto pages = rangeExportFormat::named(arguments_.value("--format").value_or(""));
+    const bool paged = pages == RangeExportFormat::pdf || pages == RangeExportFormat::jpg;
+
+    std::unique_ptr<MessageDatabase> database;
+    DatabaseChoice choice;
+    try {
+        choice = DatabaseChoice::from(arguments_);
+        database = choice.open();
+    } catch (const std::exception& e) {
+        return fail(e.what());
+    }
+    const fs::path folder = fs::absolute(*outArgument);
+    if (fs::exists(fs::symlink_status(folder)))
+        return fail(*outArgument + " already exists; choose a new folder");
+    try {
+        err_ << "Reading messages\u2026\n";
+        const auto nameFor = namesFor(arguments_.contains("--demo"));
+        const ExportJob job =
+            buildJob(*database, *ids, *from, *to, paged ? *pages : RangeExportFormat::html, title,
+                     choice.description, nameFor);
+        const ExportPipeline::Context context{*database, std::nullopt, nameFor, {}};
+        if (paged) return runPages(job, folder, context);
+        const auto outcome = ExportPipeline::run(job, folder, context, cancel_, phasesTo(err_));
+        if (!outcome.filesKept()) return fail(outcome.message);
+        reportHTML(outcome);
+        return outcome.status == ExportOutcome::Status::saved ? 0 : 1;
+    } catch (const std::exception& e) {
+        return fail(e.what());
+    }
+}
+
+void CommandLineExport::reportHTML(const ExportOutcome& outcome) {
+    const auto& summary = *outcome.html;
+    out_ << "Done.\n  page:           " << summary.htmlURL.string()
+         << "\n  messages:       " << summary.messages
+         << "\n  attachments:    " << summary.attachmentsCopied << " copied, "
+         << summary.attachmentsMissing.size()
+         << " not on this Mac\n  hash mismatches: " << summary.hashMismatches
+         << "\n  previews:       " << summary.previewsMade << "\n";
+    if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
+    out_ << "  custody log:    " << CustodyLog::url().string() << "\n";
+    if (outcome.status == ExportOutcome::Status::savedNotLogged) err_ << outcome.message << "\n";
+}
+
+int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
+                                const ExportPipeline::Context& context) {
+    // A PDF goes into the new folder beside its certificate; page images are the folder.
+    const bool pdf = job.format == RangeExportFormat::pdf;
+    const fs::path destination = pdf ? folder / (job.title + ".pdf") : folder;
+    if (pdf) {
+        std::error_code error;
+        if (!fs::create_directories(folder, error))
+            return fail("Couldn't create " + folder.string() + ": " + error.message());
+    }
+    const auto outcome = ExportPipeline::run(job, destination, context, cancel_, phasesTo(err_));
+    if (!outcome.filesKept()) {
+        if (pdf) files::removeAll(folder);
+        return fail(outcome.message);
+    }
+    out_ << "Done.\n  " << (pdf ? "pdf:            " : "pages:          ") << destination.string()
+         << "\n  messages:       " << job.messageCount()
+         << "\n  pages:          " << outcome.pages->pages << "\n";
+    if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
+    out_ << "  custody log:    " << CustodyLog::url().string() << "\n";
+    if (outcome.status == ExportOutcome::Status::savedNotLogged) err_ << outcome.message << "\n";
+    return outcome.status == ExportOutcome::Status::saved ? 0 : 1;
+}
+
+int CommandLineExport::snapshot() {
+    std::optional<std::vector<int64_t>> ids;
+    if (const auto list = arguments_.value("--chats")) {
+        ids = chatIDs(*list);
+        if (!ids) return 2;
+    }
+    const std::string scope =
+        ids ? arguments_.value("--scope").value_or("Selected conversations") : "All conversations";
+    try {
+        const auto database = DatabaseChoice::from(arguments_).open();
+        const SnapshotInfo info =
+            Preservation::create(*database, ids, scope, &cancel_, phasesTo(err_));
+        out_ << "Done. Everything stored at " << Preservation::folder(info).string()
+             << "\n  attachments: " << info.attachmentsCopied << " copied, "
+             << info.attachmentsMissing << " not on this Mac, " << info.attachmentsFailed
+             << " failed\n  chat.db SHA-256: " << info.databaseSHA256 << "\n";
+        try {
+            CustodyLog::append(Preservation::custodyRecord(info, *database));
+        } catch (const std::exception& e) {
+            return fail(std::string("The snapshot WAS saved, but it could NOT be recorded in the "
+                                    "custody log: ") +
+                        e.what());
+        }
+        return 0;
+    } catch (const std::exception& e) {
+        return fail(e.what());
+    }
+}
+
+int CommandLineExport::verifySnapshots() {
+    bool intact = true;
+    try {
+        if (arguments_.contains("--demo")) DatabaseChoice::from(arguments_);
+        const auto snapshots = Preservation::list();
+        if (snapshots.empty()) out_ << "No snapshots in " << Preservation::root().string() << "\n";
+        for (const auto& snapshot : snapshots) {
+            try {
+                const auto verification = Preservation::verify(snapshot, &cancel_);
+                intact = intact && verification.isIntact();
+                out_ << Preservation::describe(verification, snapshot) << "\n";
+            } catch (const std::exception& e) {
+                intact = false;
+                out_ << snapshot.id << ": error " << e.what() << "\n";
+            }
+        }
+        const auto chain = CustodyLog::verify();
+        out_ << "custody log: " << chain.records << " records, chain "
+             << (chain.isIntact() ? std::string("intact")
+                                  : "BROKEN at record " + std::to_string(*chain.firstBroken + 1))
+             << "\n";
+        return intact && chain.isIntact() ? 0 : 1;
+    } catch (const std::exception& e) {
+        return fail(e.what());
+    }
+}
+
+}  // namespace bc::cli

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "cli/Arguments.h"
+#include "sources/MessageDatabase.h"
+
+namespace bc::cli {
+
+// The Messages database a command reads: the generated sample with "--demo" (stores moved to the
+// demo folder), the file named by "--database", else the signed-in user's live database.
+struct DatabaseChoice {
+    std::filesystem::path path;
+    std::string description;  // how exports and certificates name the source, truthfully
+
+    // Call only once the arguments are known to be valid: demo mode writes its sample files.
+    static DatabaseChoice from(const Arguments& arguments);
+    // Read-only. Throws DBError.
+    std::unique_ptr<MessageDatabase> open() const;
+};
+
+}  // namespace bc::cli

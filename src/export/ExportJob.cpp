@@ -1,0 +1,462 @@
+#include "export/ExportJob.h"
+
+#include <cstdlib>
+#include <unordered_map>
+
+#include "custody/CustodySystemInfo.h"
+#include "model/MessageSource.h"
+#include "sources/CallHistory.h"
+#include "sources/demo/DemoData.h"
+#include "support/Calendar.h"
+#include "support/DateFormat.h"
+#include "support/Files.h"
+#include "support/Json.h"
+#include "support/Uuid.h"
+
+namespace bc {
+
+namespace fs = std::filesystem;
+
+// ---------------------------------------------------------------------------------------------
+// Formats and settings.
+
+namespace rangeExportFormat {
+
+std::string_view rawValue(RangeExportFormat format) {
+    switch (format) {
+        case RangeExportFormat::pdf:
+            return "pdf";
+        case RangeExportFormat::jpg:
+            return "jpg";
+        case RangeExportFormat::html:
+            return "html";
+        case RangeExportFormat::csv:
+            return "csv";
+    }
+    return "html";
+}
+
+std::optional<RangeExportFormat> named(std::string_view raw) {
+    for (const auto format : allCases)
+        if (rawValue(format) == raw) return format;
+    return std::nullopt;
+}
+
+std::string_view shortName(RangeExportFormat format) {
+    switch (format) {
+        case RangeExportFormat::pdf:
+            return "PDF";
+        case RangeExportFormat::jpg:
+            return "JPG";
+        case RangeExportFormat::html:
+            return "HTML Archive";
+        case RangeExportFormat::csv:
+            return "CSV";
+    }
+    return "HTML Archive";
+}
+
+bool makesFolder(RangeExportFormat format) {
+    return format == RangeExportFormat::jpg || format == RangeExportFormat::html;
+}
+
+std::string_view fileExtension(RangeExportFormat format) {
+    return makesFolder(format) ? std::string_view() : rawValue(format);
+}
+
+}  // namespace rangeExportFormat
+
+std::string ExportSettings::encoded() const {
+    return json::encodeCompact(
+        Json{{"paper", std::string(PageExporter::rawValue(paper))}, {"dpi", dpi}});
+}
+
+ExportSettings ExportSettings::decoded(std::string_view text) {
+    try {
+        const Json j = json::decode(text);
+        const auto paper = PageExporter::paperNamed(j.at("paper").get<std::string>());
+        const double dpi = j.at("dpi").get<double>();
+        if (paper && dpi > 0) return {.paper = *paper, .dpi = dpi};
+    } catch (const std::exception&) {
+        // Falls through to the defaults, as when nothing is stored.
+    }
+    return {};
+}
+
+std::optional<CustodyLog::SealedSnapshot> SourceChoice::sealedSnapshot() const {
+    if (kind != Kind::snapshot || !snapshot) return std::nullopt;
+    return Preservation::sealed(*snapshot);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Requests and jobs.
+
+namespace {
+
+// File names keep Western digits and the Gregorian calendar whatever the user's locale.
+std::string fileDay(Date date) {
+    return dates::formatPattern(date, "yyyy-MM-dd", "en_US_POSIX");
+}
+
+}  // namespace
+
+std::vector<int64_t> ExportRequest::chatIDs() const {
+    std::vector<int64_t> ids;
+    for (const auto& source : sources)
+        if (source.included) ids.push_back(source.chat.id);
+    return ids;
+}
+
+bool ExportRequest::isEntireRange() const {
+    Calendar calendar;
+    return from <= calendar.startOfDay(earliest) && to >= calendar.startOfDay(latest);
+}
+
+std::string ExportRequest::baseName() const {
+    std::string range;
+    if (fileLabel) {
+        range = *fileLabel;
+    } else if (isEntireRange()) {
+        range = "all messages";
+    } else {
+        range = fileDay(from);
+        if (fileDay(to) != range) range += " to " + fileDay(to);
+    }
+    return title + " \u2013 " + range;
+}
+
+std::string ExportRequest::rangeDescription() const {
+    if (isEntireRange()) return "Entire conversation";
+    const auto day = [](Date date) {
+        return dates::formatStyled(date, dates::Style::long_, dates::Style::none);
+    };
+    return day(from) + " \u2013 " + day(to) + " (inclusive)";
+}
+
+ExportJob ExportJob::make(const ExportRequest& request, Transcript transcript,
+                          std::vector<std::string> participants, std::string sourceDescription) {
+    ExportJob job{.format = request.format,
+                  .settings = request.settings,
+                  .title = request.title,
+                  .participants = std::move(participants),
+                  .chatIDs = request.chatIDs(),
+                  .rangeDescription = request.rangeDescription(),
+                  .renderedAt = Clock::now(),
+                  .sourceDescription = std::move(sourceDescription)};
+    if (!request.isEntireRange()) {
+        job.from = request.from;
+        job.to = request.to;
+    }
+    for (const auto& message : transcript.messages)
+        if (HTMLExporter::inRange(message.date, job.from, job.to)) job.messages.push_back(message);
+    for (const auto& event : transcript.reactionEvents)
+        if (HTMLExporter::inRange(event.date, job.from, job.to))
+            job.reactionEvents.push_back(event);
+    job.transcript = std::move(transcript);
+    return job;
+}
+
+int64_t ExportJob::messageCount() const {
+    return std::count_if(messages.begin(), messages.end(),
+                         [](const Message& m) { return !m.isCall(); });
+}
+
+int64_t ExportJob::attachmentCount() const {
+    int64_t count = 0;
+    for (const auto& message : messages)
+        count += static_cast<int64_t>(message.visibleAttachments().size());
+    return count;
+}
+
+std::string ExportJob::countText() const {
+    const int64_t calls = static_cast<int64_t>(messages.size()) - messageCount();
+    std::string text = std::to_string(messageCount()) + " messages";
+    if (calls > 0) text += " and " + std::to_string(calls) + " calls";
+    return text;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Destinations.
+
+fs::path uniqueURL(const fs::path& base, std::string_view ext) {
+    const auto named = [&](const std::string& suffix) {
+        fs::path candidate = base;
+        candidate += suffix;
+        if (!ext.empty()) candidate += "." + std::string(ext);
+        return candidate;
+    };
+    fs::path candidate = named("");
+    for (int number = 2; fs::exists(fs::symlink_status(candidate)); ++number)
+        candidate = named(" " + std::to_string(number));
+    return candidate;
+}
+
+std::optional<fs::path> demoExportFolder() {
+    const char* folder = std::getenv("KESTROVE_DEMO_EXPORT_DIR");
+    if (!DemoData::isEnabled() || !folder || !*folder) return std::nullopt;
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error)
+        throw Error("Couldn't create the demo export folder " + std::string(folder) + ": " +
+                    error.message());
+    return fs::path(folder);
+}
+
+fs::path destinationIn(const fs::path& folder, RangeExportFormat format,
+                       const std::string& baseName) {
+    return uniqueURL(folder / baseName, rangeExportFormat::fileExtension(format));
+}
+
+// ---------------------------------------------------------------------------------------------
+// The pipeline.
+
+namespace {
+
+// Everything this run wrote, removed again unless the run succeeds.
+class WrittenFiles {
+public:
+    ~WrittenFiles() {
+        if (kept_) return;
+        for (const auto& path : paths_) {
+            try {
+                files::removeAll(path);
+            } catch (const std::exception&) {
+                // Best effort: the failure being reported matters more than this one.
+            }
+        }
+    }
+    void add(fs::path path) { paths_.push_back(std::move(path)); }
+    const std::vector<fs::path>& paths() const { return paths_; }
+    void keep() { kept_ = true; }
+
+private:
+    std::vector<fs::path> paths_;
+    bool kept_ = false;
+};
+
+struct Rendered {
+    std::string summary;
+    std::optional<HTMLExporter::Summary> html;
+    std::optional<PageExporter::Result> pages;
+};
+
+std::string quoted(const fs::path& path) {
+    return "\u201C" + path.filename().string() + "\u201D";
+}
+
+void refuseExisting(const fs::path& destination) {
+    if (fs::exists(fs::symlink_status(destination)))
+        throw Error(destination.string() + " already exists");
+}
+
+// The archive is built under a hidden temporary name and appears whole.
+Rendered renderHTML(const ExportJob& job, const fs::path& destination,
+                    const ExportPipeline::Context& context, const CancelFlag& cancel,
+                    const ProgressFn& progress, WrittenFiles& written) {
+    const HTMLExporter exporter({.title = job.title,
+                                 .participants = job.participants,
+                                 .from = job.from,
+                                 .to = job.to,
+                                 .sourceDescription = job.sourceDescription},
+                                context.nameFor, job.transcript.messages, context.machineText);
+    const fs::path building = files::temporarySibling(destination);
+    written.add(building);
+    auto summary = exporter.exportTranscript({job.messages, job.reactionEvents, std::nullopt},
+                                             building, cancel, progress);
+    cancel.check();
+    refuseExisting(destination);
+    written.add(destination);
+    fs::rename(building, destination);
+    files::syncFolder(destination.parent_path());
+    summary.htmlURL = destination / summary.htmlURL.lexically_relative(building);
+    summary.folder = destination;
+
+    std::string text = "Exported " + std::to_string(summary.messages) + " messages and " +
+                       std::to_string(summary.attachmentsCopied) + " attachments to " +
+                       quoted(destination);
+    if (!summary.attachmentsMissing.empty())
+        text += ". " + std::to_string(summary.attachmentsMissing.size()) +
+                " attachments aren't stored on this Mac (marked in the page).";
+    if (!summary.attachmentsFailed.empty())
+        text += " " + std::to_string(summary.attachmentsFailed.size()) +
+                " attachments could not be copied (listed in attachments.csv).";
+    if (summary.hashMismatches > 0)
+        text += " WARNING: " + std::to_string(summary.hashMismatches) +
+                " copies did not match their source; see attachments.csv.";
+    return {.summary = text, .html = std::move(summary)};
+}
+
+std::string batesRange(const PageExporter::Result& result) {
+    if (!result.batesFirst || !result.batesLast) return "";
+    return " Bates " + *result.batesFirst + " \u2013 " + *result.batesLast + ".";
+}
+
+Rendered renderPages(const ExportJob& job, const fs::path& destination,
+                     const ExportPipeline::Context& context, const std::string& certificatePage,
+                     const CancelFlag& cancel, const ProgressFn& progress, WrittenFiles& written) {
+    std::unordered_map<std::string, Message> originals;
+    for (const auto& message : job.transcript.messages) originals.emplace(message.guid, message);
+    PageExporter::Options options = job.pageOptions;
+    if (job.includeCertificatePage) options.certificate = certificatePage;
+    const PageExporter exporter(
+        job.messages, std::move(originals), {job.title, job.participants, job.rangeDescription},
+        job.settings.paper,
+        [&](const std::string& handle, bool isFromMe) { return context.nameFor(isFromMe, handle); },
+        cancel, std::move(options), job.renderedAt, job.sourceDescription);
+    refuseExisting(destination);
+    written.add(destination);
+    if (job.format == RangeExportFormat::pdf) {
+        const auto result = exporter.writePDF(destination, progress);
+        return {.summary = "Saved " + std::to_string(job.messageCount()) + " messages on " +
+                           std::to_string(result.pages) + " pages to " + quoted(destination) + "." +
+                           batesRange(result),
+                .pages = result};
+    }
+    const auto result = exporter.writeJPEGs(destination, job.settings.dpi, progress);
+    char dpi[32];
+    std::snprintf(dpi, sizeof dpi, "%g", job.settings.dpi);
+    return {.summary = "Saved " + std::to_string(result.pages) + " page images at " + dpi +
+                       " dpi to " + quoted(destination) + "." + batesRange(result),
+            .pages = result};
+}
+
+// A side file beside the CSV: "name.reactions.csv", "name.calls.csv", made unique.
+fs::path sideFile(const fs::path& destination, const std::string& kind) {
+    fs::path base = destination;
+    base.replace_extension();
+    base += "." + kind;
+    return uniqueURL(base, "csv");
+}
+
+Rendered renderCSV(const ExportJob& job, const fs::path& destination,
+                   const ExportPipeline::Context& context, const CancelFlag& cancel,
+                   WrittenFiles& written) {
+    std::vector<const Message*> rows;
+    std::unordered_map<std::string, const Message*> byGUID;
+    std::vector<Message> calls;
+    for (const auto& message : job.messages) {
+        rows.push_back(&message);
+        byGUID.emplace(message.guid, &message);
+        if (message.isCall()) calls.push_back(message);
+    }
+    const auto write = [&](const manifest::Rows& content, const fs::path& file) {
+        cancel.check();
+        refuseExisting(file);
+        written.add(file);
+        files::writeFileAtomically(file, manifest::text(content));
+    };
+    write(manifest::messageRows(rows, context.nameFor, context.machineText), destination);
+    const fs::path reactions = sideFile(destination, "reactions");
+    write(manifest::reactionRows(job.reactionEvents, byGUID, context.nameFor), reactions);
+    std::string text = "Saved " + std::to_string(job.messageCount()) + " messages to " +
+                       quoted(destination) + " (reactions in " + quoted(reactions);
+    if (!calls.empty()) {
+        const fs::path callsFile = sideFile(destination, "calls");
+        write(CallHistory::csvRows(calls), callsFile);
+        text += ", calls " + quoted(callsFile);
+    }
+    return {.summary = text + ")"};
+}
+
+CustodyRecord recordFor(const ExportJob& job, CustodyRecord::Source source) {
+    return {.id = newUUID(),
+            .createdAt = Clock::now(),
+            .action = job.action,
+            .format = std::string(rangeExportFormat::rawValue(job.format)),
+            .title = job.title,
+            .participants = job.participants,
+            .chatIDs = job.chatIDs,
+            .rangeDescription = job.rangeDescription,
+            .messageCount = job.messageCount(),
+            .attachmentCount = job.attachmentCount(),
+            .options = job.recordOptions,
+            .source = std::move(source),
+            .system = custodySystemInfo::current()};
+}
+
+void say(const ProgressFn& progress, const std::string& text) {
+    if (progress) progress(text);
+}
+
+// The certificate beside the product: its name without extension + " – Certificate".
+fs::path writeCertificate(const fs::path& product, const CustodyRecord& record) {
+    fs::path base = product;
+    if (!fs::is_directory(product)) base.replace_extension();
+    base += " \u2013 Certificate";
+    const fs::path file = uniqueURL(base, "txt");
+    files::writeFileAtomically(file, CustodyLog::certificate(record, false));
+    return file;
+}
+
+}  // namespace
+
+ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destination,
+                                  const Context& context, const CancelFlag& cancel,
+                                  const ProgressFn& progress) {
+    ExportOutcome outcome;
+    WrittenFiles written;
+    CustodyRecord record;
+    Rendered rendered;
+    try {
+        say(progress, "Recording the source\u2026");
+        record = recordFor(job, CustodyLog::source(context.source, context.snapshot));
+        if (job.messages.empty())
+            return {.status = ExportOutcome::Status::nothingToExport,
+                    .message = "No messages to export; nothing was saved."};
+        switch (job.format) {
+            case RangeExportFormat::html:
+                rendered = renderHTML(job, destination, context, cancel, progress, written);
+                break;
+            case RangeExportFormat::pdf:
+            case RangeExportFormat::jpg:
+                rendered =
+                    renderPages(job, destination, context, CustodyLog::certificate(record, true),
+                                cancel, progress, written);
+                break;
+            case RangeExportFormat::csv:
+                rendered = renderCSV(job, destination, context, cancel, written);
+                break;
+        }
+        say(progress, "Hashing output and writing the certificate\u2026");
+        for (const auto& product : written.paths()) {
+            if (!fs::exists(product)) continue;  // the temporary name of a renamed folder
+            outcome.products.push_back(product);
+            for (auto& output : CustodyLog::outputs(product))
+                record.outputs.push_back(std::move(output));
+        }
+        cancel.check();
+    } catch (const CancelledError&) {
+        return {.status = ExportOutcome::Status::cancelled,
+                .message = "Export cancelled. Nothing was saved."};
+    } catch (const std::exception& e) {
+        return {.status = ExportOutcome::Status::failed,
+                .message = std::string("Export failed, nothing was saved: ") + e.what()};
+    }
+    written.keep();
+    if (rendered.pages) record.pageCount = rendered.pages->pages;
+    outcome.html = std::move(rendered.html);
+    outcome.pages = rendered.pages;
+    try {
+        outcome.record = CustodyLog::append(record);
+    } catch (const std::exception& e) {
+        outcome.status = ExportOutcome::Status::savedNotLogged;
+        outcome.message = rendered.summary +
+                          " WARNING: The file WAS saved, but it could NOT be recorded in the "
+                          "custody log: " +
+                          e.what();
+        return outcome;
+    }
+    outcome.status = ExportOutcome::Status::saved;
+    try {
+        outcome.certificate = writeCertificate(outcome.products.front(), *outcome.record);
+        outcome.message = rendered.summary + " Certificate saved and logged.";
+    } catch (const std::exception& e) {
+        outcome.message = rendered.summary +
+                          " It is recorded in the custody log, but the certificate could not be "
+                          "written: " +
+                          e.what();
+    }
+    return outcome;
+}
+
+}  // namespace bc

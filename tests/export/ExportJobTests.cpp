@@ -1,0 +1,201 @@
+#include "export/ExportJob.h"
+
+#include <gtest/gtest.h>
+
+#include "custody/CustodyLog.h"
+#include "sources/MessageDatabase.h"
+#include "sources/demo/DemoData.h"
+#include "support/DateFormat.h"
+#include "support/Files.h"
+#include "testing/Testing.h"
+
+namespace bc {
+namespace {
+
+namespace fs = std::filesystem;
+
+Date day(const char* iso) {
+    return *dates::parseIso8601(iso);
+}
+
+ExportRequest requestOver(Date earliest, Date latest) {
+    return {.title = "Sam",
+            .earliest = earliest,
+            .latest = latest,
+            .from = day("2024-03-01T05:00:00Z"),  // New York midnights
+            .to = day("2024-03-10T05:00:00Z")};
+}
+
+TEST(ExportRequest, NamesTheRangeItCovers) {
+    auto request = requestOver(day("2024-03-01T15:00:00Z"), day("2024-03-10T23:00:00Z"));
+    EXPECT_TRUE(request.isEntireRange());
+    EXPECT_EQ(request.baseName(), "Sam \u2013 all messages");
+    EXPECT_EQ(request.rangeDescription(), "Entire conversation");
+
+    request.to = day("2024-03-09T05:00:00Z");  // one day less
+    EXPECT_FALSE(request.isEntireRange());
+    EXPECT_EQ(request.baseName(), "Sam \u2013 2024-03-01 to 2024-03-09");
+    EXPECT_EQ(request.rangeDescription(), "March 1, 2024 \u2013 March 9, 2024 (inclusive)");
+
+    request.to = request.from;
+    EXPECT_EQ(request.baseName(), "Sam \u2013 2024-03-01");
+    request.fileLabel = "2024-03";
+    EXPECT_EQ(request.baseName(), "Sam \u2013 2024-03");
+}
+
+TEST(ExportRequest, UniqueNamesAndSettingsDefaults) {
+    testing::TempDir dir;
+    EXPECT_EQ(uniqueURL(dir / "Sam", ""), dir / "Sam");
+    fs::create_directory(dir / "Sam");
+    EXPECT_EQ(uniqueURL(dir / "Sam", ""), dir / "Sam 2");
+    fs::create_directory(dir / "Sam 2");
+    EXPECT_EQ(uniqueURL(dir / "Sam", ""), dir / "Sam 3");
+    testing::writeText(dir / "Sam.pdf", "");
+    EXPECT_EQ(uniqueURL(dir / "Sam", "pdf"), dir / "Sam 2.pdf");
+
+    EXPECT_EQ(ExportSettings::decoded("not json"), ExportSettings{});
+    EXPECT_EQ(ExportSettings{}.dpi, 216);
+    const ExportSettings print{.paper = PageExporter::Paper::a4, .dpi = ExportSettings::printDPI};
+    EXPECT_EQ(ExportSettings::decoded(print.encoded()), print);
+    EXPECT_EQ(ExportSettings::decoded(R"({"paper":"folio","dpi":300})"), ExportSettings{});
+}
+
+TEST(ExportRequest, DemoExportFolderOnlyInDemoModeWithTheVariableSet) {
+    testing::TempDir dir;
+    const fs::path folder = dir / "exports" / "deep";
+    ::setenv("KESTROVE_DEMO_EXPORT_DIR", folder.c_str(), 1);
+    EXPECT_EQ(demoExportFolder(), std::nullopt);
+    DemoData::setEnabled(true);
+    EXPECT_EQ(demoExportFolder(), folder);
+    EXPECT_TRUE(fs::is_directory(folder));
+    ::unsetenv("KESTROVE_DEMO_EXPORT_DIR");
+    EXPECT_EQ(demoExportFolder(), std::nullopt);
+    DemoData::setEnabled(false);
+}
+
+// The sample conversation through the pipeline, with a custody log of the test's own.
+class ExportPipelineTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        DemoData::writeMessagesDatabase(dir_ / "source" / "chat.db", Clock::now());
+        CustodyLog::setOverrideURL(dir_ / "custody-log.jsonl");
+        database_ = std::make_unique<MessageDatabase>(dir_ / "source" / "chat.db");
+        fs::create_directories(out());
+    }
+    void TearDown() override { CustodyLog::setOverrideURL(std::nullopt); }
+
+    fs::path out() const { return dir_ / "out"; }
+
+    ExportJob job(RangeExportFormat format) {
+        auto transcript = database_->fetchTranscript({1});
+        ExportRequest request{.format = format,
+                              .title = "Sample",
+                              .sources = {{database_->fetchChats().front(), true}},
+                              .earliest = transcript.messages.front().date,
+                              .latest = transcript.messages.back().date};
+        request.from = request.earliest - 86400;
+        request.to = request.latest + 86400;
+        return ExportJob::make(request, std::move(transcript), {"Sam"}, "the sample");
+    }
+
+    ExportOutcome run(const ExportJob& job, const fs::path& destination,
+                      const ProgressFn& progress = {}, const CancelFlag* cancel = nullptr) {
+        const auto nameFor = [](bool me, const std::string& handle) {
+            return me ? std::string("Me") : handle;
+        };
+        return ExportPipeline::run(job, destination, {*database_, std::nullopt, nameFor, {}},
+                                   cancel ? *cancel : cancel_, progress);
+    }
+
+    testing::TempDir dir_;
+    std::unique_ptr<MessageDatabase> database_;
+    CancelFlag cancel_;
+};
+
+TEST_F(ExportPipelineTest, ArchiveIsHashedLoggedAndCertified) {
+    const auto job = this->job(RangeExportFormat::html);
+    const auto outcome = run(job, out() / "Sample");
+    ASSERT_EQ(outcome.status, ExportOutcome::Status::saved) << outcome.message;
+    EXPECT_TRUE(outcome.message.ends_with(" Certificate saved and logged.")) << outcome.message;
+    EXPECT_TRUE(outcome.message.starts_with("Exported " + std::to_string(job.messageCount()) +
+                                            " messages and "));
+    const auto records = CustodyLog::readAll();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0], *outcome.record);
+    EXPECT_EQ(records[0].outputs, CustodyLog::outputs(out() / "Sample"));
+    EXPECT_EQ(records[0].messageCount, job.messageCount());
+    EXPECT_EQ(outcome.certificate, out() / "Sample \u2013 Certificate.txt");
+    EXPECT_EQ(outcome.html->htmlURL.parent_path(), out() / "Sample");
+
+    // The same name again is the application's to make unique, never the pipeline's to reuse.
+    EXPECT_EQ(run(job, out() / "Sample").status, ExportOutcome::Status::failed);
+    EXPECT_EQ(destinationIn(out(), RangeExportFormat::html, "Sample"), out() / "Sample 2");
+}
+
+TEST_F(ExportPipelineTest, CancelOrFailureMidwayLeavesNothing) {
+    for (const auto format : rangeExportFormat::allCases) {
+        for (const bool cancelling : {true, false}) {
+            CancelFlag cancel;
+            const auto job = this->job(format);
+            const fs::path destination = destinationIn(out(), format, "Sample");
+            int step = 0;
+            const auto interrupt = [&](const std::string&) {
+                if (++step < 2) return;  // after the source was recorded
+                if (cancelling)
+                    cancel.cancel();
+                else
+                    throw Error("Disk full");
+            };
+            const auto outcome = run(job, destination, interrupt, &cancel);
+            EXPECT_EQ(outcome.status, cancelling ? ExportOutcome::Status::cancelled
+                                                 : ExportOutcome::Status::failed);
+            EXPECT_EQ(outcome.message, cancelling ? "Export cancelled. Nothing was saved."
+                                                  : "Export failed, nothing was saved: Disk full");
+            EXPECT_TRUE(fs::is_empty(out())) << rangeExportFormat::rawValue(format);
+        }
+    }
+    EXPECT_FALSE(fs::exists(dir_ / "custody-log.jsonl"));
+}
+
+TEST_F(ExportPipelineTest, CSVWritesSideFilesAndCallsOnlyWhenThereAreCalls) {
+    const auto outcome = run(job(RangeExportFormat::csv), out() / "Sample.csv");
+    ASSERT_EQ(outcome.status, ExportOutcome::Status::saved) << outcome.message;
+    EXPECT_TRUE(fs::exists(out() / "Sample.reactions.csv"));
+    EXPECT_FALSE(fs::exists(out() / "Sample.calls.csv"));
+    EXPECT_EQ(outcome.record->outputs.size(), 2u);
+
+    auto withCall = job(RangeExportFormat::csv);
+    Message call{
+        .id = 999, .guid = "call", .date = withCall.messages.back().date, .call = CallInfo{}};
+    withCall.messages.push_back(call);
+    const auto second = run(withCall, out() / "Sample 2.csv");
+    ASSERT_EQ(second.status, ExportOutcome::Status::saved) << second.message;
+    EXPECT_TRUE(fs::exists(out() / "Sample 2.calls.csv"));
+    EXPECT_NE(second.message.find(", calls \u201CSample 2.calls.csv\u201D)"), std::string::npos)
+        << second.message;
+}
+
+TEST_F(ExportPipelineTest, FailedCustodyAppendKeepsTheFilesAndSaysSo) {
+    testing::writeText(dir_ / "blocker", "");
+    CustodyLog::setOverrideURL(dir_ / "blocker" / "custody-log.jsonl");
+    const auto outcome = run(job(RangeExportFormat::pdf), out() / "Sample.pdf");
+    EXPECT_EQ(outcome.status, ExportOutcome::Status::savedNotLogged);
+    EXPECT_NE(outcome.message.find(" WARNING: The file WAS saved, but it could NOT be recorded in "
+                                   "the custody log: "),
+              std::string::npos)
+        << outcome.message;
+    EXPECT_TRUE(fs::exists(out() / "Sample.pdf"));
+    EXPECT_FALSE(outcome.certificate);
+}
+
+TEST_F(ExportPipelineTest, NoRowsSavesNothing) {
+    auto empty = job(RangeExportFormat::html);
+    empty.messages.clear();
+    const auto outcome = run(empty, out() / "Sample");
+    EXPECT_EQ(outcome.status, ExportOutcome::Status::nothingToExport);
+    EXPECT_EQ(outcome.message, "No messages to export; nothing was saved.");
+    EXPECT_TRUE(fs::is_empty(out()));
+}
+
+}  // namespace
+}  // namespace bc
