@@ -8,9 +8,8 @@
 #include <QTimer>
 
 #include "app/AppModel.h"
-#include "app/DemoMode.h"
 #include "app/MainWindow.h"
-#include "sources/demo/DemoData.h"
+#include "cli/DemoStores.h"
 
 namespace bc::app {
 
@@ -52,9 +51,8 @@ void saveScreenshotOnceShown(AppModel& model, MainWindow& window, const QString&
 
 int runApplication(int argc, char** argv) {
     if (asksForDemo(argc, argv)) {
-        DemoData::setEnabled(true);
         try {
-            redirectStoresForDemo();
+            cli::redirectStoresToDemo();
         } catch (const std::exception& error) {
             // Without its own folder a demonstration would touch the user's data: stop.
             std::cerr << error.what() << '\n';

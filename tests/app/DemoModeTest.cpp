@@ -1,7 +1,7 @@
 #include <cstdlib>
 
 #include "AppFixture.h"
-#include "app/DemoMode.h"
+#include "cli/DemoStores.h"
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "sources/CallHistory.h"
@@ -26,18 +26,20 @@ public:
         CallHistory::setOverrideDatabasePath(callDatabase_);
         CustodyLog::setOverrideURL(std::nullopt);
         Preservation::setOverrideRoot(std::nullopt);
+        DemoData::setEnabled(false);
     }
 
 private:
     std::optional<std::filesystem::path> evidence_, events_, presence_, calls_, callDatabase_;
 };
 
+// The window's demo start-up: nothing of the user's is read or written.
 TEST(DemoMode, EveryStoreLivesInTheDemoFolderWithASampleCallLog) {
     bc::testing::TempDir temporary;
     const auto previousTemp = std::getenv("TMPDIR");
     setenv("TMPDIR", temporary.path().c_str(), 1);
     RestoredStores restore;
-    redirectStoresForDemo();
+    cli::redirectStoresToDemo();
     const auto folder = DemoData::folder();
     if (previousTemp)
         setenv("TMPDIR", previousTemp, 1);
