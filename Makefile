@@ -9,7 +9,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_check
                 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/sanitizer-suppressions.txt \
                 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
-.PHONY: all deps build build-sanitize test test-normal test-sanitize demo format bench clean
+.PHONY: all deps build build-sanitize test test-normal test-sanitize demo app format bench clean
 
 all: build
 
@@ -53,6 +53,9 @@ demo: build
 	  $$run --chats 1 --title "Sample conversation" --format pdf --out "$(DEMO_DIR)/PDF" && \
 	  $$run --verify-snapshots && \
 	  echo "Everything is in $(CURDIR)/$(DEMO_DIR) (sample data, snapshots and custody log in tmp/Kestrove-Demo)."
+
+app: build
+	$(BUILD_DIR)/brindlecourt --demo
 
 bench: build
 	@for b in $(BUILD_DIR)/bench/bench_*; do echo "== $$b"; $$b; done

@@ -1,0 +1,115 @@
+// How soon the window is usable on a large database: from opening the source to the conversation
+// list, from choosing the longest conversation to its first paint, and the main thread's cost of
+// one page of scrolling. Reads the database bench_transcript generates (BC_BENCH_DATABASE names
+// another), on the offscreen platform.
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+
+#include <benchmark/benchmark.h>
+#include <QApplication>
+#include <QListView>
+#include <QScrollBar>
+
+#include "app/AppModel.h"
+#include "app/MainWindow.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using bc::app::AppModel;
+
+fs::path databaseFile() {
+    if (const char* named = std::getenv("BC_BENCH_DATABASE")) return named;
+    return fs::temp_directory_path() / "bc-bench-messages-1000000.db";
+}
+
+QApplication& application() {
+    static int argc = 1;
+    static char name[] = "bench_app_open";
+    static char* argv[] = {name, nullptr};
+    static QApplication* made = [] {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        return new QApplication(argc, argv);
+    }();
+    return *made;
+}
+
+template <class Done>
+void runUntil(Done done) {
+    // Sleeps until the next event: a busy loop would take a core from the work measured.
+    while (!done()) QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+}
+
+size_t longestConversation(const AppModel& model) {
+    const auto& list = model.conversations();
+    return static_cast<size_t>(std::max_element(list.begin(), list.end(),
+                                                [](const auto& a, const auto& b) {
+                                                    return a.messageCount < b.messageCount;
+                                                }) -
+                               list.begin());
+}
+
+bool skipWithoutDatabase(benchmark::State& state) {
+    if (fs::exists(databaseFile())) return false;
+    state.SkipWithError("No generated database: run bench_transcript once first.");
+    return true;
+}
+
+void conversationList(benchmark::State& state) {
+    if (skipWithoutDatabase(state)) return;
+    application();
+    for (auto _ : state) {
+        AppModel model;
+        model.openSource(databaseFile(), AppModel::SourceKind::file);
+        runUntil([&] { return model.state() != AppModel::State::loading; });
+        state.counters["conversations"] = static_cast<double>(model.conversations().size());
+    }
+}
+
+void longestToFirstPaint(benchmark::State& state) {
+    if (skipWithoutDatabase(state)) return;
+    application();
+    AppModel model;
+    model.openSource(databaseFile(), AppModel::SourceKind::file);
+    runUntil([&] { return model.state() != AppModel::State::loading; });
+    bc::app::MainWindow window(model);
+    window.show();
+    const auto longest = longestConversation(model);
+    for (auto _ : state) {
+        model.selectConversation(std::nullopt);
+        model.selectConversation(longest);
+        runUntil([&] { return !model.isBusy(); });
+        window.transcriptView()->viewport()->repaint();
+        state.counters["rows"] = static_cast<double>(model.transcript().rows.size());
+    }
+}
+
+// Main-thread time of one page down, painting included, while the view may still be measuring
+// rows in its batches.
+void scrollOnePage(benchmark::State& state) {
+    if (skipWithoutDatabase(state)) return;
+    application();
+    AppModel model;
+    model.openSource(databaseFile(), AppModel::SourceKind::file);
+    runUntil([&] { return model.state() != AppModel::State::loading; });
+    bc::app::MainWindow window(model);
+    window.show();
+    model.selectConversation(longestConversation(model));
+    runUntil([&] { return !model.isBusy(); });
+    auto* bar = window.transcriptView()->verticalScrollBar();
+    bar->setValue(0);
+    for (auto _ : state) {
+        bar->setValue(bar->value() + bar->pageStep());
+        window.transcriptView()->viewport()->repaint();
+        QCoreApplication::processEvents();
+        if (bar->value() >= bar->maximum()) bar->setValue(0);
+    }
+}
+
+}  // namespace
+
+BENCHMARK(conversationList)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+BENCHMARK(longestToFirstPaint)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+BENCHMARK(scrollOnePage)->Unit(benchmark::kMillisecond)->Iterations(300)->UseRealTime();

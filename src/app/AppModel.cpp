@@ -1,0 +1,509 @@
+#include "app/AppModel.h"
+
+#include <algorithm>
+
+#include "evidence/EvidenceStore.h"
+#include "evidence/TimelineEventStore.h"
+#include "evidence/UserEventRows.h"
+#include "sources/CallHistory.h"
+#include "sources/ContactResolver.h"
+#include "sources/MessageDatabase.h"
+#include "sources/demo/DemoData.h"
+#include "support/Errors.h"
+#include "support/Uuid.h"
+
+namespace bc::app {
+
+namespace {
+
+QString qs(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+std::string messageOf(std::exception_ptr error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception& failure) {
+        return failure.what();
+    } catch (...) {
+        return "an unknown error";
+    }
+}
+
+bool isCancellation(std::exception_ptr error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const CancelledError&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+bool isAccessDenied(std::exception_ptr error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const DBError& failure) {
+        return failure.kind() == DBError::Kind::accessDenied;
+    } catch (...) {
+        return false;
+    }
+}
+
+QString accessInstructions(const std::string& path, const std::string& reason) {
+#ifdef __APPLE__
+    const QString grant =
+        "Brindlecourt needs permission to read your Messages. Open System Settings, then Privacy "
+        "& Security, then Full Disk Access; switch Brindlecourt on (add it with + if it isn't "
+        "listed), then quit and reopen Brindlecourt.";
+#else
+    const QString grant = "No readable Messages database was found at " + qs(path) + ".";
+#endif
+    return grant +
+           "\n\nYou can also open a copy of a Messages database with \"Open a Messages "
+           "database file…\".\n\n(" +
+           qs(reason) + ")";
+}
+
+// The shown rows and their calendar, from the messages and the conversation's events.
+void arrangeRows(OpenTranscript& open, const std::vector<TimelineEvent>& events) {
+    open.rows = userEvents::merge(events, open.messages);
+    open.timeline = Timeline(open.rows);
+    open.rowByGUID.clear();
+    open.rowByGUID.reserve(open.rows.size());
+    for (size_t row = 0; row < open.rows.size(); ++row)
+        open.rowByGUID.try_emplace(open.rows[row].guid, row);
+}
+
+}  // namespace
+
+struct AppModel::Opened {
+    std::shared_ptr<MessageDatabase> database;
+    std::vector<Chat> chats;
+    std::string signature;
+};
+
+AppModel::AppModel(QObject* parent)
+    : QObject(parent),
+      background_(this),
+      cancel_(std::make_shared<CancelFlag>()),
+      transcript_(std::make_shared<OpenTranscript>()),
+      flags_(EvidenceStore::load()),
+      events_(TimelineEventStore::load()) {
+    pollTimer_.setInterval(pollingMilliseconds);
+    connect(&pollTimer_, &QTimer::timeout, this, &AppModel::pollForChanges);
+    for (auto* store : {&EvidenceStore::loadError(), &TimelineEventStore::loadError()}) {
+        if (auto problem = store->get()) {
+            reportStatus(qs(*problem));
+            store->set(std::nullopt);
+        }
+    }
+}
+
+AppModel::~AppModel() {
+    attachmentRounds_.reset();
+    background_.waitForDone();
+}
+
+bool AppModel::isDemo() const {
+    return DemoData::isEnabled();
+}
+
+QString AppModel::sourceText() const {
+    if (!source_) return "No source open";
+    if (isDemo() && sourceKind_ == SourceKind::live) return "Sample Messages database (demo)";
+    const QString where = qs(source_->path());
+    return sourceKind_ == SourceKind::live ? "Messages on this Mac (live, read-only): " + where
+                                           : "Messages database file (read-only): " + where;
+}
+
+// ---- sources
+
+void AppModel::openLive() {
+    if (isDemo())
+        openWith(DemoData::databasePath, DemoData::folder() / "chat.db", SourceKind::live);
+    else
+        openSource(MessageDatabase::defaultPath(), SourceKind::live);
+}
+
+void AppModel::openSource(const std::filesystem::path& path, SourceKind kind) {
+    openWith([path] { return path; }, path, kind);
+}
+
+void AppModel::openWith(std::function<std::filesystem::path()> locate,
+                        const std::filesystem::path& path, SourceKind kind) {
+    const auto generation = ++sourceGeneration_;
+    ++transcriptGeneration_;
+    attachmentRounds_.reset();
+    setState(State::loading);
+    auto cancel = beginTask("Opening the Messages database…");
+    background_.run(
+        [locate, cancel] {
+            Opened opened;
+            opened.database = std::make_shared<MessageDatabase>(locate());
+            cancel->check();
+            opened.chats = opened.database->fetchChats();
+            opened.signature = opened.database->changeSignature();
+            return opened;
+        },
+        [this, generation, kind](Opened opened) {
+            if (generation != sourceGeneration_) return;
+            sourceKind_ = kind;
+            finishOpening(std::move(opened));
+        },
+        [this, generation, kind, path](std::exception_ptr error) {
+            if (generation != sourceGeneration_) return;
+            failOpening(error, kind, path);
+        });
+}
+
+void AppModel::finishOpening(Opened opened) {
+    const bool sameSource = source_ == opened.database;
+    source_ = std::move(opened.database);
+    signature_ = std::move(opened.signature);
+    chats_ = std::move(opened.chats);
+    if (!sameSource) {
+        selected_.reset();
+        transcript_ = std::make_shared<OpenTranscript>();
+        emit transcriptChanged(false);
+    }
+    endTask();
+    regroup(sameSource);
+    setState(State::ready);
+    if (!sameSource && source_->isLive()) startAttachmentWatch();
+}
+
+void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
+                           const std::filesystem::path& path) {
+    source_.reset();
+    chats_.clear();
+    selected_.reset();
+    regroup(false);
+    loadTranscript(false);
+    if (isCancellation(error)) {
+        endTask("Cancelled.");
+        setState(State::failed, "Opening the Messages database was cancelled.");
+    } else if (isAccessDenied(error) && kind == SourceKind::live) {
+        endTask();
+        setState(State::accessNeeded, accessInstructions(path.string(), messageOf(error)));
+    } else {
+        endTask();
+        setState(State::failed, "Couldn't open the Messages database: " + qs(messageOf(error)));
+    }
+}
+
+void AppModel::loadContacts() {
+    // Demo mode reads nothing of the user's.
+    if (isDemo()) return;
+    background_.run(
+        [] {
+            auto contacts = std::make_shared<ContactResolver>();
+            contacts->load(ContactResolver::defaultSources());
+            return contacts;
+        },
+        [this](std::shared_ptr<ContactResolver> contacts) {
+            contacts_ = std::move(contacts);
+            if (regroup(true)) loadTranscript(true);
+        },
+        [](std::exception_ptr) {
+            // Without contacts every name falls back to its handle; nothing to tell the user.
+        });
+}
+
+// ---- conversations
+
+bool AppModel::regroup(bool keepSelection) {
+    const auto contacts = contacts_;
+    PersonLookup people{.identity =
+                            [&](const std::string& handle) {
+                                return contacts ? contacts->identity(handle)
+                                                : "handle:" + ContactResolver::key(handle);
+                            },
+                        .name = [&](const std::string& handle) -> std::optional<std::string> {
+                            return contacts ? contacts->name(handle) : std::nullopt;
+                        }};
+    conversations_ = groupConversations(chats_, people);
+    emit conversationsChanged();
+    if (!keepSelection || !selected_) return false;
+    const auto index = selectedIndex();
+    if (!index) {
+        selectConversation(std::nullopt);
+        return false;
+    }
+    if (conversations_[*index].chatIDs == selected_->chatIDs) return false;
+    selected_ = conversations_[*index];
+    return true;
+}
+
+std::optional<size_t> AppModel::selectedIndex() const {
+    if (!selected_) return std::nullopt;
+    // Found by a chat, not by key: contacts arriving may change the key of the same person.
+    const int64_t anchor = selected_->chatIDs.front();
+    for (size_t index = 0; index < conversations_.size(); ++index) {
+        const auto& ids = conversations_[index].chatIDs;
+        if (std::find(ids.begin(), ids.end(), anchor) != ids.end()) return index;
+    }
+    return std::nullopt;
+}
+
+const Conversation* AppModel::selectedConversation() const {
+    return selected_ ? &*selected_ : nullptr;
+}
+
+void AppModel::selectConversation(std::optional<size_t> index) {
+    if (index && *index >= conversations_.size()) index.reset();
+    if (index && selected_ && selectedIndex() == index) return;
+    selected_ = index ? std::optional(conversations_[*index]) : std::nullopt;
+    loadTranscript(false);
+}
+
+// ---- transcript
+
+void AppModel::loadTranscript(bool keepPosition) {
+    // A change noticed while a conversation is still being read first: nothing to keep yet.
+    keepPosition = keepPosition && !transcript_->rows.empty();
+    const auto generation = ++transcriptGeneration_;
+    if (!selected_ || !source_) {
+        transcript_ = std::make_shared<OpenTranscript>();
+        emit transcriptChanged(false);
+        return;
+    }
+    if (!keepPosition) {
+        // Another conversation: nothing of the previous one stays on screen while this one loads.
+        transcript_ = std::make_shared<OpenTranscript>();
+        emit transcriptChanged(false);
+    }
+    auto cancel = beginTask("Reading the conversation…");
+    background_.run(
+        [database = source_, chatIDs = selected_->chatIDs, events = eventsForOpenConversation(),
+         cancel] {
+            auto open = std::make_shared<OpenTranscript>();
+            auto read = database->fetchTranscript(chatIDs);
+            cancel->check();
+            CallHistory::shared().mergeCalls(read, *database, chatIDs, database->handles(chatIDs));
+            cancel->check();
+            open->messages = std::move(read.messages);
+            open->reactionEvents = std::move(read.reactionEvents);
+            open->callLogIssue = std::move(read.callLogIssue);
+            arrangeRows(*open, events);
+            return std::shared_ptr<const OpenTranscript>(std::move(open));
+        },
+        [this, generation, keepPosition](std::shared_ptr<const OpenTranscript> open) {
+            if (generation != transcriptGeneration_) return;
+            transcript_ = std::move(open);
+            endTask(transcript_->callLogIssue ? qs(*transcript_->callLogIssue) : QString());
+            emit transcriptChanged(keepPosition);
+            emit flagsChanged();
+        },
+        [this, generation](std::exception_ptr error) {
+            if (generation != transcriptGeneration_) return;
+            endTask(isCancellation(error)
+                        ? QString("Cancelled.")
+                        : "Couldn't read the conversation: " + qs(messageOf(error)));
+        });
+}
+
+std::optional<size_t> AppModel::rowOfMessage(int64_t messageID) const {
+    const auto& rows = transcript_->rows;
+    const auto found = std::find_if(rows.begin(), rows.end(),
+                                    [&](const Message& row) { return row.id == messageID; });
+    if (found == rows.end()) return std::nullopt;
+    return static_cast<size_t>(found - rows.begin());
+}
+
+std::optional<size_t> AppModel::rowOfDay(size_t dayIndex) const {
+    const auto& days = transcript_->timeline.days;
+    if (dayIndex >= days.size()) return std::nullopt;
+    return rowOfMessage(days[dayIndex].firstMessageID);
+}
+
+// ---- evidence
+
+void AppModel::toggleFlag(const Message& message) {
+    if (message.isUserEvent()) return;
+    if (auto problem = flags_.toggleFlag(message)) reportStatus(qs(*problem));
+    emit flagsChanged();
+}
+
+void AppModel::setNote(const std::string& note, const Message& message) {
+    if (message.isUserEvent()) return;
+    if (auto problem = flags_.setNote(note, message)) reportStatus(qs(*problem));
+    emit flagsChanged();
+}
+
+std::vector<Message> AppModel::flaggedMessages() const {
+    return flags_.flaggedMessages(transcript_->messages);
+}
+
+std::string AppModel::noteFor(const Message& message) const {
+    const auto found = flags().find(message.guid);
+    return found == flags().end() ? std::string() : found->second.note;
+}
+
+std::string AppModel::nameFor(const std::string& handle) const {
+    if (!contacts_) return handle;
+    return contacts_->name(handle).value_or(handle);
+}
+
+// ---- events
+
+std::optional<TimelineEvent> AppModel::startAddingEvent(Date at) const {
+    if (!selected_) return std::nullopt;
+    const Date now = Clock::now();
+    return TimelineEvent{.id = newUUID(),
+                         .conversation = selected_->eventKey(),
+                         .date = at,
+                         .createdAt = now,
+                         .updatedAt = now};
+}
+
+void AppModel::saveEvent(const TimelineEvent& event) {
+    auto existing = std::find_if(events_.begin(), events_.end(),
+                                 [&](const TimelineEvent& kept) { return kept.id == event.id; });
+    if (existing != events_.end()) {
+        *existing = event;
+        existing->updatedAt = Clock::now();
+    } else {
+        events_.push_back(event);
+    }
+    persistEvents();
+}
+
+void AppModel::deleteEvent(const std::string& eventID) {
+    std::erase_if(events_, [&](const TimelineEvent& event) { return event.id == eventID; });
+    persistEvents();
+}
+
+void AppModel::persistEvents() {
+    try {
+        TimelineEventStore::save(events_);
+    } catch (const std::exception& error) {
+        reportStatus(QString("The event couldn't be saved: ") + error.what());
+    }
+    applyEvents();
+}
+
+std::vector<TimelineEvent> AppModel::eventsForOpenConversation() const {
+    std::vector<TimelineEvent> shown;
+    if (!selected_) return shown;
+    const auto& keys = selected_->identifiers;
+    std::copy_if(events_.begin(), events_.end(), std::back_inserter(shown),
+                 [&](const TimelineEvent& event) {
+                     return std::find(keys.begin(), keys.end(), event.conversation) != keys.end();
+                 });
+    return shown;
+}
+
+void AppModel::applyEvents() {
+    auto open = std::make_shared<OpenTranscript>(*transcript_);
+    arrangeRows(*open, eventsForOpenConversation());
+    transcript_ = std::move(open);
+    emit transcriptChanged(true);
+}
+
+// ---- attachment watch
+
+void AppModel::startAttachmentWatch() {
+    attachmentRounds_.reset();
+    if (!source_) return;
+    attachmentRounds_ = std::make_unique<RepeatingRounds>(
+        AttachmentWatch::checkInterval,
+        // Exports and snapshots are not started from this window yet, so no round waits.
+        [] { return false; },
+        [this, database = source_] {
+            try {
+                auto report = AttachmentWatch::check(database->attachmentPaths());
+                QMetaObject::invokeMethod(
+                    this,
+                    [this, report] {
+                        evictionReport_ = report;
+                        emit evictionReportChanged();
+                    },
+                    Qt::QueuedConnection);
+            } catch (const std::exception& error) {
+                QMetaObject::invokeMethod(
+                    this,
+                    [this, text = std::string(error.what())] {
+                        reportStatus("Couldn't check the attachments: " + qs(text));
+                    },
+                    Qt::QueuedConnection);
+            }
+        });
+}
+
+void AppModel::checkAttachmentsStillHere() {
+    if (attachmentRounds_) attachmentRounds_->runNow();
+}
+
+// ---- change polling
+
+void AppModel::setPolling(bool on) {
+    if (on)
+        pollTimer_.start();
+    else
+        pollTimer_.stop();
+}
+
+void AppModel::pollForChanges() {
+    if (!source_ || pollInFlight_ || state_ != State::ready) return;
+    pollInFlight_ = true;
+    const auto generation = sourceGeneration_;
+    background_.run(
+        [database = source_, known = signature_]() -> std::optional<Opened> {
+            auto signature = database->changeSignature();
+            if (signature == known) return std::nullopt;
+            return Opened{database, database->fetchChats(), std::move(signature)};
+        },
+        [this, generation](std::optional<Opened> changed) {
+            pollInFlight_ = false;
+            if (!changed || generation != sourceGeneration_) return;
+            finishOpening(std::move(*changed));
+            loadTranscript(true);
+        },
+        [this](std::exception_ptr error) {
+            pollInFlight_ = false;
+            reportStatus("Couldn't check the Messages database for changes: " +
+                         qs(messageOf(error)));
+        });
+}
+
+// ---- state and status
+
+void AppModel::setState(State state, QString message) {
+    state_ = state;
+    stateMessage_ = std::move(message);
+    emit stateChanged();
+}
+
+std::shared_ptr<CancelFlag> AppModel::beginTask(const QString& progress) {
+    cancel_->cancel();
+    cancel_ = std::make_shared<CancelFlag>();
+    busy_ = true;
+    statusText_ = progress;
+    emit statusChanged();
+    return cancel_;
+}
+
+void AppModel::endTask(const QString& status) {
+    busy_ = false;
+    statusText_ = status;
+    emit statusChanged();
+}
+
+void AppModel::reportStatus(const QString& text) {
+    statusText_ = text;
+    emit statusChanged();
+}
+
+void AppModel::cancel() {
+    if (!busy_) return;
+    cancel_->cancel();
+    ++transcriptGeneration_;
+    if (state_ == State::loading) {
+        ++sourceGeneration_;
+        setState(State::failed, "Opening the Messages database was cancelled.");
+    }
+    endTask("Cancelled.");
+}
+
+}  // namespace bc::app

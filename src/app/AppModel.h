@@ -1,0 +1,171 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include "app/Background.h"
+#include "app/Conversations.h"
+#include "custody/AttachmentWatch.h"
+#include "evidence/EvidenceFlags.h"
+#include "evidence/Timeline.h"
+#include "model/Message.h"
+#include "model/TimelineEvent.h"
+#include "support/CancelFlag.h"
+
+namespace bc {
+class MessageDatabase;
+class ContactResolver;
+}  // namespace bc
+
+namespace bc::app {
+
+// What the open conversation shows: the messages as read, and the rows on screen (the messages
+// with the user's events merged in) with their calendar.
+struct OpenTranscript {
+    std::vector<Message> messages;  // as read, with calls merged: what an export is given
+    std::vector<ReactionEvent> reactionEvents;
+    std::optional<std::string> callLogIssue;
+    std::vector<Message> rows;  // messages plus the user's events, in time order
+    Timeline timeline;
+    std::unordered_map<std::string, size_t> rowByGUID;
+};
+
+// Owns everything the window shows and runs every slow step on background threads. Lives on the
+// main thread; the window only reads it and calls its operations.
+class AppModel : public QObject {
+    Q_OBJECT
+public:
+    enum class State { accessNeeded, loading, ready, failed };
+    enum class SourceKind { live, file };
+
+    static constexpr int pollingMilliseconds = 3000;
+    static constexpr const char* demoBanner =
+        "Demo mode: sample data only. Nothing here is real, and nothing is saved to your "
+        "Brindlecourt data.";
+    static constexpr const char* evictionHeading = "Attachments were removed from this Mac";
+    static constexpr const char* evictionAdvice =
+        "Let Messages download the files again. Click Check Again here, then seal a snapshot. "
+        "Anything still missing is listed in the snapshot's missing-attachments.csv.";
+    static constexpr const char* eventHelp =
+        "Adds context to this conversation's timeline, such as a hearing or a move. It's shown "
+        "in Brindlecourt, marked as yours, and is never included in exports of the messages.";
+
+    explicit AppModel(QObject* parent = nullptr);
+    ~AppModel() override;
+
+    // Sources. The live one is this Mac's Messages database, or the sample one in demo mode.
+    void openLive();
+    void openSource(const std::filesystem::path& path, SourceKind kind);
+    State state() const { return state_; }
+    // The failure, or what to do when access is needed.
+    QString stateMessage() const { return stateMessage_; }
+    QString sourceText() const;
+    bool isDemo() const;
+
+    // Contacts give names and same-person grouping once loaded; until then handles stand in.
+    void loadContacts();
+
+    const std::vector<Conversation>& conversations() const { return conversations_; }
+    std::optional<size_t> selectedIndex() const;
+    const Conversation* selectedConversation() const;
+    void selectConversation(std::optional<size_t> index);
+
+    const OpenTranscript& transcript() const { return *transcript_; }
+    std::shared_ptr<const OpenTranscript> sharedTranscript() const { return transcript_; }
+    std::optional<size_t> rowOfMessage(int64_t messageID) const;
+    std::optional<size_t> rowOfDay(size_t dayIndex) const;
+
+    // Evidence flags and notes.
+    const EvidenceFlagMap& flags() const { return flags_.flags(); }
+    bool isFlagged(const Message& message) const { return flags_.isFlagged(message); }
+    void toggleFlag(const Message& message);
+    void setNote(const std::string& note, const Message& message);
+    std::vector<Message> flaggedMessages() const;
+    std::string noteFor(const Message& message) const;
+    // The contact's name, or the handle itself.
+    std::string nameFor(const std::string& handle) const;
+
+    // The user's timeline events.
+    std::optional<TimelineEvent> startAddingEvent(Date at) const;
+    void saveEvent(const TimelineEvent& event);
+    void deleteEvent(const std::string& eventID);
+    std::vector<TimelineEvent> eventsForOpenConversation() const;
+
+    // Attachments that vanished from disk since the last check of the live database.
+    void startAttachmentWatch();
+    void checkAttachmentsStillHere();
+    const std::optional<AttachmentWatch::Report>& evictionReport() const { return evictionReport_; }
+
+    // Asks the source whether it changed and reloads when it did; a timer calls it every 3 s.
+    void pollForChanges();
+    void setPolling(bool on);
+    bool isCheckingForChanges() const { return pollInFlight_; }
+
+    QString statusText() const { return statusText_; }
+    bool isBusy() const { return busy_; }
+    void cancel();
+
+signals:
+    void stateChanged();
+    void conversationsChanged();
+    // `keepPosition`: the same conversation was read again after a change.
+    void transcriptChanged(bool keepPosition);
+    void flagsChanged();
+    void statusChanged();
+    void evictionReportChanged();
+
+private:
+    struct Opened;
+
+    // `locate` runs off the main thread and gives the file to open; `path` names it meanwhile.
+    void openWith(std::function<std::filesystem::path()> locate, const std::filesystem::path& path,
+                  SourceKind kind);
+    void finishOpening(Opened opened);
+    void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
+    void loadTranscript(bool keepPosition);
+    void persistEvents();
+    void applyEvents();
+    // True when the selected conversation now holds other chats and must be read again.
+    bool regroup(bool keepSelection);
+    void setState(State state, QString message = {});
+    std::shared_ptr<CancelFlag> beginTask(const QString& progress);
+    void endTask(const QString& status = {});
+    void reportStatus(const QString& text);
+
+    Background background_;
+    QTimer pollTimer_;
+    State state_ = State::loading;
+    QString stateMessage_;
+    QString statusText_;
+    bool busy_ = false;
+    std::shared_ptr<CancelFlag> cancel_;
+    // A result of an older request than these is dropped.
+    uint64_t sourceGeneration_ = 0;
+    uint64_t transcriptGeneration_ = 0;
+    bool pollInFlight_ = false;
+
+    std::shared_ptr<MessageDatabase> source_;
+    SourceKind sourceKind_ = SourceKind::live;
+    std::string signature_;
+    std::vector<Chat> chats_;
+    std::shared_ptr<ContactResolver> contacts_;
+    std::vector<Conversation> conversations_;
+    std::optional<Conversation> selected_;
+    std::shared_ptr<const OpenTranscript> transcript_;
+
+    EvidenceFlags flags_;
+    std::vector<TimelineEvent> events_;
+    std::optional<AttachmentWatch::Report> evictionReport_;
+    std::unique_ptr<RepeatingRounds> attachmentRounds_;
+};
+
+}  // namespace bc::app

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <QMainWindow>
+
+#include "app/AppModel.h"
+
+class QComboBox;
+class QLabel;
+class QListView;
+class QListWidget;
+class QPlainTextEdit;
+class QProgressBar;
+class QPushButton;
+class QStackedWidget;
+class QTreeWidget;
+class QFrame;
+
+namespace bc::app {
+
+class ThumbnailCache;
+class TranscriptDelegate;
+class TranscriptModel;
+
+// The one window: source, conversations, the open transcript with its timeline, the Evidence
+// sidebar and the status line. Everything shown comes from the AppModel.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    explicit MainWindow(AppModel& model, QWidget* parent = nullptr);
+
+    // Steps through the open conversation by the chosen unit (negative: back).
+    void jump(int step);
+    // Brings a row to the top of the transcript and selects it.
+    void showMessage(int64_t messageID);
+    QListView* transcriptView() const { return transcriptView_; }
+    // The row at the top of the transcript.
+    std::optional<int> topRow() const;
+
+private:
+    QWidget* makeSourceBar();
+    QWidget* makeEvictionWarning();
+    QWidget* makeStatePage();
+    QWidget* makeConversationList();
+    QWidget* makeTranscriptPane();
+    QWidget* makeSidebar();
+    QWidget* makeStatusLine();
+    void addShortcuts();
+
+    void showState();
+    void showConversations();
+    void showTranscript(bool keepPosition);
+    void showTimelineTree();
+    void showEvidence();
+    void showStatus();
+    void showEvictionReport();
+    void showSelectedMessage();
+
+    const Message* selectedMessage() const;
+    void openDatabaseFile();
+    void addEvent();
+    void editEvent(const Message& row);
+    void transcriptMenu(const QPoint& at);
+    Timeline::Unit jumpUnit() const;
+
+    AppModel& model_;
+    ThumbnailCache* thumbnails_;
+    TranscriptModel* transcriptModel_;
+    TranscriptDelegate* delegate_;
+
+    QLabel* sourceLabel_;
+    QFrame* eviction_;
+    QLabel* evictionText_;
+    QStackedWidget* pages_;
+    QLabel* stateText_;
+    QListWidget* conversationList_;
+    QListView* transcriptView_;
+    QComboBox* unitChoice_;
+    QTreeWidget* timelineTree_;
+    QListWidget* evidenceList_;
+    QPushButton* flagButton_;
+    QPlainTextEdit* noteEditor_;
+    QPushButton* saveNoteButton_;
+    QLabel* statusText_;
+    QProgressBar* progress_;
+    QPushButton* cancelButton_;
+    EvidenceFlagMap shownFlags_;  // as the transcript rows were last measured
+};
+
+}  // namespace bc::app

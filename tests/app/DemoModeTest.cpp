@@ -1,0 +1,60 @@
+#include <cstdlib>
+
+#include "AppFixture.h"
+#include "cli/DemoStores.h"
+#include "custody/CustodyLog.h"
+#include "custody/Preservation.h"
+#include "sources/CallHistory.h"
+
+namespace bc::app::testing {
+namespace {
+
+// Puts every store back where it was, so later tests are not redirected.
+class RestoredStores {
+public:
+    RestoredStores()
+        : evidence_(EvidenceStore::location().override()),
+          events_(TimelineEventStore::location().override()),
+          presence_(AttachmentWatch::location().override()),
+          calls_(CallHistory::overridePath()),
+          callDatabase_(CallHistory::overrideDatabasePath()) {}
+    ~RestoredStores() {
+        EvidenceStore::location().setOverride(evidence_);
+        TimelineEventStore::location().setOverride(events_);
+        AttachmentWatch::location().setOverride(presence_);
+        CallHistory::setOverridePath(calls_);
+        CallHistory::setOverrideDatabasePath(callDatabase_);
+        CustodyLog::setOverrideURL(std::nullopt);
+        Preservation::setOverrideRoot(std::nullopt);
+        DemoData::setEnabled(false);
+    }
+
+private:
+    std::optional<std::filesystem::path> evidence_, events_, presence_, calls_, callDatabase_;
+};
+
+// The window's demo start-up: nothing of the user's is read or written.
+TEST(DemoMode, EveryStoreLivesInTheDemoFolderWithASampleCallLog) {
+    bc::testing::TempDir temporary;
+    const auto previousTemp = std::getenv("TMPDIR");
+    setenv("TMPDIR", temporary.path().c_str(), 1);
+    RestoredStores restore;
+    cli::redirectStoresToDemo();
+    const auto folder = DemoData::folder();
+    if (previousTemp)
+        setenv("TMPDIR", previousTemp, 1);
+    else
+        unsetenv("TMPDIR");
+
+    EXPECT_EQ(folder.parent_path(), temporary.path());
+    EXPECT_EQ(EvidenceStore::location().path(), folder / "evidence.json");
+    EXPECT_EQ(TimelineEventStore::url(), folder / "events.json");
+    EXPECT_EQ(AttachmentWatch::location().path(), folder / "attachment-presence.json");
+    EXPECT_EQ(CustodyLog::url(), folder / "custody-log.jsonl");
+    EXPECT_EQ(Preservation::root(), folder / "Snapshots");
+    EXPECT_EQ(CallHistory::overridePath(), folder / "CallHistory.storedata");
+    EXPECT_FALSE(CallHistory::readAll(folder / "CallHistory.storedata").empty());
+}
+
+}  // namespace
+}  // namespace bc::app::testing

@@ -1,0 +1,128 @@
+#include <QLabel>
+#include <QListView>
+#include <QListWidget>
+#include <QTest>
+#include <QTreeWidget>
+
+#include "AppFixture.h"
+#include "app/MainWindow.h"
+#include "app/TranscriptModel.h"
+#include "support/Sqlite.h"
+
+namespace bc::app::testing {
+namespace {
+
+class WindowTest : public AppTest {
+protected:
+    // The window on chat 1 of the sample, its first row current.
+    void openWindow() {
+        model_ = openModel();
+        window_ = std::make_unique<MainWindow>(*model_);
+        window_->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window_.get()));
+        select(*model_, 1);
+        QCoreApplication::processEvents();
+        window_->transcriptView()->setCurrentIndex(view().model()->index(0, 0));
+    }
+
+    QListView& view() const { return *window_->transcriptView(); }
+    int currentRow() const { return view().currentIndex().row(); }
+    std::optional<size_t> currentDay() const {
+        return model_->transcript().timeline.dayIndex(model_->transcript().rows[currentRow()].id);
+    }
+
+    std::unique_ptr<AppModel> model_;
+    std::unique_ptr<MainWindow> window_;
+};
+
+TEST_F(WindowTest, JumpsStepDayByDayAndStopAtTheEnds) {
+    openWindow();
+    const auto& days = model_->transcript().timeline.days;
+    ASSERT_GE(days.size(), 3u);
+    window_->jump(1);
+    EXPECT_EQ(currentDay(), 1u);
+    EXPECT_EQ(static_cast<size_t>(currentRow()), model_->rowOfDay(1));
+    window_->jump(1);
+    EXPECT_EQ(currentDay(), 2u);
+    window_->jump(-1);
+    EXPECT_EQ(currentDay(), 1u);
+    window_->jump(-1);
+    window_->jump(-1);
+    EXPECT_EQ(currentDay(), 0u) << "never before the first day";
+    for (size_t step = 0; step <= days.size(); ++step) window_->jump(1);
+    EXPECT_EQ(currentDay(), days.size() - 1) << "never past the last day";
+}
+
+TEST_F(WindowTest, KeysJumpLikeTheButtons) {
+    openWindow();
+    QApplication::setActiveWindow(window_.get());
+    QTest::keyClick(window_.get(), Qt::Key_BracketRight, Qt::ControlModifier);
+    EXPECT_EQ(currentDay(), 1u);
+    QTest::keyClick(window_.get(), Qt::Key_Left, Qt::AltModifier);
+    EXPECT_EQ(currentDay(), 0u);
+}
+
+TEST_F(WindowTest, TheTimelineTreeAndEvidenceSidebarFollowTheModel) {
+    openWindow();
+    auto* tree = window_->findChild<QTreeWidget*>("timeline");
+    ASSERT_NE(tree, nullptr);
+    ASSERT_EQ(tree->topLevelItemCount(),
+              static_cast<int>(model_->transcript().timeline.roots.size()));
+    EXPECT_EQ(tree->topLevelItem(0)->text(0),
+              QString::fromStdString(model_->transcript().timeline.roots[0].label));
+
+    auto* evidence = window_->findChild<QListWidget*>("evidence");
+    ASSERT_NE(evidence, nullptr);
+    EXPECT_EQ(evidence->count(), 0);
+    const Message flagged = model_->transcript().messages[2];
+    model_->setNote("Keep this", flagged);
+    ASSERT_EQ(evidence->count(), 1);
+    EXPECT_TRUE(evidence->item(0)->text().contains("Keep this"));
+}
+
+TEST_F(WindowTest, AReloadKeepsTheRowAtTheTop) {
+    openWindow();
+    const int middle = view().model()->rowCount() / 2;
+    window_->showMessage(model_->transcript().rows[middle].id);
+    QCoreApplication::processEvents();
+    const auto top = window_->topRow();
+    ASSERT_TRUE(top);
+    const auto guid = model_->transcript().rows[*top].guid;
+    const auto rows = model_->transcript().rows.size();
+    {
+        sqlite::Connection writer(database(), sqlite::OpenMode::readWriteCreate);
+        writer.execute(
+            "INSERT INTO message (ROWID, guid, text, handle_id, date) VALUES "
+            "(9002, 'added-9002', 'Later', 1, 1);"
+            "INSERT INTO chat_message_join (chat_id, message_id) VALUES (1, 9002);");
+    }
+    model_->pollForChanges();
+    ASSERT_TRUE(waitFor([&] { return model_->transcript().rows.size() == rows + 1; }));
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(window_->topRow());
+    EXPECT_EQ(model_->transcript().rows[*window_->topRow()].guid, guid);
+}
+
+}  // namespace
+}  // namespace bc::app::testing
+
+namespace bc::app::testing {
+namespace {
+
+TEST_F(WindowTest, RemovedAttachmentsRaiseTheWarningWithItsAdvice) {
+    openWindow();
+    auto* warning = window_->findChild<QLabel*>("evictionText");
+    ASSERT_NE(warning, nullptr);
+    model_->startAttachmentWatch();
+    ASSERT_TRUE(waitFor([&] { return model_->evictionReport().has_value(); }));
+    EXPECT_FALSE(warning->isVisible()) << "the first check has nothing to compare with";
+
+    std::filesystem::remove(folder_ / "Attachments" / "demo-photo-2.jpg");
+    model_->checkAttachmentsStillHere();
+    ASSERT_TRUE(waitFor([&] { return warning->isVisible(); }));
+    EXPECT_TRUE(warning->text().contains(AppModel::evictionHeading));
+    EXPECT_TRUE(warning->text().contains("Click Check Again here, then seal a snapshot."));
+}
+
+}  // namespace
+}  // namespace bc::app::testing
