@@ -21,11 +21,6 @@ using testing::at;
 using testing::attachment;
 using testing::message;
 
-TEST(HTMLExporterHelpers, escapeCoversTheFiveCharacters) {
-    EXPECT_EQ(HTMLExporter::escape("<a href=\"x\">'&'</a>"),
-              "&lt;a href=&quot;x&quot;&gt;&#39;&amp;&#39;&lt;/a&gt;");
-}
-
 TEST(HTMLExporterHelpers, linkifyMakesSafeAnchorsOnlyForWebLinks) {
     EXPECT_EQ(HTMLExporter::linkify("see https://ex.com/a?b=1&c=2."),
               "see <a href=\"https://ex.com/a?b=1&amp;c=2\" target=\"_blank\" "
