@@ -54,7 +54,6 @@ TEST(ExportRequest, UniqueNamesAndSettingsDefaults) {
     EXPECT_EQ(uniqueURL(dir / "Sam", "pdf"), dir / "Sam 2.pdf");
 
     EXPECT_EQ(ExportSettings::decoded("not json"), ExportSettings{});
-    EXPECT_EQ(ExportSettings{}.dpi, 216);
     const ExportSettings print{.paper = PageExporter::Paper::a4, .dpi = ExportSettings::printDPI};
     EXPECT_EQ(ExportSettings::decoded(print.encoded()), print);
     EXPECT_EQ(ExportSettings::decoded(R"({"paper":"folio","dpi":300})"), ExportSettings{});

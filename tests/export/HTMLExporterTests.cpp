@@ -11,6 +11,7 @@
 #include "support/Image.h"
 #include "support/Process.h"
 #include "support/Sha256.h"
+#include "testing/Heic.h"
 #include "testing/Testing.h"
 
 namespace bc {
@@ -20,11 +21,6 @@ namespace fs = std::filesystem;
 using testing::at;
 using testing::attachment;
 using testing::message;
-
-TEST(HTMLExporterHelpers, escapeCoversTheFiveCharacters) {
-    EXPECT_EQ(HTMLExporter::escape("<a href=\"x\">'&'</a>"),
-              "&lt;a href=&quot;x&quot;&gt;&#39;&amp;&#39;&lt;/a&gt;");
-}
 
 TEST(HTMLExporterHelpers, linkifyMakesSafeAnchorsOnlyForWebLinks) {
     EXPECT_EQ(HTMLExporter::linkify("see https://ex.com/a?b=1&c=2."),
@@ -314,29 +310,11 @@ TEST(HTMLExporterArchive, voiceMemoGetsAnM4aPreviewWhenFfmpegIsInstalled) {
     EXPECT_FALSE(fs::exists(a.folder / "attachments/previews/41.m4a"));
 }
 
-// A solid grey HEIC photo of the given size.
-void writeHEIC(const fs::path& file, int width, int height) {
-    heif_image* source = nullptr;
-    heif_image_create(width, height, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &source);
-    heif_image_add_plane(source, heif_channel_interleaved, width, height, 8);
-    int stride = 0;
-    uint8_t* plane = heif_image_get_plane(source, heif_channel_interleaved, &stride);
-    for (int y = 0; y < height; ++y) std::fill_n(plane + y * stride, width * 3, uint8_t{128});
-    heif_context* context = heif_context_alloc();
-    heif_encoder* encoder = nullptr;
-    heif_context_get_encoder_for_format(context, heif_compression_HEVC, &encoder);
-    heif_context_encode_image(context, source, encoder, nullptr, nullptr);
-    heif_encoder_release(encoder);
-    heif_context_write_to_file(context, file.c_str());
-    heif_context_free(context);
-    heif_image_release(source);
-}
-
 TEST(HTMLExporterArchive, heicPhotoIsShownThroughAJpegPreviewAndCorruptOnesAreMarked) {
     if (!heif_have_encoder_for_format(heif_compression_HEVC)) GTEST_SKIP() << "no HEVC encoder";
     Archive a;
     fs::create_directories(a.sources);
-    writeHEIC(a.sources / "IMG_1.HEIC", 2600, 64);
+    testing::writeHEIC(a.sources / "IMG_1.HEIC", 2600, 64, 128, 128, 128);
     Message m = message(1, at(), "");
     m.attachments = {
         attachment(50, (a.sources / "IMG_1.HEIC").string(), "IMG_1.HEIC", "image/heic"),

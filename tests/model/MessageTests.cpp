@@ -4,6 +4,7 @@
 
 #include "model/Message.h"
 #include "model/MessageSource.h"
+#include "testing/SourceDouble.h"
 
 namespace bc {
 namespace {
@@ -18,15 +19,6 @@ Message sample() {
     m.reactions = {Reaction{.emoji = "\xE2\x9D\xA4\xEF\xB8\x8F", .isFromMe = true}};
     m.editHistory = {EditVersion{.part = 0, .date = Date{5}, .text = "hallo"}};
     return m;
-}
-
-TEST(MessageRecords, DefaultsMatchTheStoredMeaningOfUnknown) {
-    const Attachment a;
-    EXPECT_EQ(a.totalBytes, -1);
-    EXPECT_EQ(a.transferState, -1);
-    EXPECT_EQ(Chat{}.displayName, "");
-    EXPECT_EQ(textForm(MessageService::iMessage), "iMessage");
-    EXPECT_EQ(textForm(MessageService::whatsApp), "WhatsApp");
 }
 
 TEST(MessageRecords, VisibleAttachmentsKeepOrderAndDropHidden) {
@@ -58,21 +50,14 @@ TEST(MessageRecords, EqualityAndHashSeeNestedFields) {
 }
 
 // A source whose transcript records which conversations were asked for.
-class RecordingSource : public MessageSource {
+class RecordingSource : public testing::SourceDouble {
 public:
+    RecordingSource() : SourceDouble("/x", false) {}
     std::vector<int64_t> asked;
-    MessageService service() const override { return MessageService::whatsApp; }
-    std::string path() const override { return "/x"; }
-    std::string sourceDescription() const override { return "test"; }
-    bool isLive() const override { return false; }
-    std::vector<Chat> fetchChats() override { return {}; }
     Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) override {
         asked = chatIDs;
         return Transcript{.messages = {sample()}, .reactionEvents = {ReactionEvent{}}};
     }
-    std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>&) override { return {}; }
-    std::string changeSignature() override { return ""; }
-    CustodyRecord::Source custodySource() override { return {}; }
 };
 
 TEST(MessageSource, FetchMessagesAsksForTheOneConversation) {
@@ -90,8 +75,12 @@ namespace bc {
 namespace {
 
 TEST(AttachmentMarks, DroppedWhereverTheyStandAndNothingElseChanges) {
-    EXPECT_EQ(withoutAttachmentMarks("\xEF\xBF\xBC" "This is the room.\xEF\xBF\xBC"), "This is the room.");
-    EXPECT_EQ(withoutAttachmentMarks("a\xEF\xBF\xBC\xEF\xBF\xBC" "b"), "ab");
+    EXPECT_EQ(withoutAttachmentMarks("\xEF\xBF\xBC"
+                                     "This is the room.\xEF\xBF\xBC"),
+              "This is the room.");
+    EXPECT_EQ(withoutAttachmentMarks("a\xEF\xBF\xBC\xEF\xBF\xBC"
+                                     "b"),
+              "ab");
     EXPECT_EQ(withoutAttachmentMarks("\xEF\xBF\xBD stays"), "\xEF\xBF\xBD stays");
     EXPECT_EQ(withoutAttachmentMarks(""), "");
 }

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "support/Date.h"
-#include "support/Errors.h"
 #include "support/DateFormat.h"
+#include "support/Errors.h"
 #include "support/Json.h"
 
 namespace bc {
@@ -48,8 +48,10 @@ TEST(JsonDates, EncodeAsWholeSecondIsoAndRoundTrip) {
 TEST(LocaleFormatting, StylesPatternsAndFirstWeekdayFollowTheCurrentLocale) {
     const Date date = Date::fromUnix(1709647629);  // 09:07:09 in New York
     EXPECT_EQ(dates::formatPattern(date, "LLLL yyyy", "en_US_POSIX"), "March 2024");
-    EXPECT_EQ(dates::formatPattern(date, "EEEE, d MMMM yyyy", "en_US_POSIX"), "Tuesday, 5 March 2024");
-    EXPECT_EQ(dates::formatStyled(date, dates::Style::full, dates::Style::none), "Tuesday, March 5, 2024");
+    EXPECT_EQ(dates::formatPattern(date, "EEEE, d MMMM yyyy", "en_US_POSIX"),
+              "Tuesday, 5 March 2024");
+    EXPECT_EQ(dates::formatStyled(date, dates::Style::full, dates::Style::none),
+              "Tuesday, March 5, 2024");
     EXPECT_NE(dates::formatStyled(date, dates::Style::none, dates::Style::full).find("9:07:09"),
               std::string::npos);
     EXPECT_EQ(dates::firstWeekday(), 1);
@@ -67,13 +69,6 @@ TEST(LocaleFormatting, TimeZoneIsSettableAndUnknownZonesAreRefused) {
     EXPECT_EQ(dates::currentTimeZone(), "Asia/Tokyo");
     EXPECT_THROW(dates::setCurrentTimeZone("Mars/Olympus"), Error);
     dates::setCurrentTimeZone("America/New_York");
-}
-
-TEST(Clock, FixedTimeIsReturnedUntilReleased) {
-    Clock::setFixed(Date{123});
-    EXPECT_EQ(Clock::now(), Date{123});
-    Clock::setFixed(std::nullopt);
-    EXPECT_GT(Clock::now().seconds, 7e8);  // after 2023
 }
 
 }  // namespace

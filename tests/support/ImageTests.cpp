@@ -4,6 +4,7 @@
 
 #include "support/Errors.h"
 #include "support/Image.h"
+#include "testing/Heic.h"
 #include "testing/Testing.h"
 
 namespace bc::image {
@@ -92,25 +93,8 @@ TEST(Image, PngWithAlphaAndJpegOverWhite) {
 
 TEST(Image, HeicDecodesThroughLibheif) {
     if (!heif_have_encoder_for_format(heif_compression_HEVC)) GTEST_SKIP() << "no HEVC encoder";
-    heif_image* source = nullptr;
-    heif_image_create(64, 64, heif_colorspace_RGB, heif_chroma_interleaved_RGB, &source);
-    heif_image_add_plane(source, heif_channel_interleaved, 64, 64, 8);
-    int stride = 0;
-    uint8_t* plane = heif_image_get_plane(source, heif_channel_interleaved, &stride);
-    for (int y = 0; y < 64; ++y)
-        for (int x = 0; x < 64; ++x) {
-            uint8_t* p = plane + y * stride + x * 3;
-            p[0] = 0, p[1] = 200, p[2] = 0;
-        }
-    heif_context* context = heif_context_alloc();
-    heif_encoder* encoder = nullptr;
-    heif_context_get_encoder_for_format(context, heif_compression_HEVC, &encoder);
-    heif_context_encode_image(context, source, encoder, nullptr, nullptr);
-    heif_encoder_release(encoder);
     testing::TempDir dir;
-    heif_context_write_to_file(context, (dir / "IMG_0001.HEIC").c_str());
-    heif_context_free(context);
-    heif_image_release(source);
+    testing::writeHEIC(dir / "IMG_0001.HEIC", 64, 64, 0, 200, 0);
 
     const Bitmap decoded = load(dir / "IMG_0001.HEIC");
     EXPECT_EQ(decoded.width, 64);
