@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "model/Indirect.h"
 #include "model/TimelineEvent.h"
 #include "support/Date.h"
 
@@ -124,8 +125,9 @@ struct Message {
     std::optional<Date> deletedAt;
     bool isInRecentlyDeleted = false;
     std::vector<RecoveredPart> recoveredParts;
-    std::optional<CallInfo> call;
-    std::optional<TimelineEvent> userEvent;
+    // Present on few rows, so kept out of line: a transcript holds hundreds of thousands.
+    Indirect<CallInfo> call;
+    Indirect<TimelineEvent> userEvent;
 
     std::vector<Attachment> visibleAttachments() const;
     bool isCall() const { return call.has_value(); }

@@ -87,3 +87,24 @@ TEST(AttachmentMarks, DroppedWhereverTheyStandAndNothingElseChanges) {
 
 }  // namespace
 }  // namespace bc
+
+namespace bc {
+namespace {
+
+TEST(IndirectMembers, CopiesAreDeepAndCompareByValue) {
+    Message original;
+    original.call = CallInfo{.recordID = 7};
+    Message copy = original;
+    copy.call->recordID = 8;  // must not reach the original through a shared pointer
+    EXPECT_EQ(original.call->recordID, 7);
+    EXPECT_NE(copy, original);
+    copy.call->recordID = 7;
+    EXPECT_EQ(copy, original);
+    copy.call = std::nullopt;
+    EXPECT_FALSE(copy.isCall());
+    EXPECT_TRUE(copy.call == std::nullopt);
+    EXPECT_LT(sizeof(Message), 600u);  // what keeps a 200,000-message transcript under 1 KB each
+}
+
+}  // namespace
+}  // namespace bc
