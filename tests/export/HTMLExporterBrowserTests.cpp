@@ -63,6 +63,8 @@ constexpr const char* probe = R"JS(
       result.replyTarget = current();
       result.replyCentred = Math.abs((row.top + row.bottom) / 2 - window.innerHeight / 2) < 80;
       const bar = document.querySelector("header.bar").offsetHeight;
+      // A reader scrolls with the wheel, which tells the page to stop placing the reply.
+      window.dispatchEvent(new WheelEvent("wheel"));
       window.scrollTo(0, window.scrollY + document.getElementById("d-2024-03-11").getBoundingClientRect().top - bar - 4);
       setTimeout(function () {
         // Headless Chromium draws few frames under virtual time, so the scroll event it would
