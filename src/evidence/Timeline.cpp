@@ -122,10 +122,6 @@ class TreeBuilder {
 
 }  // namespace
 
-bool isRecordedMessage(const Message& message) {
-    return !message.isCall() && !message.isUserEvent();
-}
-
 std::string_view Timeline::unitName(Unit unit) {
     switch (unit) {
         case Unit::day:
@@ -166,7 +162,7 @@ void Timeline::buildDays(const std::vector<Message>& messages, Calendar& calenda
             if (days.empty() || days.back().date != dayStart)
                 days.push_back({dayStart, message.id, 0});
         }
-        if (isRecordedMessage(message)) ++days.back().count;
+        if (message.isRecordedMessage()) ++days.back().count;
         dayIndexByMessage[message.id] = days.size() - 1;
     }
 }

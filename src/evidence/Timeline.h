@@ -16,10 +16,6 @@
 
 namespace bc {
 
-// True for rows the source itself stores; merged call rows and the user's own events are shown
-// among them but are not counted as messages.
-bool isRecordedMessage(const Message& message);
-
 // The open conversation as a calendar tree (years, months, weeks, days) in the machine's calendar,
 // time zone and first weekday. A value, rebuilt whenever the message list changes.
 class Timeline {

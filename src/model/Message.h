@@ -132,6 +132,9 @@ struct Message {
     std::vector<Attachment> visibleAttachments() const;
     bool isCall() const { return call.has_value(); }
     bool isUserEvent() const { return userEvent.has_value(); }
+    // A row the source itself stores; merged call rows and the user's events are shown among
+    // them but are not counted as messages.
+    bool isRecordedMessage() const { return !isCall() && !isUserEvent(); }
 
     bool operator==(const Message&) const = default;
 };
