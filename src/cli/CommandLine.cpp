@@ -70,9 +70,12 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         const auto cancel = cancelOnInterrupt();
         return CommandLineExport(arguments, out, err, *cancel).run();
     }
-    if (arguments.items() == std::vector<std::string>{"--demo"}) return std::nullopt;
-    err << "Nothing to do: snapshots, verification and exports run with --export-html.\n" << help;
-    return 2;
+    // Snapshot commands act only beside --export-html; without it the window opens, as it
+    // always has, and the note says why nothing else happened.
+    if (arguments.contains("--snapshot") || arguments.contains("--verify-snapshots"))
+        err << "Note: --snapshot and --verify-snapshots run only together with --export-html; "
+               "opening the window.\n";
+    return std::nullopt;
 }
 
 }  // namespace bc::cli
