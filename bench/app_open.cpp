@@ -57,13 +57,18 @@ bool skipWithoutDatabase(benchmark::State& state) {
     return true;
 }
 
+// Opens the generated database and waits for its conversation list.
+void openGenerated(AppModel& model) {
+    model.openSource(databaseFile(), AppModel::SourceKind::file);
+    runUntil([&] { return model.state() != AppModel::State::loading; });
+}
+
 void conversationList(benchmark::State& state) {
     if (skipWithoutDatabase(state)) return;
     application();
     for (auto _ : state) {
         AppModel model;
-        model.openSource(databaseFile(), AppModel::SourceKind::file);
-        runUntil([&] { return model.state() != AppModel::State::loading; });
+        openGenerated(model);
         state.counters["conversations"] = static_cast<double>(model.conversations().size());
     }
 }
@@ -72,8 +77,7 @@ void longestToFirstPaint(benchmark::State& state) {
     if (skipWithoutDatabase(state)) return;
     application();
     AppModel model;
-    model.openSource(databaseFile(), AppModel::SourceKind::file);
-    runUntil([&] { return model.state() != AppModel::State::loading; });
+    openGenerated(model);
     bc::app::MainWindow window(model);
     window.show();
     const auto longest = longestConversation(model);
@@ -92,8 +96,7 @@ void scrollOnePage(benchmark::State& state) {
     if (skipWithoutDatabase(state)) return;
     application();
     AppModel model;
-    model.openSource(databaseFile(), AppModel::SourceKind::file);
-    runUntil([&] { return model.state() != AppModel::State::loading; });
+    openGenerated(model);
     bc::app::MainWindow window(model);
     window.show();
     model.selectConversation(longestConversation(model));
