@@ -92,6 +92,8 @@ AppModel::AppModel(QObject* parent)
       events_(TimelineEventStore::load()) {
     pollTimer_.setInterval(pollingMilliseconds);
     connect(&pollTimer_, &QTimer::timeout, this, &AppModel::pollForChanges);
+    connect(&jobs_, &Jobs::changed, this, &AppModel::statusChanged);
+    connect(&jobs_, &Jobs::finished, this, &AppModel::reportStatus);
     for (auto* store : {&EvidenceStore::loadError(), &TimelineEventStore::loadError()}) {
         if (auto problem = store->get()) {
             reportStatus(qs(*problem));
@@ -408,8 +410,8 @@ void AppModel::startAttachmentWatch() {
     if (!source_) return;
     attachmentRounds_ = std::make_unique<RepeatingRounds>(
         AttachmentWatch::checkInterval,
-        // Exports and snapshots are not started from this window yet, so no round waits.
-        [] { return false; },
+        // A round waits while an export or snapshot reads the same files.
+        [this] { return jobs_.isRunning(); },
         [this, database = source_] {
             try {
                 auto report = AttachmentWatch::check(database->attachmentPaths());
@@ -495,7 +497,15 @@ void AppModel::reportStatus(const QString& text) {
     emit statusChanged();
 }
 
+QString AppModel::statusText() const {
+    return jobs_.isRunning() ? jobs_.progressText() : statusText_;
+}
+
 void AppModel::cancel() {
+    if (jobs_.isRunning()) {
+        jobs_.cancel();
+        return;
+    }
     if (!busy_) return;
     cancel_->cancel();
     ++transcriptGeneration_;

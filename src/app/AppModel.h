@@ -14,6 +14,7 @@
 
 #include "app/Background.h"
 #include "app/Conversations.h"
+#include "app/Jobs.h"
 #include "custody/AttachmentWatch.h"
 #include "evidence/EvidenceFlags.h"
 #include "evidence/Timeline.h"
@@ -110,8 +111,12 @@ public:
     void setPolling(bool on);
     bool isCheckingForChanges() const { return pollInFlight_; }
 
-    QString statusText() const { return statusText_; }
-    bool isBusy() const { return busy_; }
+    // Exports and snapshots run here, one at a time; their progress is the status line's.
+    Jobs& jobs() { return jobs_; }
+
+    QString statusText() const;
+    bool isBusy() const { return busy_ || jobs_.isRunning(); }
+    // Cancels the running export or snapshot, else the reading under way.
     void cancel();
 
 signals:
@@ -142,6 +147,7 @@ private:
     void reportStatus(const QString& text);
 
     Background background_;
+    Jobs jobs_;
     QTimer pollTimer_;
     State state_ = State::loading;
     QString stateMessage_;
