@@ -18,6 +18,7 @@
 #include "custody/AttachmentWatch.h"
 #include "evidence/EvidenceFlags.h"
 #include "evidence/Timeline.h"
+#include "export/ExportJob.h"
 #include "model/Message.h"
 #include "model/TimelineEvent.h"
 #include "support/CancelFlag.h"
@@ -71,6 +72,9 @@ public:
     QString stateMessage() const { return stateMessage_; }
     QString sourceText() const;
     bool isDemo() const;
+    // The open database and what it is: exports and snapshots read from these.
+    std::shared_ptr<MessageDatabase> database() const { return source_; }
+    const SourceChoice& sourceChoice() const { return sourceChoice_; }
 
     // Contacts give names and same-person grouping once loaded; until then handles stand in.
     void loadContacts();
@@ -161,6 +165,7 @@ private:
 
     std::shared_ptr<MessageDatabase> source_;
     SourceKind sourceKind_ = SourceKind::live;
+    SourceChoice sourceChoice_;
     std::string signature_;
     std::vector<Chat> chats_;
     std::shared_ptr<ContactResolver> contacts_;
