@@ -145,13 +145,13 @@ void AppModel::openWith(std::function<std::filesystem::path()> locate,
             opened.database = std::make_shared<MessageDatabase>(locate());
             cancel->check();
             opened.chats = opened.database->fetchChats();
-            opened.signature = opened.database->changeSignature();
             return opened;
         },
         [this, generation, kind](Opened opened) {
             if (generation != sourceGeneration_) return;
             sourceKind_ = kind;
             finishOpening(std::move(opened));
+            readSignature();
         },
         [this, generation, kind, path](std::exception_ptr error) {
             if (generation != sourceGeneration_) return;
@@ -173,6 +173,23 @@ void AppModel::finishOpening(Opened opened) {
     regroup(sameSource);
     setState(State::ready);
     if (!sameSource && source_->isLive()) startAttachmentWatch();
+}
+
+// The list is shown first; the signature, a second pass over the messages, follows. It is read
+// after the list, so a change in between is caught by the next poll.
+void AppModel::readSignature() {
+    const auto generation = sourceGeneration_;
+    pollInFlight_ = true;
+    background_.run([database = source_] { return database->changeSignature(); },
+                    [this, generation](std::string signature) {
+                        pollInFlight_ = false;
+                        if (generation == sourceGeneration_) signature_ = std::move(signature);
+                    },
+                    [this](std::exception_ptr error) {
+                        pollInFlight_ = false;
+                        reportStatus("Couldn't check the Messages database for changes: " +
+                                     qs(messageOf(error)));
+                    });
 }
 
 void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
@@ -447,7 +464,8 @@ void AppModel::setPolling(bool on) {
 }
 
 void AppModel::pollForChanges() {
-    if (!source_ || pollInFlight_ || state_ != State::ready) return;
+    // Until the signature of what is shown is known there is nothing to compare with.
+    if (!source_ || pollInFlight_ || state_ != State::ready || signature_.empty()) return;
     pollInFlight_ = true;
     const auto generation = sourceGeneration_;
     background_.run(

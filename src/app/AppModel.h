@@ -140,6 +140,7 @@ private:
                   SourceKind kind);
     void finishOpening(Opened opened);
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
+    void readSignature();
     void loadTranscript(bool keepPosition);
     void persistEvents();
     void applyEvents();

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "sources/ChatListing.h"
 #include "sources/MessageDecoding.h"
 #include "sources/demo/DemoData.h"
 #include "support/CancelFlag.h"
@@ -152,53 +153,7 @@ std::string MessageDatabase::messageColumn(const std::string& column, const std:
 
 std::vector<Chat> MessageDatabase::fetchChats() {
     std::lock_guard guard(lock_);
-    std::string sql =
-        "SELECT c.ROWID, c.chat_identifier, IFNULL(c.display_name, ''), IFNULL(c.service_name, "
-        "''),\n"
-        "       COUNT(m.ROWID), MAX(m.date), MIN(ids.deleted)\n"
-        "FROM chat c\n"
-        "JOIN (SELECT chat_id, message_id, 0 AS deleted FROM chat_message_join ";
-    if (db_->tableExists(recoverableJoin))
-        sql += "UNION ALL SELECT chat_id, message_id, 1 FROM chat_recoverable_message_join";
-    sql +=
-        ") ids ON ids.chat_id = c.ROWID\n"
-        "JOIN message m ON m.ROWID = ids.message_id\n"
-        "-- Count messages the way the conversation shows them: reactions aren't messages.\n"
-        "WHERE " +
-        messageColumn("associated_message_type", "0") +
-        " NOT BETWEEN 2000 AND 3999\n"
-        "GROUP BY c.ROWID\n"
-        "ORDER BY MAX(m.date) DESC";
-    std::vector<Chat> chats;
-    std::unordered_map<int64_t, size_t> byID;
-    auto statement = db_->prepare(sql);
-    while (statement.step()) {
-        byID.emplace(statement.int64(0), chats.size());
-        chats.push_back(Chat{
-            .id = statement.int64(0),
-            .identifier = statement.text(1),
-            .displayName = statement.text(2),
-            .service = statement.text(3),
-            .messageCount = statement.int64(4),
-            .lastDate = appleDate(statement.int64(5)),
-            .isDeletedConversation = statement.int64(6) == 1,
-        });
-    }
-    for (auto& [chatID, handle] : readParticipants()) {
-        const auto found = byID.find(chatID);
-        if (found != byID.end()) chats[found->second].participants.push_back(std::move(handle));
-    }
-    return chats;
-}
-
-std::vector<std::pair<int64_t, std::string>> MessageDatabase::readParticipants() {
-    std::vector<std::pair<int64_t, std::string>> rows;
-    if (!db_->tableExists("chat_handle_join")) return rows;
-    auto statement = db_->prepare(
-        "SELECT chj.chat_id, h.id FROM chat_handle_join chj\n"
-        "JOIN handle h ON h.ROWID = chj.handle_id");
-    while (statement.step()) rows.emplace_back(statement.int64(0), statement.text(1));
-    return rows;
+    return chatListing::list(*db_);
 }
 
 std::string MessageDatabase::idsPrefix(const std::string& ids) {

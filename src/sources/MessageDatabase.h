@@ -84,7 +84,6 @@ private:
     std::vector<std::pair<int64_t, Attachment>> readAttachments(const std::string& prefix);
     std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> readRecoveredParts(
         const std::string& idList);
-    std::vector<std::pair<int64_t, std::string>> readParticipants();
 
     std::unique_ptr<sqlite::Connection> db_;
     PathMapper pathMapper_;
