@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "app/FreedOffMainThread.h"
+
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
 #include "evidence/UserEventRows.h"
@@ -67,7 +69,7 @@ QString accessInstructions(const std::string& path, const std::string& reason) {
 
 // The shown rows and their calendar, from the messages and the conversation's events.
 void arrangeRows(OpenTranscript& open, const std::vector<TimelineEvent>& events) {
-    open.rows = userEvents::merge(events, open.messages);
+    open.rows = events.empty() ? open.messages : userEvents::merge(events, open.messages);
     open.timeline = Timeline(open.rows);
     open.rowByGUID.clear();
     open.rowByGUID.reserve(open.rows.size());
@@ -296,7 +298,7 @@ void AppModel::loadTranscript(bool keepPosition) {
     background_.run(
         [database = source_, chatIDs = selected_->chatIDs, events = eventsForOpenConversation(),
          cancel] {
-            auto open = std::make_shared<OpenTranscript>();
+            auto open = std::make_unique<OpenTranscript>();
             auto read = database->fetchTranscript(chatIDs);
             cancel->check();
             CallHistory::shared().mergeCalls(read, *database, chatIDs, database->handles(chatIDs));
@@ -305,7 +307,7 @@ void AppModel::loadTranscript(bool keepPosition) {
             open->reactionEvents = std::move(read.reactionEvents);
             open->callLogIssue = std::move(read.callLogIssue);
             arrangeRows(*open, events);
-            return std::shared_ptr<const OpenTranscript>(std::move(open));
+            return freedOffMainThread(std::move(open));
         },
         [this, generation, keepPosition](std::shared_ptr<const OpenTranscript> open) {
             if (generation != transcriptGeneration_) return;
@@ -414,9 +416,9 @@ std::vector<TimelineEvent> AppModel::eventsForOpenConversation() const {
 }
 
 void AppModel::applyEvents() {
-    auto open = std::make_shared<OpenTranscript>(*transcript_);
+    auto open = std::make_unique<OpenTranscript>(*transcript_);
     arrangeRows(*open, eventsForOpenConversation());
-    transcript_ = std::move(open);
+    transcript_ = freedOffMainThread(std::move(open));
     emit transcriptChanged(true);
 }
 

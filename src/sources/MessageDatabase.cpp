@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include <sqlite3.h>
+
 #include "sources/ChatListing.h"
 #include "sources/MessageDecoding.h"
+#include "sources/TranscriptOrder.h"
 #include "sources/demo/DemoData.h"
 #include "support/CancelFlag.h"
 #include "support/Errors.h"
@@ -23,7 +26,9 @@ namespace {
 constexpr int busyTimeoutMilliseconds = 10000;
 constexpr const char* recoverableJoin = "chat_recoverable_message_join";
 
-// The tail of a message's statement after the ids prefix; column texts come from probes.
+// The transcript's rows after the ids prefix, in row id order: the membership columns are
+// placeholders filled in by the reader, which also sorts (see TranscriptOrder). The last column
+// says whether the date sorts as a plain integer. Column texts come from probes.
 std::string messageStatement(const std::function<std::string(const char*, const char*)>& column) {
     return "\nSELECT m.ROWID, m.guid, m.date, m.is_from_me, IFNULL(h.id, ''), m.text, " +
            column("attributedBody", "NULL") + ",\n       " +
@@ -32,17 +37,34 @@ std::string messageStatement(const std::function<std::string(const char*, const 
            column("associated_message_emoji", "NULL") + ", ''), " +
            column("thread_originator_guid", "NULL") + ", " + column("date_edited", "0") +
            ",\n       " + column("date_retracted", "0") + ", IFNULL(" +
-           column("balloon_bundle_id", "NULL") + ", ''), MIN(ids.chat_id), " +
-           column("error", "0") + ",\n       IFNULL(" + column("expressive_send_style_id", "NULL") +
-           ", ''), " + column("message_summary_info", "NULL") + ",\n       " +
-           column("date_delivered", "0") + ", " + column("date_read", "0") +
-           ", MAX(ids.deleted)\n"
-           "FROM ids\n"
-           "JOIN message m ON m.ROWID = ids.message_id\n"
+           column("balloon_bundle_id", "NULL") + ", ''), 0, " + column("error", "0") +
+           ",\n       IFNULL(" + column("expressive_send_style_id", "NULL") + ", ''), " +
+           column("message_summary_info", "NULL") + ",\n       " + column("date_delivered", "0") +
+           ", " + column("date_read", "0") +
+           ", NULL, typeof(m.date) IN ('integer', 'null')\n"
+           "FROM message m\n"
            "LEFT JOIN handle h ON h.ROWID = m.handle_id\n"
-           "GROUP BY m.ROWID\n"
-           "ORDER BY m.date, m.ROWID";
+           "WHERE m.ROWID IN (SELECT message_id FROM ids)";
 }
+
+// Several statements read one state of a database that Messages may be writing meanwhile. A
+// read transaction takes no write lock; inside a caller's transaction there is nothing to do.
+class ReadTransaction {
+public:
+    explicit ReadTransaction(sqlite::Connection& db)
+        : db_(db), owned_(sqlite3_get_autocommit(db.handle()) != 0) {
+        if (owned_) db_.execute("BEGIN");
+    }
+    ~ReadTransaction() {
+        if (owned_) sqlite3_exec(db_.handle(), "COMMIT", nullptr, nullptr, nullptr);
+    }
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+private:
+    sqlite::Connection& db_;
+    bool owned_;
+};
 
 messages::StoredRow storedRow(const sqlite::Statement& row) {
     auto text = row.optionalText(5);
@@ -237,16 +259,9 @@ std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> MessageDatabase::rea
     return rows;
 }
 
-// An upper bound of the transcript's length (reactions included), so that the list of a huge
-// conversation is allocated once instead of doubling past it.
-size_t MessageDatabase::rowCount(const std::string& prefix) {
-    auto statement = db_->prepare(prefix + "\nSELECT COUNT(*) FROM ids");
-    statement.step();
-    return static_cast<size_t>(std::max<int64_t>(statement.int64(0), 0));
-}
-
 Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs) {
     std::lock_guard guard(lock_);
+    const ReadTransaction oneState(*db_);
     const std::string ids = idList(chatIDs);
     const std::string prefix = idsPrefix(ids);
 
@@ -259,14 +274,43 @@ Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs)
     for (auto& [messageID, list] : readRecoveredParts(ids))
         parts.emplace(messageID, std::move(list));
 
+    // The cheap membership scan when ids are plain integers, else the grouped statement.
+    auto memberships = transcriptOrder::membershipsByScan(*db_, prefix);
+    std::optional<std::unordered_map<int64_t, transcriptOrder::Placement>> placements;
+    if (!memberships) placements = transcriptOrder::placementsByStatement(*db_, prefix);
+    const auto membershipOf = [&](int64_t rowID) -> const transcriptOrder::Membership* {
+        if (memberships) {
+            const auto found = memberships->find(rowID);
+            return found == memberships->end() ? nullptr : &found->second;
+        }
+        const auto found = placements->find(rowID);
+        return found == placements->end() ? nullptr : &found->second.membership;
+    };
+
     Transcript transcript;
-    transcript.messages.reserve(rowCount(prefix));
+    std::vector<transcriptOrder::SortKey> keys;
+    std::vector<size_t> messageRows, reactionRows;  // indexes into keys
+    bool integerDates = true;
+    // Allocated once: a huge conversation's list would otherwise double its way up.
+    const size_t expected = memberships ? memberships->size() : placements->size();
+    transcript.messages.reserve(expected);
+    keys.reserve(expected);
+    messageRows.reserve(expected);
     auto statement =
         db_->prepare(prefix + messageStatement([this](const char* column, const char* fallback) {
                          return messageColumn(column, fallback);
                      }));
     while (statement.step()) {
         auto row = storedRow(statement);
+        const auto* membership = membershipOf(row.rowID);
+        if (!membership) continue;
+        row.chatID = membership->chatID;
+        row.deleted = membership->deleted;
+        integerDates = integerDates && statement.int64(22) != 0;
+        (messages::isReaction(row.associatedType) ? reactionRows : messageRows)
+            .push_back(keys.size());
+        keys.push_back({.date = statement.isNull(2) ? std::nullopt : std::optional(row.date),
+                        .rowID = row.rowID});
         if (messages::isReaction(row.associatedType)) {
             transcript.reactionEvents.push_back(messages::reactionEvent(row));
             continue;
@@ -275,6 +319,25 @@ Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs)
         transcript.messages.push_back(
             messages::message(std::move(row), takeFor(attachments, id), takeFor(parts, id)));
     }
+
+    // Dates that aren't plain integers sort the engine's way.
+    if (!placements && !integerDates)
+        placements = transcriptOrder::placementsByStatement(*db_, prefix);
+    std::vector<size_t> positions;
+    if (placements) {
+        positions.reserve(keys.size());
+        for (const auto& key : keys) positions.push_back(placements->at(key.rowID).position);
+    } else {
+        positions = transcriptOrder::ranks(keys);
+    }
+    const auto positionsOf = [&](const std::vector<size_t>& rows) {
+        std::vector<size_t> selected;
+        selected.reserve(rows.size());
+        for (const size_t row : rows) selected.push_back(positions[row]);
+        return selected;
+    };
+    transcriptOrder::arrange(transcript.messages, positionsOf(messageRows));
+    transcriptOrder::arrange(transcript.reactionEvents, positionsOf(reactionRows));
     messages::foldReactions(transcript.messages, transcript.reactionEvents);
     return transcript;
 }

@@ -80,7 +80,6 @@ private:
                                const std::string& column, const std::string& fallback);
     std::string messageColumn(const std::string& column, const std::string& fallback);
     std::string memberIDs(const std::string& ids, const std::string& combine);
-    size_t rowCount(const std::string& prefix);
     std::vector<std::pair<int64_t, Attachment>> readAttachments(const std::string& prefix);
     std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> readRecoveredParts(
         const std::string& idList);
