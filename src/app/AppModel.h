@@ -85,7 +85,14 @@ public:
     void selectConversation(std::optional<size_t> index);
 
     const OpenTranscript& transcript() const { return *transcript_; }
-    std::shared_ptr<const OpenTranscript> sharedTranscript() const { return transcript_; }
+    // What the transcript view shows: while a long conversation is read, its newest rows (which
+    // transcript() never holds, so nothing acts on part of a conversation).
+    std::shared_ptr<const OpenTranscript> sharedTranscript() const {
+        return recentRows_ ? recentRows_ : transcript_;
+    }
+    // Conversations longer than this show their last rows before the whole is read.
+    static constexpr int64_t recentFirstAbove = 20'000;
+    static constexpr size_t recentRows = 400;
     std::optional<size_t> rowOfMessage(int64_t messageID) const;
     std::optional<size_t> rowOfDay(size_t dayIndex) const;
 
@@ -142,6 +149,7 @@ private:
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
     void readSignature();
     void loadTranscript(bool keepPosition);
+    void dropRecentRows();
     void persistEvents();
     void applyEvents();
     // True when the selected conversation now holds other chats and must be read again.
@@ -173,6 +181,7 @@ private:
     std::vector<Conversation> conversations_;
     std::optional<Conversation> selected_;
     std::shared_ptr<const OpenTranscript> transcript_;
+    std::shared_ptr<const OpenTranscript> recentRows_;
 
     EvidenceFlags flags_;
     std::vector<TimelineEvent> events_;

@@ -179,8 +179,14 @@ std::vector<Chat> MessageDatabase::fetchChats() {
 }
 
 std::string MessageDatabase::idsPrefix(const std::string& ids) {
+    return "WITH " + membershipTable("ids", ids);
+}
+
+// The common table of every membership row of the conversations, named `name`.
+std::string MessageDatabase::membershipTable(const std::string& name, const std::string& ids) {
     std::string sql =
-        "WITH ids(message_id, chat_id, deleted) AS (\n"
+        name +
+        "(message_id, chat_id, deleted) AS (\n"
         "    SELECT message_id, chat_id, NULL FROM chat_message_join WHERE chat_id IN (" +
         ids;
     if (db_->tableExists(recoverableJoin)) {
@@ -195,6 +201,22 @@ std::string MessageDatabase::idsPrefix(const std::string& ids) {
         sql += ")\n    UNION ALL SELECT NULL, NULL, NULL WHERE 0 AND -1 NOT IN (";
     }
     return sql + ids + ")\n)";
+}
+
+// The ids prefix narrowed to the newest rows of the transcript's order.
+std::string MessageDatabase::recentIDsPrefix(const std::string& ids, size_t rows) {
+    auto statement = db_->prepare(idsPrefix(ids) +
+                                  "\nSELECT m.ROWID FROM ids\n"
+                                  "JOIN message m ON m.ROWID = ids.message_id\n"
+                                  "GROUP BY m.ROWID\n"
+                                  "ORDER BY m.date DESC, m.ROWID DESC LIMIT " +
+                                  std::to_string(rows));
+    std::vector<int64_t> recent;
+    while (statement.step()) recent.push_back(statement.int64(0));
+    return "WITH " + membershipTable("every", ids) +
+           ",\nids(message_id, chat_id, deleted) AS (\n"
+           "    SELECT message_id, chat_id, deleted FROM every WHERE message_id IN (" +
+           idList(recent) + ")\n)";
 }
 
 std::vector<std::pair<int64_t, Attachment>> MessageDatabase::readAttachments(
@@ -263,8 +285,18 @@ Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs)
     std::lock_guard guard(lock_);
     const ReadTransaction oneState(*db_);
     const std::string ids = idList(chatIDs);
-    const std::string prefix = idsPrefix(ids);
+    return readTranscript(idsPrefix(ids), ids);
+}
 
+Transcript MessageDatabase::fetchRecentRows(const std::vector<int64_t>& chatIDs, size_t rows) {
+    std::lock_guard guard(lock_);
+    const ReadTransaction oneState(*db_);
+    const std::string ids = idList(chatIDs);
+    return readTranscript(recentIDsPrefix(ids, rows), ids);
+}
+
+// The transcript of the memberships in `prefix`'s ids; `ids` lists the conversations.
+Transcript MessageDatabase::readTranscript(const std::string& prefix, const std::string& ids) {
     std::unordered_map<int64_t, std::vector<Attachment>> attachments;
     for (auto& [messageID, attachment] : readAttachments(prefix)) {
         if (pathMapper_) attachment.path = pathMapper_(attachment.path, attachment.id);

@@ -116,6 +116,30 @@ TEST(TranscriptOrder, OddlyStoredDatesAndIdsFallBackToTheEnginesOrder) {
     }
 }
 
+template <typename Item>
+std::vector<Item> lastOf(const std::vector<Item>& items, size_t count) {
+    return std::vector<Item>(items.end() - static_cast<std::ptrdiff_t>(count), items.end());
+}
+
+TEST(TranscriptOrder, RecentRowsAreTheEndOfTheWholeTranscript) {
+    TempDir dir;
+    const auto file = dir / "large.db";
+    demo::LargeSample{.messages = 20'000}.write(file);
+    MessageDatabase db(file);
+    const std::vector<int64_t> chats = {demo::LargeSample::largestChat, 7};
+    const auto whole = db.fetchTranscript(chats);
+    const size_t total = whole.messages.size() + whole.reactionEvents.size();
+    for (const size_t rows : {size_t{1}, size_t{40}, size_t{700}, total + 5}) {
+        SCOPED_TRACE(rows);
+        const auto recent = db.fetchRecentRows(chats, rows);
+        EXPECT_EQ(recent.messages.size() + recent.reactionEvents.size(), std::min(rows, total));
+        EXPECT_EQ(recent.messages, lastOf(whole.messages, recent.messages.size()));
+        EXPECT_EQ(recent.reactionEvents,
+                  lastOf(whole.reactionEvents, recent.reactionEvents.size()));
+    }
+    EXPECT_EQ(db.fetchRecentRows(chats, total + 5), whole);
+}
+
 TEST(TranscriptOrder, ArrangeMovesItemsToTheirPositions) {
     std::vector<std::string> items = {"c", "a", "d", "b", "e"};
     transcriptOrder::arrange(items, {30, 10, 40, 20, 50});
