@@ -6,8 +6,10 @@ namespace bc::transcriptOrder {
 
 namespace {
 
-std::optional<int64_t> optionalInteger(const sqlite::Statement& row, int column) {
-    return row.isNull(column) ? std::nullopt : std::optional(row.int64(column));
+// Columns 1 and 2 of a row: a chat id and a deleted value.
+Membership membershipIn(const sqlite::Statement& row) {
+    return {.chatID = row.int64(1),
+            .deleted = row.isNull(2) ? std::nullopt : std::optional(row.int64(2))};
 }
 
 }  // namespace
@@ -22,8 +24,7 @@ std::optional<std::unordered_map<int64_t, Membership>> membershipsByScan(
     std::unordered_map<int64_t, Membership> memberships;
     while (statement.step()) {
         if (statement.int64(3) == 0) return std::nullopt;
-        const Membership row{.chatID = statement.int64(1),
-                             .deleted = optionalInteger(statement, 2)};
+        const Membership row = membershipIn(statement);
         auto [found, isNew] = memberships.try_emplace(statement.int64(0), row);
         if (isNew) continue;
         // MIN and MAX as the engine takes them: NULL never wins.
@@ -47,9 +48,7 @@ std::unordered_map<int64_t, Placement> placementsByStatement(sqlite::Connection&
     while (statement.step()) {
         const size_t position = placements.size();
         placements.emplace(statement.int64(0),
-                           Placement{.membership = {.chatID = statement.int64(1),
-                                                    .deleted = optionalInteger(statement, 2)},
-                                     .position = position});
+                           Placement{.membership = membershipIn(statement), .position = position});
     }
     return placements;
 }
