@@ -175,6 +175,7 @@ std::string MessageDatabase::messageColumn(const std::string& column, const std:
 
 std::vector<Chat> MessageDatabase::fetchChats() {
     std::lock_guard guard(lock_);
+    const ReadTransaction oneState(*db_);
     return chatListing::list(*db_);
 }
 
