@@ -9,6 +9,7 @@
 #include <QListView>
 #include <QListWidget>
 #include <QMenu>
+#include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -22,7 +23,11 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include "app/CustodyLogWindow.h"
 #include "app/EventDialog.h"
+#include "app/Snapshots.h"
+#include "app/SnapshotsWindow.h"
+#include "app/SourceSwitcher.h"
 #include "app/ThumbnailCache.h"
 #include "app/TranscriptDelegate.h"
 #include "app/TranscriptModel.h"
@@ -112,6 +117,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     layout->addWidget(makeStatusLine());
     setCentralWidget(central);
     addShortcuts();
+    addSnapshotMenu();
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
@@ -135,14 +141,11 @@ QWidget* MainWindow::makeSourceBar() {
     auto* row = new QHBoxLayout(bar);
     sourceLabel_ = new QLabel(bar);
     sourceLabel_->setObjectName("source");
-    auto* open = button("Open a Messages database file…", bar);
-    auto* live = button("Use This Mac's Messages", bar);
-    connect(open, &QPushButton::clicked, this, &MainWindow::openDatabaseFile);
-    connect(live, &QPushButton::clicked, &model_, &AppModel::openLive);
+    auto* switcher = new SourceSwitcher(model_, bar);
+    connect(switcher, &SourceSwitcher::openFileRequested, this, &MainWindow::openDatabaseFile);
     row->addWidget(new QLabel("Source:", bar));
+    row->addWidget(switcher);
     row->addWidget(sourceLabel_, 1);
-    row->addWidget(live);
-    row->addWidget(open);
     return bar;
 }
 
@@ -315,6 +318,36 @@ void MainWindow::addShortcuts() {
     bind(QKeySequence("Ctrl+]"), 1);
     bind(QKeySequence("Alt+Left"), -1);
     bind(QKeySequence("Alt+Right"), 1);
+}
+
+void MainWindow::addSnapshotMenu() {
+    auto* menu = menuBar()->addMenu("Snapshots");
+    menu->addAction("Preservation Snapshots…", this, [this] {
+        snapshotsWindow().show();
+        snapshotsWindow().raise();
+    });
+    menu->addAction("Take Snapshot", &model_.snapshots(), &Snapshots::take);
+    menu->addSeparator();
+    menu->addAction("Custody Log…", this, [this] {
+        custodyLogWindow().show();
+        custodyLogWindow().raise();
+    });
+    menu->addSeparator();
+    auto* calls = menu->addAction("Include Calls in Transcripts");
+    calls->setObjectName("includeCalls");
+    calls->setCheckable(true);
+    calls->setChecked(model_.callsIncluded());
+    connect(calls, &QAction::toggled, &model_, &AppModel::setCallsIncluded);
+}
+
+SnapshotsWindow& MainWindow::snapshotsWindow() {
+    if (!snapshotsWindow_) snapshotsWindow_ = new SnapshotsWindow(model_, this);
+    return *snapshotsWindow_;
+}
+
+CustodyLogWindow& MainWindow::custodyLogWindow() {
+    if (!custodyLogWindow_) custodyLogWindow_ = new CustodyLogWindow(model_, this);
+    return *custodyLogWindow_;
 }
 
 // ---- showing the model
