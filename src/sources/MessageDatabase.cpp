@@ -321,14 +321,11 @@ Transcript MessageDatabase::readTranscript(const std::string& prefix, const std:
     };
 
     Transcript transcript;
-    std::vector<transcriptOrder::SortKey> keys;
-    std::vector<size_t> messageRows, reactionRows;  // indexes into keys
-    bool integerDates = true;
+    transcriptOrder::ReadOrder order;
     // Allocated once: a huge conversation's list would otherwise double its way up.
     const size_t expected = memberships ? memberships->size() : placements->size();
     transcript.messages.reserve(expected);
-    keys.reserve(expected);
-    messageRows.reserve(expected);
+    order.reserve(expected);
     auto statement =
         db_->prepare(prefix + messageStatement([this](const char* column, const char* fallback) {
                          return messageColumn(column, fallback);
@@ -339,12 +336,11 @@ Transcript MessageDatabase::readTranscript(const std::string& prefix, const std:
         if (!membership) continue;
         row.chatID = membership->chatID;
         row.deleted = membership->deleted;
-        integerDates = integerDates && statement.int64(22) != 0;
-        (messages::isReaction(row.associatedType) ? reactionRows : messageRows)
-            .push_back(keys.size());
-        keys.push_back({.date = statement.isNull(2) ? std::nullopt : std::optional(row.date),
-                        .rowID = row.rowID});
-        if (messages::isReaction(row.associatedType)) {
+        const bool isReaction = messages::isReaction(row.associatedType);
+        order.add({.date = statement.isNull(2) ? std::nullopt : std::optional(row.date),
+                   .rowID = row.rowID},
+                  isReaction, statement.int64(22) != 0);
+        if (isReaction) {
             transcript.reactionEvents.push_back(messages::reactionEvent(row));
             continue;
         }
@@ -352,25 +348,10 @@ Transcript MessageDatabase::readTranscript(const std::string& prefix, const std:
         transcript.messages.push_back(
             messages::message(std::move(row), takeFor(attachments, id), takeFor(parts, id)));
     }
-
-    // Dates that aren't plain integers sort the engine's way.
-    if (!placements && !integerDates)
+    if (!placements && !order.keysSortAsTheEngine())
         placements = transcriptOrder::placementsByStatement(*db_, prefix);
-    std::vector<size_t> positions;
-    if (placements) {
-        positions.reserve(keys.size());
-        for (const auto& key : keys) positions.push_back(placements->at(key.rowID).position);
-    } else {
-        positions = transcriptOrder::ranks(keys);
-    }
-    const auto positionsOf = [&](const std::vector<size_t>& rows) {
-        std::vector<size_t> selected;
-        selected.reserve(rows.size());
-        for (const size_t row : rows) selected.push_back(positions[row]);
-        return selected;
-    };
-    transcriptOrder::arrange(transcript.messages, positionsOf(messageRows));
-    transcriptOrder::arrange(transcript.reactionEvents, positionsOf(reactionRows));
+    order.apply(transcript.messages, transcript.reactionEvents,
+                placements ? &*placements : nullptr);
     messages::foldReactions(transcript.messages, transcript.reactionEvents);
     return transcript;
 }

@@ -62,4 +62,32 @@ std::vector<size_t> ranks(const std::vector<SortKey>& keys) {
     return rank;
 }
 
+void ReadOrder::reserve(size_t rows) {
+    keys_.reserve(rows);
+    messageRows_.reserve(rows);
+}
+
+void ReadOrder::add(const SortKey& key, bool isReaction, bool sortsAsInteger) {
+    (isReaction ? reactionRows_ : messageRows_).push_back(keys_.size());
+    keys_.push_back(key);
+    sortsAsIntegers_ = sortsAsIntegers_ && sortsAsInteger;
+}
+
+std::vector<size_t> ReadOrder::positionsOfRows(
+    const std::unordered_map<int64_t, Placement>* placements) const {
+    if (!placements) return ranks(keys_);
+    std::vector<size_t> positions;
+    positions.reserve(keys_.size());
+    for (const auto& key : keys_) positions.push_back(placements->at(key.rowID).position);
+    return positions;
+}
+
+std::vector<size_t> ReadOrder::select(const std::vector<size_t>& positions,
+                                      const std::vector<size_t>& rows) {
+    std::vector<size_t> selected;
+    selected.reserve(rows.size());
+    for (const size_t row : rows) selected.push_back(positions[row]);
+    return selected;
+}
+
 }  // namespace bc::transcriptOrder

@@ -49,9 +49,6 @@ struct SortKey {
     auto operator<=>(const SortKey&) const = default;
 };
 
-// The rank of each key among all of them.
-std::vector<size_t> ranks(const std::vector<SortKey>& keys);
-
 // Puts items in the order of their positions (any increasing numbers), moving each item once.
 template <typename Item>
 void arrange(std::vector<Item>& items, const std::vector<size_t>& positions) {
@@ -74,6 +71,37 @@ void arrange(std::vector<Item>& items, const std::vector<size_t>& positions) {
         order[at] = at;
     }
 }
+
+// The rank of each key among all of them.
+std::vector<size_t> ranks(const std::vector<SortKey>& keys);
+
+// The rows of a transcript as they were read, to be put in transcript order at the end.
+class ReadOrder {
+public:
+    void reserve(size_t rows);
+    // `sortsAsInteger`: the date is an integer or NULL, so the key sorts it as the engine would.
+    void add(const SortKey& key, bool isReaction, bool sortsAsInteger);
+    // When false, only the grouped statement's positions give the order.
+    bool keysSortAsTheEngine() const { return sortsAsIntegers_; }
+    // Messages and reactions each put in order: by the keys, or by `placements` when given.
+    template <typename MessageItem, typename ReactionItem>
+    void apply(std::vector<MessageItem>& messages, std::vector<ReactionItem>& reactions,
+               const std::unordered_map<int64_t, Placement>* placements) const {
+        const auto positions = positionsOfRows(placements);
+        arrange(messages, select(positions, messageRows_));
+        arrange(reactions, select(positions, reactionRows_));
+    }
+
+private:
+    std::vector<size_t> positionsOfRows(
+        const std::unordered_map<int64_t, Placement>* placements) const;
+    static std::vector<size_t> select(const std::vector<size_t>& positions,
+                                      const std::vector<size_t>& rows);
+
+    std::vector<SortKey> keys_;
+    std::vector<size_t> messageRows_, reactionRows_;  // indexes into keys_
+    bool sortsAsIntegers_ = true;
+};
 
 }  // namespace transcriptOrder
 }  // namespace bc
