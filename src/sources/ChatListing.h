@@ -13,7 +13,7 @@ class Connection;
 
 // The conversation list of a Messages database: every chat with at least one counted message
 // (reactions never count), newest first, with its participants. Callers hold the connection's
-// lock.
+// lock and read in one transaction, so the several statements see one state.
 namespace chatListing {
 
 // The list, by the quickest way that gives exactly what `byStatement` gives.
