@@ -14,6 +14,7 @@
 
 #include "app/Background.h"
 #include "app/Conversations.h"
+#include "app/Exports.h"
 #include "app/Jobs.h"
 #include "custody/AttachmentWatch.h"
 #include "evidence/EvidenceFlags.h"
@@ -79,6 +80,7 @@ public:
     // Contacts give names and same-person grouping once loaded; until then handles stand in.
     void loadContacts();
 
+    const std::vector<Chat>& chats() const { return chats_; }
     const std::vector<Conversation>& conversations() const { return conversations_; }
     std::optional<size_t> selectedIndex() const;
     const Conversation* selectedConversation() const;
@@ -117,11 +119,14 @@ public:
 
     // Exports and snapshots run here, one at a time; their progress is the status line's.
     Jobs& jobs() { return jobs_; }
+    Exports& exports() { return exports_; }
 
     QString statusText() const;
     bool isBusy() const { return busy_ || jobs_.isRunning(); }
     // Cancels the running export or snapshot, else the reading under way.
     void cancel();
+    // A line for the status line, kept until the next one.
+    void reportStatus(const QString& text);
 
 signals:
     void stateChanged();
@@ -148,10 +153,10 @@ private:
     void setState(State state, QString message = {});
     std::shared_ptr<CancelFlag> beginTask(const QString& progress);
     void endTask(const QString& status = {});
-    void reportStatus(const QString& text);
 
     Background background_;
     Jobs jobs_;
+    Exports exports_{*this};
     QTimer pollTimer_;
     State state_ = State::loading;
     QString stateMessage_;

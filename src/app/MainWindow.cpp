@@ -9,6 +9,7 @@
 #include <QListView>
 #include <QListWidget>
 #include <QMenu>
+#include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -23,6 +24,7 @@
 #include <QVBoxLayout>
 
 #include "app/EventDialog.h"
+#include "app/ExportMenu.h"
 #include "app/ThumbnailCache.h"
 #include "app/TranscriptDelegate.h"
 #include "app/TranscriptModel.h"
@@ -33,6 +35,8 @@ namespace bc::app {
 namespace {
 
 constexpr int messageIDRole = Qt::UserRole + 1;
+constexpr int unitRole = Qt::UserRole + 2;
+constexpr int startRole = Qt::UserRole + 3;
 constexpr const char* unitSetting = "timeline/jumpUnit";
 
 QString qs(const std::string& text) {
@@ -55,6 +59,20 @@ QPushButton* button(const QString& title, QWidget* parent, const QString& tip = 
     return made;
 }
 
+Timeline::Unit unitOf(Timeline::Node::Level level) {
+    switch (level) {
+        case Timeline::Node::Level::year:
+            return Timeline::Unit::year;
+        case Timeline::Node::Level::month:
+            return Timeline::Unit::month;
+        case Timeline::Node::Level::week:
+            return Timeline::Unit::week;
+        case Timeline::Node::Level::day:
+            return Timeline::Unit::day;
+    }
+    return Timeline::Unit::day;
+}
+
 void addTreeNodes(QTreeWidgetItem* parent, QTreeWidget* tree,
                   const std::vector<Timeline::Node>& nodes) {
     for (const auto& node : nodes) {
@@ -62,6 +80,8 @@ void addTreeNodes(QTreeWidgetItem* parent, QTreeWidget* tree,
         item->setText(0, qs(node.label));
         item->setText(1, QString::number(node.count));
         item->setData(0, messageIDRole, QVariant::fromValue<qlonglong>(node.firstMessageID));
+        item->setData(0, unitRole, qs(std::string(Timeline::unitName(unitOf(node.level)))));
+        item->setData(0, startRole, node.start.seconds);
         if (node.children) addTreeNodes(item, tree, *node.children);
     }
 }
@@ -112,6 +132,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     layout->addWidget(makeStatusLine());
     setCentralWidget(central);
     addShortcuts();
+    addExportMenu();
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
@@ -257,6 +278,8 @@ QWidget* MainWindow::makeSidebar() {
     connect(timelineTree_, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem* item) {
         showMessage(item->data(0, messageIDRole).toLongLong());
     });
+    timelineTree_->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(timelineTree_, &QWidget::customContextMenuRequested, this, &MainWindow::timelineMenu);
     tabs->addTab(timelineTree_, "Timeline");
 
     auto* evidence = new QWidget(tabs);
@@ -315,6 +338,12 @@ void MainWindow::addShortcuts() {
     bind(QKeySequence("Ctrl+]"), 1);
     bind(QKeySequence("Alt+Left"), -1);
     bind(QKeySequence("Alt+Right"), 1);
+}
+
+void MainWindow::addExportMenu() {
+    menuBar()->addMenu(makeExportMenu(model_, this));
+    model_.exports().setDialogs(ExportDialogs::native(this));
+    answerExportOptions(model_, this);
 }
 
 // ---- showing the model
@@ -520,6 +549,19 @@ void MainWindow::transcriptMenu(const QPoint& at) {
         menu.addAction("Add Event Here…", this, &MainWindow::addEvent);
     }
     menu.exec(transcriptView_->viewport()->mapToGlobal(at));
+}
+
+void MainWindow::timelineMenu(const QPoint& at) {
+    const auto* item = timelineTree_->itemAt(at);
+    if (!item) return;
+    const auto unitName = item->data(0, unitRole).toString();
+    const auto unit = Timeline::unitNamed(unitName.toStdString());
+    if (!unit) return;
+    QMenu menu(this);
+    addPeriodExports(menu, model_,
+                     ExportPeriod::containing(Date{item->data(0, startRole).toDouble()}, *unit),
+                     unitName);
+    menu.exec(timelineTree_->viewport()->mapToGlobal(at));
 }
 
 }  // namespace bc::app

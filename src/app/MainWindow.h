@@ -48,6 +48,7 @@ private:
     QWidget* makeSidebar();
     QWidget* makeStatusLine();
     void addShortcuts();
+    void addExportMenu();
 
     void showState();
     void showConversations();
@@ -63,6 +64,7 @@ private:
     void addEvent();
     void editEvent(const Message& row);
     void transcriptMenu(const QPoint& at);
+    void timelineMenu(const QPoint& at);
     Timeline::Unit jumpUnit() const;
 
     AppModel& model_;
