@@ -199,13 +199,9 @@ bool Exports::startExport(const ExportRequest& request) {
     const auto database = model_.database();
     if (model_.jobs().isRunning() || !database) return false;
     saveSettings(request.settings);
-    std::optional<fs::path> destination;
-    try {
-        destination = chooseDestination(request.format, request.baseName());
-    } catch (const std::exception& problem) {
-        model_.reportStatus(QString("Export failed, nothing was saved: ") + problem.what());
-        return false;
-    }
+    const auto destination =
+        askWhere([&] { return chooseDestination(request.format, request.baseName()); },
+                 "Export failed, nothing was saved: ");
     if (!destination) return false;
     std::vector<Chat> chats;
     for (const auto& source : request.sources) chats.push_back(source.chat);
@@ -245,6 +241,16 @@ std::optional<fs::path> Exports::chooseDestination(RangeExportFormat format,
     return destinationIn(*folder, format, baseName);
 }
 
+std::optional<fs::path> Exports::askWhere(const std::function<std::optional<fs::path>()>& choose,
+                                          const QString& failurePrefix) {
+    try {
+        return choose();
+    } catch (const std::exception& problem) {
+        model_.reportStatus(failurePrefix + problem.what());
+        return std::nullopt;
+    }
+}
+
 // ---- the plain path
 
 std::optional<fs::path> Exports::exportFolder(const QString& message) {
@@ -264,15 +270,15 @@ std::optional<fs::path> Exports::plainDestination(const std::string& fileName,
 
 bool Exports::exportSelected(ExportFormat format) {
     const auto* conversation = model_.selectedConversation();
-    if (model_.jobs().isRunning() || !conversation) return false;
-    std::optional<fs::path> file;
-    try {
-        file = plainDestination(
-            Exporter::fileName(conversation->title, conversation->chatIDs.front(), format), format);
-    } catch (const std::exception& problem) {
-        model_.reportStatus(QString("Export failed: ") + problem.what());
-        return false;
-    }
+    // While the conversation is still being read there is nothing whole to write.
+    if (model_.isBusy() || !conversation) return false;
+    const auto file = askWhere(
+        [&] {
+            return plainDestination(
+                Exporter::fileName(conversation->title, conversation->chatIDs.front(), format),
+                format);
+        },
+        "Export failed: ");
     if (!file) return false;
     return runJob(
         "Exporting…",
@@ -293,13 +299,8 @@ bool Exports::exportSelected(ExportFormat format) {
 bool Exports::exportAll(ExportFormat format) {
     const auto database = model_.database();
     if (model_.jobs().isRunning() || !database) return false;
-    std::optional<fs::path> folder;
-    try {
-        folder = exportFolder(everyConversationMessage);
-    } catch (const std::exception& problem) {
-        model_.reportStatus(QString("Export failed: ") + problem.what());
-        return false;
-    }
+    const auto folder =
+        askWhere([&] { return exportFolder(everyConversationMessage); }, "Export failed: ");
     if (!folder) return false;
     return runJob(
         "Exporting…",

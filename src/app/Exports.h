@@ -90,6 +90,10 @@ private:
     bool runJob(const QString& preparing,
                 std::function<QString(const CancelFlag&, const ProgressFn&)> work,
                 const QString& failurePrefix);
+    // What `choose` gives; a failure (the demo folder cannot be made) is reported, giving nothing.
+    std::optional<std::filesystem::path> askWhere(
+        const std::function<std::optional<std::filesystem::path>()>& choose,
+        const QString& failurePrefix);
     std::optional<std::filesystem::path> plainDestination(const std::string& fileName,
                                                           ExportFormat format);
     std::optional<std::filesystem::path> exportFolder(const QString& message);
