@@ -148,11 +148,14 @@ void Exports::saveSettings(const ExportSettings& settings) {
 
 // ---- range exports
 
-ExportRequest Exports::makeRequest(RangeExportFormat format,
-                                   const std::optional<ExportPeriod>& period) const {
+void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPeriod>& period,
+                          std::function<void(ExportRequest)> made) {
     const auto* conversation = model_.selectedConversation();
     const auto database = model_.database();
-    if (!conversation || !database) throw Error("Choose a conversation to export.");
+    if (!conversation || !database) {
+        model_.reportStatus("Choose a conversation to export.");
+        return;
+    }
     ExportRequest request{
         .id = newUUID(), .format = format, .settings = settings_, .title = conversation->title};
     for (const auto id : conversation->chatIDs) {
@@ -161,15 +164,22 @@ ExportRequest Exports::makeRequest(RangeExportFormat format,
                                        [id](const Chat& known) { return known.id == id; });
         if (chat != chats.end()) request.sources.push_back({*chat, true});
     }
-    std::optional<std::pair<Date, Date>> range;
-    try {
-        range = database->dateRange(request.chatIDs());
-    } catch (const std::exception&) {
-        range.reset();
-    }
-    if (!range) throw Error(dateRangeProblem);
-    request.earliest = range->first;
-    request.latest = range->second;
+    // Off the main thread: the reader may be busy with another conversation for seconds.
+    background_.run([database, ids = request.chatIDs()] { return database->dateRange(ids); },
+                    [this, request, period, made](std::optional<std::pair<Date, Date>> range) {
+                        if (!range) {
+                            model_.reportStatus(dateRangeProblem);
+                            return;
+                        }
+                        made(dated(request, *range, period));
+                    },
+                    [this](std::exception_ptr) { model_.reportStatus(dateRangeProblem); });
+}
+
+ExportRequest Exports::dated(ExportRequest request, std::pair<Date, Date> range,
+                             const std::optional<ExportPeriod>& period) {
+    request.earliest = range.first;
+    request.latest = range.second;
     Calendar calendar;
     request.from = period ? period->from : calendar.startOfDay(request.earliest);
     request.to = period ? period->to : calendar.startOfDay(request.latest);
@@ -179,20 +189,12 @@ ExportRequest Exports::makeRequest(RangeExportFormat format,
 
 void Exports::showExportOptions(RangeExportFormat format,
                                 const std::optional<ExportPeriod>& period) {
-    try {
-        emit optionsRequested(makeRequest(format, period));
-    } catch (const std::exception& problem) {
-        model_.reportStatus(problem.what());
-    }
+    makeRequest(format, period,
+                [this](const ExportRequest& request) { emit optionsRequested(request); });
 }
 
-bool Exports::quickExport(const ExportPeriod& period, RangeExportFormat format) {
-    try {
-        return startExport(makeRequest(format, period));
-    } catch (const std::exception& problem) {
-        model_.reportStatus(problem.what());
-        return false;
-    }
+void Exports::quickExport(const ExportPeriod& period, RangeExportFormat format) {
+    makeRequest(format, period, [this](const ExportRequest& request) { startExport(request); });
 }
 
 bool Exports::startExport(const ExportRequest& request) {

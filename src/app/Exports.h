@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QString>
 
+#include "app/Background.h"
 #include "export/ExportJob.h"
 #include "export/ExportPeriod.h"
 #include "export/Exporter.h"
@@ -57,13 +58,14 @@ public:
     void setDialogs(ExportDialogs dialogs) { dialogs_ = std::move(dialogs); }
 
     // The selected conversation and the same person's other chats, all included, over the
-    // period when given, else over all their messages. Throws Error with the line to show.
-    ExportRequest makeRequest(RangeExportFormat format,
-                              const std::optional<ExportPeriod>& period) const;
+    // period when given, else over all their messages: handed to `made` once their date range is
+    // read. A problem goes to the status line instead.
+    void makeRequest(RangeExportFormat format, const std::optional<ExportPeriod>& period,
+                     std::function<void(ExportRequest)> made);
     // Asks the window for the export sheet through `optionsRequested`.
     void showExportOptions(RangeExportFormat format, const std::optional<ExportPeriod>& period);
-    // The period straight to its destination, no sheet. False when nothing was started.
-    bool quickExport(const ExportPeriod& period, RangeExportFormat format);
+    // The period straight to its destination, no sheet.
+    void quickExport(const ExportPeriod& period, RangeExportFormat format);
     // Saves the settings, asks where to, then runs the export. False when nothing was started:
     // another export or snapshot is running, or the user cancelled the panel.
     bool startExport(const ExportRequest& request);
@@ -85,6 +87,8 @@ signals:
     void optionsRequested(const ExportRequest& request);
 
 private:
+    static ExportRequest dated(ExportRequest request, std::pair<Date, Date> range,
+                               const std::optional<ExportPeriod>& period);
     // Runs `work` (giving the last line) on the job runner; a throw ends it with
     // `failurePrefix` + the error, or the cancelled line.
     bool runJob(const QString& preparing,
@@ -103,6 +107,7 @@ private:
     ExportSettings settings_;
     ExportDialogs dialogs_;
     bool exporting_ = false;
+    Background background_{this, 1};
 };
 
 }  // namespace bc::app

@@ -21,6 +21,7 @@
 #include "custody/CustodyLog.h"
 #include "sources/CallHistory.h"
 #include "support/Sha256.h"
+#include "support/Sqlite.h"
 
 namespace bc::app::testing {
 namespace {
@@ -64,6 +65,17 @@ protected:
         return model;
     }
 
+    // The request the model makes for the selected conversation.
+    static ExportRequest made(AppModel& model, RangeExportFormat format,
+                              const std::optional<ExportPeriod>& period = std::nullopt) {
+        std::optional<ExportRequest> request;
+        model.exports().makeRequest(format, period,
+                                    [&](ExportRequest made) { request = std::move(made); });
+        EXPECT_TRUE(waitFor([&] { return request.has_value(); }))
+            << model.statusText().toStdString();
+        return request.value_or(ExportRequest{});
+    }
+
     static QString finish(AppModel& model) {
         EXPECT_TRUE(waitFor([&] { return !model.jobs().isRunning(); }));
         return model.statusText();
@@ -73,7 +85,7 @@ protected:
 TEST_F(ExportsTest, AnArchiveAndAPDFLandWholeWithRecordAndCertificateAndASecondGetsTwo) {
     auto model = openOnSample();
     auto& exports = model->exports();
-    const auto html = exports.makeRequest(RangeExportFormat::html, std::nullopt);
+    const auto html = made(*model, RangeExportFormat::html);
     const std::string base = html.baseName();
     EXPECT_EQ(base, html.title + " \u2013 all messages");
 
@@ -117,11 +129,12 @@ TEST_F(ExportsTest, AnArchiveAndAPDFLandWholeWithRecordAndCertificateAndASecondG
 TEST_F(ExportsTest, ACancelledExportLeavesNothingAndASecondOneIsRefusedWhileOneRuns) {
     auto model = openOnSample();
     auto& exports = model->exports();
-    auto request = exports.makeRequest(RangeExportFormat::jpg, std::nullopt);
+    auto request = made(*model, RangeExportFormat::jpg);
     request.settings.dpi = ExportSettings::printDPI;
+    const auto second = made(*model, RangeExportFormat::csv);
     ASSERT_TRUE(exports.startExport(request));
     EXPECT_TRUE(exports.isExporting());
-    EXPECT_FALSE(exports.startExport(exports.makeRequest(RangeExportFormat::csv, std::nullopt)));
+    EXPECT_FALSE(exports.startExport(second));
     EXPECT_FALSE(exports.exportSelected(ExportFormat::text));
     EXPECT_FALSE(exports.exportAll(ExportFormat::json));
     exports.cancelExport();
@@ -136,7 +149,7 @@ TEST_F(ExportsTest, ALogThatCannotBeWrittenKeepsTheFilesAndWarns) {
     bc::testing::writeText(folder_ / "not-a-folder", "a file where the log's folder should be");
     CustodyLog::setOverrideURL(folder_ / "not-a-folder" / "custody-log.jsonl");
     auto model = openOnSample();
-    const auto request = model->exports().makeRequest(RangeExportFormat::csv, std::nullopt);
+    const auto request = made(*model, RangeExportFormat::csv);
     ASSERT_TRUE(model->exports().startExport(request));
     const auto line = finish(*model).toStdString();
     EXPECT_TRUE(line.starts_with("Saved ")) << line;
@@ -163,7 +176,7 @@ TEST_F(ExportsTest, SettingsAreSavedWhenAnExportStartsAndReadAtLaunch) {
                                      ++asked;
                                      return std::optional<fs::path>();
                                  }});
-    auto request = model->exports().makeRequest(RangeExportFormat::jpg, std::nullopt);
+    auto request = made(*model, RangeExportFormat::jpg);
     request.settings = {.paper = PageExporter::Paper::a4, .dpi = ExportSettings::printDPI};
     const auto before = model->statusText();
     EXPECT_FALSE(model->exports().startExport(request));
@@ -176,8 +189,23 @@ TEST_F(ExportsTest, SettingsAreSavedWhenAnExportStartsAndReadAtLaunch) {
         request.settings);
     AppModel relaunched;
     EXPECT_EQ(relaunched.exports().settings(), request.settings);
-    EXPECT_EQ(model->exports().makeRequest(RangeExportFormat::pdf, std::nullopt).settings,
-              request.settings);
+    EXPECT_EQ(made(*model, RangeExportFormat::pdf).settings, request.settings);
+}
+
+TEST_F(ExportsTest, AConversationWithoutDatedMessagesGetsNoSheet) {
+    auto model = openOnSample();
+    {
+        sqlite::Connection writer(database(), sqlite::OpenMode::readWriteCreate);
+        writer.execute(
+            "DELETE FROM chat_message_join WHERE chat_id = 1;"
+            "DELETE FROM chat_recoverable_message_join WHERE chat_id = 1;");
+    }
+    int sheets = 0;
+    QObject::connect(&model->exports(), &Exports::optionsRequested, [&] { ++sheets; });
+    model->exports().showExportOptions(RangeExportFormat::html, std::nullopt);
+    ASSERT_TRUE(waitFor([&] { return model->statusText() == Exports::dateRangeProblem; }));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(sheets, 0);
 }
 
 TEST_F(ExportsTest, PanelsProposeTheNameAndNeverGiveAnExistingPlace) {
@@ -214,7 +242,7 @@ TEST_F(ExportsTest, TheSheetsBaseNameFollowsTheChoicesAndItsRequestCarriesThem) 
     auto model = openOnSample();
     const Date last = model->transcript().messages.back().date;
     const auto month = ExportPeriod::containing(last, ExportPeriod::Kind::month);
-    const auto request = model->exports().makeRequest(RangeExportFormat::html, month);
+    const auto request = made(*model, RangeExportFormat::html, month);
     ASSERT_EQ(request.fileLabel, month.fileLabel);
     EXPECT_EQ(request.from, month.from);
     EXPECT_EQ(request.to, month.to);
@@ -268,6 +296,7 @@ TEST_F(ExportsTest, ATimelinePeriodExportsStraightUnderItsName) {
         if (action->text() == "Export this week as CSV") quick = action;
     ASSERT_TRUE(quick);
     quick->trigger();
+    ASSERT_TRUE(waitFor([&] { return model->exports().isExporting(); }));
     const auto line = finish(*model).toStdString();
     const auto title = model->selectedConversation()->title;
     EXPECT_NE(line.find("\u201C" + title + " \u2013 " + week.fileLabel + ".csv\u201D"),
@@ -318,14 +347,17 @@ TEST_F(ExportsTest, TheWindowsMenuOpensTheSheetAndExportsWhatItSays) {
     EXPECT_TRUE(titles.contains("Every Conversation as CSV"));
     EXPECT_TRUE(titles.contains("Conversation as JSON…"));
 
-    // The sheet opens on the request; pressing Export starts it.
-    QTimer::singleShot(0, [] {
-        auto* sheet = qobject_cast<ExportSheet*>(QApplication::activeModalWidget());
-        ASSERT_TRUE(sheet);
-        sheet->findChild<QPushButton*>("export")->click();
+    // The sheet opens on the request once its dates are read; pressing Export starts it.
+    QTimer pressExport;
+    QObject::connect(&pressExport, &QTimer::timeout, [] {
+        if (auto* sheet = qobject_cast<ExportSheet*>(QApplication::activeModalWidget()))
+            sheet->findChild<QPushButton*>("export")->click();
     });
+    pressExport.start(10);
     for (auto* action : menu->actions())
         if (action->text() == "PDF…") action->trigger();
+    ASSERT_TRUE(waitFor([&] { return model->exports().isExporting(); }));
+    pressExport.stop();
     const auto line = finish(*model).toStdString();
     EXPECT_TRUE(line.ends_with(".pdf\u201D. Certificate saved and logged.")) << line;
 }
