@@ -38,7 +38,6 @@ inline Message callRow(int64_t id, Date date, bool answered) {
                                   .serviceProvider = "com.apple.Telephony",
                                   .address = "+15551234567"},
                                  7);
-    m.id = id;
     return m;
 }
 

@@ -206,6 +206,11 @@ TEST(HTMLExporterArchive, checksumsListEveryFileButItselfAndVerifyWithSha256sum)
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[0].front(), "call_record_id");
     EXPECT_EQ(calls[1].front(), "2");
+    // A call has no message record id: it carries its own number and no message anchor.
+    const std::string page = files::readFile(a.folder / "Ann -b-&--b- – Messages.html");
+    EXPECT_NE(page.find("<div class=\"sys\">"), std::string::npos);
+    EXPECT_NE(page.find("call record 2</span>"), std::string::npos);
+    EXPECT_EQ(page.find("id=\"m0\""), std::string::npos);
 
     const auto result = runProcess(
         {.executable = "/bin/sh",

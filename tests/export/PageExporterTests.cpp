@@ -4,6 +4,7 @@
 #include <set>
 
 #include "PagesTesting.h"
+#include "sources/CallHistory.h"
 #include "support/Files.h"
 #include "testing/Testing.h"
 
@@ -65,7 +66,9 @@ TEST(PageExporterContent, PrintsEveryPartOfAMessage) {
     options.machineText = {{501, "STOP SIGN"}};
     const Message original = textMessage(7, "Original question here", -30);
     CancelFlag cancel;
-    makeExporter({.messages = {everyFeature(dir.path()), silent, editedBare},
+    const Message call = CallHistory::row(
+        {.recordID = 9, .date = testing::pagesTestDate(8), .answered = false, .callType = 1}, 7);
+    makeExporter({.messages = {everyFeature(dir.path()), silent, editedBare, call},
                   .originals = {{"guid-7", original}},
                   .options = options},
                  cancel)
@@ -93,8 +96,10 @@ TEST(PageExporterContent, PrintsEveryPartOfAMessage) {
           "(attachment or no text)",
           "Reply to a message not found in these conversations",
           "Edited. Earlier versions were not stored by Messages",
-          "Me 2024-03-05 09:14:09 EST #44"})
+          "Me 2024-03-05 09:14:09 EST #44",
+          "2024-03-05 09:15:09 EST call record 9"})
         EXPECT_NE(text.find(expected), std::string::npos) << expected << "\n" << text;
+    EXPECT_EQ(text.find("#0"), std::string::npos) << "a call is not a message record";
     EXPECT_EQ(text.find("secret.jpg"), std::string::npos);
     EXPECT_EQ(text.find("Contains redactions"), std::string::npos);
     const auto images = testing::pdfImages(dir / "out.pdf");

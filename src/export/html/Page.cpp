@@ -124,7 +124,9 @@ private:
 
     void writeRow(std::string& out, const Message& m, const dates::CivilTime& time) {
         if (m.call || m.systemNotice) {
-            out += "<div class=\"sys\" id=\"m" + std::to_string(m.id) + "\">";
+            // Calls are not message records: no anchor that a message could collide with.
+            out += m.call ? std::string("<div class=\"sys\">")
+                          : "<div class=\"sys\" id=\"m" + std::to_string(m.id) + "\">";
             out += HTMLExporter::escape(m.call ? CallHistory::summary(*m.call) : *m.systemNotice);
             out += " <span class=\"id\">" + recordLabel(m) + "</span></div>";
             skipAttachments(m);

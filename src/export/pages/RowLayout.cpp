@@ -161,8 +161,11 @@ void RowMeasurer::addMessage(MeasuredRow& out, const Row& row) const {
     const Message& message = sources_.messages[row.message];
     out.highlighted = sources_.options.highlighted.contains(message.id);
     // The sender line sits flush left; everything under it is indented.
-    const std::string stamp =
-        "   " + timeFormat_.format(message.date) + "   #" + std::to_string(message.id);
+    // "#" names message records only; a call comes from the call log, under its own number.
+    const std::string record = message.call
+                                   ? "call record " + std::to_string(message.call->recordID)
+                                   : "#" + std::to_string(message.id);
+    const std::string stamp = "   " + timeFormat_.format(message.date) + "   " + record;
     addText(out, stamp, headingStyle, 0, senderName(message));
     out.blocks.back().indent = 0;
     if (row.partLabel) addText(out, *row.partLabel, metaStyle);
