@@ -54,7 +54,6 @@ ExportSheet::ExportSheet(ExportRequest request, QWidget* parent)
     : QDialog(parent), request_(std::move(request)) {
     setWindowTitle("Export");
     auto* form = new QFormLayout(this);
-    setLayout(form);
     addFormatPicker();
     addSources();
     title_ = new QLineEdit(qs(request_.title), this);
