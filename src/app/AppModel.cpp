@@ -2,6 +2,11 @@
 
 #include <algorithm>
 
+#include <QSettings>
+
+#include "app/Failures.h"
+#include "app/Snapshots.h"
+#include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
 #include "evidence/UserEventRows.h"
@@ -16,28 +21,10 @@ namespace bc::app {
 
 namespace {
 
+constexpr const char* callsSetting = "calls/isEnabled";
+
 QString qs(const std::string& text) {
     return QString::fromStdString(text);
-}
-
-std::string messageOf(std::exception_ptr error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const std::exception& failure) {
-        return failure.what();
-    } catch (...) {
-        return "an unknown error";
-    }
-}
-
-bool isCancellation(std::exception_ptr error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const CancelledError&) {
-        return true;
-    } catch (...) {
-        return false;
-    }
 }
 
 bool isAccessDenied(std::exception_ptr error) {
@@ -94,6 +81,10 @@ AppModel::AppModel(QObject* parent)
     connect(&pollTimer_, &QTimer::timeout, this, &AppModel::pollForChanges);
     connect(&jobs_, &Jobs::changed, this, &AppModel::statusChanged);
     connect(&jobs_, &Jobs::finished, this, &AppModel::reportStatus);
+    CallHistory::setEnabled(QSettings().value(callsSetting, true).toBool());
+    snapshots_ = std::make_unique<Snapshots>(*this);
+    connect(snapshots_.get(), &Snapshots::statusReported, this, &AppModel::reportStatus);
+    connect(&exports_, &Exports::statusReported, this, &AppModel::reportStatus);
     for (auto* store : {&EvidenceStore::loadError(), &TimelineEventStore::loadError()}) {
         if (auto problem = store->get()) {
             reportStatus(qs(*problem));
@@ -114,6 +105,9 @@ bool AppModel::isDemo() const {
 QString AppModel::sourceText() const {
     if (!source_) return "No source open";
     if (isDemo() && sourceKind_ == SourceKind::live) return "Sample Messages database (demo)";
+    if (sourceKind_ == SourceKind::snapshot && sourceChoice_.snapshot)
+        return qs(sourceChoice_.snapshot->id) +
+               " (sealed, read-only): " + qs(sourceChoice_.snapshot->scope);
     const QString where = qs(source_->path());
     return sourceKind_ == SourceKind::live ? "Messages on this Mac (live, read-only): " + where
                                            : "Messages database file (read-only): " + where;
@@ -123,34 +117,42 @@ QString AppModel::sourceText() const {
 
 void AppModel::openLive() {
     if (isDemo())
-        openWith(DemoData::databasePath, DemoData::folder() / "chat.db", SourceKind::live);
+        openWith([] { return std::make_shared<MessageDatabase>(DemoData::databasePath()); },
+                 DemoData::folder() / "chat.db", SourceKind::live, {});
     else
         openSource(MessageDatabase::defaultPath(), SourceKind::live);
 }
 
 void AppModel::openSource(const std::filesystem::path& path, SourceKind kind) {
-    openWith([path] { return path; }, path, kind);
+    openWith([path] { return std::make_shared<MessageDatabase>(path); }, path, kind, {});
 }
 
-void AppModel::openWith(std::function<std::filesystem::path()> locate,
-                        const std::filesystem::path& path, SourceKind kind) {
+void AppModel::openSnapshot(const SnapshotInfo& snapshot) {
+    openWith([snapshot] { return std::shared_ptr<MessageDatabase>(Preservation::open(snapshot)); },
+             Preservation::folder(snapshot), SourceKind::snapshot,
+             SourceChoice{.kind = SourceChoice::Kind::snapshot, .snapshot = snapshot});
+}
+
+void AppModel::openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
+                        const std::filesystem::path& path, SourceKind kind, SourceChoice choice) {
     const auto generation = ++sourceGeneration_;
     ++transcriptGeneration_;
     attachmentRounds_.reset();
     setState(State::loading);
     auto cancel = beginTask("Opening the Messages database…");
     background_.run(
-        [locate, cancel] {
+        [open, cancel] {
             Opened opened;
-            opened.database = std::make_shared<MessageDatabase>(locate());
+            opened.database = open();
             cancel->check();
             opened.chats = opened.database->fetchChats();
             opened.signature = opened.database->changeSignature();
             return opened;
         },
-        [this, generation, kind](Opened opened) {
+        [this, generation, kind, choice](Opened opened) {
             if (generation != sourceGeneration_) return;
             sourceKind_ = kind;
+            sourceChoice_ = choice;
             finishOpening(std::move(opened));
         },
         [this, generation, kind, path](std::exception_ptr error) {
@@ -178,6 +180,7 @@ void AppModel::finishOpening(Opened opened) {
 void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
                            const std::filesystem::path& path) {
     source_.reset();
+    sourceChoice_ = {};
     chats_.clear();
     selected_.reset();
     regroup(false);
@@ -210,6 +213,16 @@ void AppModel::loadContacts() {
         [](std::exception_ptr) {
             // Without contacts every name falls back to its handle; nothing to tell the user.
         });
+}
+
+void AppModel::setCallsIncluded(bool included) {
+    QSettings().setValue(callsSetting, included);
+    CallHistory::setEnabled(included);
+    loadTranscript(true);
+}
+
+bool AppModel::callsIncluded() const {
+    return CallHistory::isEnabled();
 }
 
 // ---- conversations

@@ -31,6 +31,8 @@ class ContactResolver;
 
 namespace bc::app {
 
+class Snapshots;
+
 // What the open conversation shows: the messages as read, and the rows on screen (the messages
 // with the user's events merged in) with their calendar.
 struct OpenTranscript {
@@ -48,7 +50,7 @@ class AppModel : public QObject {
     Q_OBJECT
 public:
     enum class State { accessNeeded, loading, ready, failed };
-    enum class SourceKind { live, file };
+    enum class SourceKind { live, file, snapshot };
 
     static constexpr int pollingMilliseconds = 3000;
     static constexpr const char* demoBanner =
@@ -68,6 +70,10 @@ public:
     // Sources. The live one is this Mac's Messages database, or the sample one in demo mode.
     void openLive();
     void openSource(const std::filesystem::path& path, SourceKind kind);
+    // A sealed snapshot, read-only: exports from it name it as their source.
+    void openSnapshot(const SnapshotInfo& snapshot);
+    // What the open source is; it changes only once a new source has opened.
+    SourceKind sourceKind() const { return sourceKind_; }
     State state() const { return state_; }
     // The failure, or what to do when access is needed.
     QString stateMessage() const { return stateMessage_; }
@@ -120,13 +126,16 @@ public:
     // Exports and snapshots run here, one at a time; their progress is the status line's.
     Jobs& jobs() { return jobs_; }
     Exports& exports() { return exports_; }
+    Snapshots& snapshots() { return *snapshots_; }
+
+    // Whether calls are merged into transcripts: kept in the preferences, applied at once.
+    bool callsIncluded() const;
+    void setCallsIncluded(bool included);
 
     QString statusText() const;
     bool isBusy() const { return busy_ || jobs_.isRunning(); }
     // Cancels the running export or snapshot, else the reading under way.
     void cancel();
-    // A line for the status line, kept until the next one.
-    void reportStatus(const QString& text);
 
 signals:
     void stateChanged();
@@ -140,9 +149,9 @@ signals:
 private:
     struct Opened;
 
-    // `locate` runs off the main thread and gives the file to open; `path` names it meanwhile.
-    void openWith(std::function<std::filesystem::path()> locate, const std::filesystem::path& path,
-                  SourceKind kind);
+    // `open` runs off the main thread and opens the database; `path` names it meanwhile.
+    void openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
+                  const std::filesystem::path& path, SourceKind kind, SourceChoice choice);
     void finishOpening(Opened opened);
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
     void loadTranscript(bool keepPosition);
@@ -153,10 +162,14 @@ private:
     void setState(State state, QString message = {});
     std::shared_ptr<CancelFlag> beginTask(const QString& progress);
     void endTask(const QString& status = {});
+    void reportStatus(const QString& text);
 
     Background background_;
-    Jobs jobs_;
+    // Before the job runner, so that a running job's work ends before the snapshots and exports
+    // go.
+    std::unique_ptr<Snapshots> snapshots_;
     Exports exports_{*this};
+    Jobs jobs_;
     QTimer pollTimer_;
     State state_ = State::loading;
     QString stateMessage_;

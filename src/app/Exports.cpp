@@ -8,10 +8,10 @@
 #include <QSettings>
 
 #include "app/AppModel.h"
+#include "app/Failures.h"
 #include "sources/CallHistory.h"
 #include "sources/MessageDatabase.h"
 #include "support/Calendar.h"
-#include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Uuid.h"
 
@@ -85,15 +85,7 @@ fs::path unusedFile(fs::path chosen, const std::string& extension) {
 
 // The last line of an export that threw: cancelled, or what failed.
 QString failureLine(std::exception_ptr error, const QString& prefix) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const CancelledError&) {
-        return Exports::cancelledText;
-    } catch (const std::exception& failure) {
-        return prefix + failure.what();
-    } catch (...) {
-        return prefix + "an unknown error";
-    }
+    return isCancellation(error) ? QString(Exports::cancelledText) : prefix + qs(messageOf(error));
 }
 
 }  // namespace
@@ -153,7 +145,7 @@ void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPe
     const auto* conversation = model_.selectedConversation();
     const auto database = model_.database();
     if (!conversation || !database) {
-        model_.reportStatus("Choose a conversation to export.");
+        emit statusReported("Choose a conversation to export.");
         return;
     }
     ExportRequest request{
@@ -168,12 +160,12 @@ void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPe
     background_.run([database, ids = request.chatIDs()] { return database->dateRange(ids); },
                     [this, request, period, made](std::optional<std::pair<Date, Date>> range) {
                         if (!range) {
-                            model_.reportStatus(dateRangeProblem);
+                            emit statusReported(dateRangeProblem);
                             return;
                         }
                         made(dated(request, *range, period));
                     },
-                    [this](std::exception_ptr) { model_.reportStatus(dateRangeProblem); });
+                    [this](std::exception_ptr) { emit statusReported(dateRangeProblem); });
 }
 
 ExportRequest Exports::dated(ExportRequest request, std::pair<Date, Date> range,
@@ -248,7 +240,7 @@ std::optional<fs::path> Exports::askWhere(const std::function<std::optional<fs::
     try {
         return choose();
     } catch (const std::exception& problem) {
-        model_.reportStatus(failurePrefix + problem.what());
+        emit statusReported(failurePrefix + problem.what());
         return std::nullopt;
     }
 }

@@ -85,6 +85,8 @@ public:
 
 signals:
     void optionsRequested(const ExportRequest& request);
+    // A line for the status, for problems outside a job.
+    void statusReported(const QString& line);
 
 private:
     static ExportRequest dated(ExportRequest request, std::pair<Date, Date> range,

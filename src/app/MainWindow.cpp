@@ -23,8 +23,12 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include "app/CustodyLogWindow.h"
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
+#include "app/Snapshots.h"
+#include "app/SnapshotsWindow.h"
+#include "app/SourceSwitcher.h"
 #include "app/ThumbnailCache.h"
 #include "app/TranscriptDelegate.h"
 #include "app/TranscriptModel.h"
@@ -133,6 +137,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     setCentralWidget(central);
     addShortcuts();
     addExportMenu();
+    addSnapshotMenu();
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
@@ -156,14 +161,11 @@ QWidget* MainWindow::makeSourceBar() {
     auto* row = new QHBoxLayout(bar);
     sourceLabel_ = new QLabel(bar);
     sourceLabel_->setObjectName("source");
-    auto* open = button("Open a Messages database file…", bar);
-    auto* live = button("Use This Mac's Messages", bar);
-    connect(open, &QPushButton::clicked, this, &MainWindow::openDatabaseFile);
-    connect(live, &QPushButton::clicked, &model_, &AppModel::openLive);
+    auto* switcher = new SourceSwitcher(model_, bar);
+    connect(switcher, &SourceSwitcher::openFileRequested, this, &MainWindow::openDatabaseFile);
     row->addWidget(new QLabel("Source:", bar));
+    row->addWidget(switcher);
     row->addWidget(sourceLabel_, 1);
-    row->addWidget(live);
-    row->addWidget(open);
     return bar;
 }
 
@@ -344,6 +346,36 @@ void MainWindow::addExportMenu() {
     menuBar()->addMenu(makeExportMenu(model_, this));
     model_.exports().setDialogs(ExportDialogs::native(this));
     answerExportOptions(model_, this);
+}
+
+void MainWindow::addSnapshotMenu() {
+    auto* menu = menuBar()->addMenu("Snapshots");
+    menu->addAction("Preservation Snapshots…", this, [this] {
+        snapshotsWindow().show();
+        snapshotsWindow().raise();
+    });
+    menu->addAction("Take Snapshot", &model_.snapshots(), &Snapshots::take);
+    menu->addSeparator();
+    menu->addAction("Custody Log…", this, [this] {
+        custodyLogWindow().show();
+        custodyLogWindow().raise();
+    });
+    menu->addSeparator();
+    auto* calls = menu->addAction("Include Calls in Transcripts");
+    calls->setObjectName("includeCalls");
+    calls->setCheckable(true);
+    calls->setChecked(model_.callsIncluded());
+    connect(calls, &QAction::toggled, &model_, &AppModel::setCallsIncluded);
+}
+
+SnapshotsWindow& MainWindow::snapshotsWindow() {
+    if (!snapshotsWindow_) snapshotsWindow_ = new SnapshotsWindow(model_, this);
+    return *snapshotsWindow_;
+}
+
+CustodyLogWindow& MainWindow::custodyLogWindow() {
+    if (!custodyLogWindow_) custodyLogWindow_ = new CustodyLogWindow(model_, this);
+    return *custodyLogWindow_;
 }
 
 // ---- showing the model

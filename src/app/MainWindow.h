@@ -20,6 +20,8 @@ class QFrame;
 
 namespace bc::app {
 
+class CustodyLogWindow;
+class SnapshotsWindow;
 class ThumbnailCache;
 class TranscriptDelegate;
 class TranscriptModel;
@@ -39,6 +41,10 @@ public:
     // The row at the top of the transcript.
     std::optional<int> topRow() const;
 
+    // The snapshots and custody log windows, made when first asked for.
+    SnapshotsWindow& snapshotsWindow();
+    CustodyLogWindow& custodyLogWindow();
+
 private:
     QWidget* makeSourceBar();
     QWidget* makeEvictionWarning();
@@ -49,6 +55,8 @@ private:
     QWidget* makeStatusLine();
     void addShortcuts();
     void addExportMenu();
+    // Snapshots, the custody log and whether calls are merged into transcripts.
+    void addSnapshotMenu();
 
     void showState();
     void showConversations();
@@ -88,6 +96,8 @@ private:
     QLabel* statusText_;
     QProgressBar* progress_;
     QPushButton* cancelButton_;
+    SnapshotsWindow* snapshotsWindow_ = nullptr;
+    CustodyLogWindow* custodyLogWindow_ = nullptr;
     EvidenceFlagMap shownFlags_;  // as the transcript rows were last measured
 };
 

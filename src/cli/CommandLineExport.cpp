@@ -7,6 +7,7 @@
 #include "cli/DatabaseChoice.h"
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
+#include "custody/SnapshotTaking.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
 #include "support/Calendar.h"
@@ -216,19 +217,13 @@ int CommandLineExport::snapshot() {
         ids ? arguments_.value("--scope").value_or("Selected conversations") : "All conversations";
     try {
         const auto database = DatabaseChoice::from(arguments_).open();
-        const SnapshotInfo info =
-            Preservation::create(*database, ids, scope, &cancel_, phasesTo(err_));
+        const TakenSnapshot taken = takeSnapshot(*database, ids, scope, &cancel_, phasesTo(err_));
+        const SnapshotInfo& info = taken.info;
         out_ << "Done. Everything stored at " << Preservation::folder(info).string()
              << "\n  attachments: " << info.attachmentsCopied << " copied, "
              << info.attachmentsMissing << " not on this Mac, " << info.attachmentsFailed
              << " failed\n  chat.db SHA-256: " << info.databaseSHA256 << "\n";
-        try {
-            CustodyLog::append(Preservation::custodyRecord(info, *database));
-        } catch (const std::exception& e) {
-            return fail(std::string("The snapshot WAS saved, but it could NOT be recorded in the "
-                                    "custody log: ") +
-                        e.what());
-        }
+        if (taken.custodyFailure) return fail(taken.statusLine());
         return 0;
     } catch (const std::exception& e) {
         return fail(e.what());

@@ -9,6 +9,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSettings>
 #include <QTest>
 #include <QTimer>
@@ -17,7 +18,9 @@
 #include "app/ExportMenu.h"
 #include "app/ExportSheet.h"
 #include "app/MainWindow.h"
+#include "app/Snapshots.h"
 #include "custody/CustodyLog.h"
+#include "custody/Preservation.h"
 #include "sources/CallHistory.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"
@@ -138,6 +141,40 @@ TEST_F(ExportsTest, ACancelledExportLeavesNothingAndASecondOneIsRefusedWhileOneR
     EXPECT_FALSE(exports.isExporting());
     EXPECT_TRUE(!fs::exists(exported()) || fs::is_empty(exported()));
     EXPECT_TRUE(CustodyLog::readAll().empty());
+}
+
+TEST_F(ExportsTest, AnExportFromAnOpenSnapshotReadsItAndNamesItAsTheSource) {
+    const fs::path root = folder_ / "Snapshots";
+    Preservation::setOverrideRoot(root);
+    // Sealed files are immutable for real when tests run as root.
+    const auto unlock = qScopeGuard([&] {
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(root, error))
+            Preservation::unlock(entry.path());
+        Preservation::setOverrideRoot(std::nullopt);
+    });
+    auto model = std::make_unique<AppModel>();  // a snapshot is taken from the live source
+    model->openSource(database(), AppModel::SourceKind::live);
+    ASSERT_TRUE(waitFor([&] { return model->state() == AppModel::State::ready; }));
+    ASSERT_TRUE(model->snapshots().take());
+    finish(*model);
+    model->snapshots().refresh();
+    ASSERT_TRUE(waitFor([&] { return !model->snapshots().list().empty(); }));
+    const auto snapshot = model->snapshots().list().front();
+    model->openSnapshot(snapshot);
+    ASSERT_TRUE(waitFor([&] {
+        return model->sourceKind() == AppModel::SourceKind::snapshot &&
+               model->state() == AppModel::State::ready;
+    }));
+    select(*model, 1);
+
+    ASSERT_TRUE(model->exports().startExport(made(*model, RangeExportFormat::csv)));
+    EXPECT_TRUE(finish(*model).endsWith(" Certificate saved and logged."));
+    const auto records = CustodyLog::readAll();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.back().action, "export");
+    EXPECT_EQ(records.back().source.snapshotID, snapshot.id);
+    EXPECT_EQ(records.back().source.databaseSHA256, snapshot.databaseSHA256);
 }
 
 TEST_F(ExportsTest, ALogThatCannotBeWrittenKeepsTheFilesAndWarns) {

@@ -1,0 +1,157 @@
+#include "app/Snapshots.h"
+
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+
+#include "app/AppModel.h"
+#include "app/Failures.h"
+#include "custody/SnapshotTaking.h"
+#include "sources/MessageDatabase.h"
+#include "support/Errors.h"
+
+namespace bc::app {
+
+namespace {
+
+QString qs(const std::string& text) {
+    return QString::fromStdString(text);
+}
+
+QString reasonOf(std::exception_ptr error) {
+    return qs(messageOf(error));
+}
+
+// Unlocked first: the system will not move immutable files. Anything that stops the move
+// seals the folder again, so a snapshot is never left open to change.
+void unlockAndTrash(const std::filesystem::path& folder, const CancelFlag& cancel) {
+    // Without the data folder the Trash would be set up in the working folder instead.
+    QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
+    Preservation::unlock(folder);
+    if (!cancel.isCancelled() && QFile::moveToTrash(qs(folder.string()))) return;
+    Preservation::lock(folder);
+    cancel.check();
+    throw Error("the system could not move the folder " + folder.string());
+}
+
+}  // namespace
+
+QString Snapshots::trashExplanation(const SnapshotInfo& snapshot) {
+    return qs(snapshot.id) +
+           " will be unlocked and moved to the Trash. You can restore it from the Trash until "
+           "you empty it.";
+}
+
+Snapshots::Snapshots(AppModel& model) : model_(model), listing_(this, 1) {
+    refresh();
+}
+
+Snapshots::~Snapshots() = default;
+
+const SnapshotInfo* Snapshots::find(const std::string& id) const {
+    for (const auto& snapshot : list_)
+        if (snapshot.id == id) return &snapshot;
+    return nullptr;
+}
+
+void Snapshots::refresh() {
+    const auto generation = ++listGeneration_;
+    listing_.run([] { return Preservation::list(); },
+                 [this, generation](std::vector<SnapshotInfo> found) {
+                     if (generation != listGeneration_) return;
+                     list_ = std::move(found);
+                     emit listChanged();
+                 },
+                 [this](std::exception_ptr error) {
+                     emit statusReported("Couldn't list the snapshots: " + reasonOf(error));
+                 });
+}
+
+std::optional<QString> Snapshots::whyNotTake() const {
+    if (model_.sourceKind() != AppModel::SourceKind::live || !model_.database())
+        return QString(needsLiveText);
+    return std::nullopt;
+}
+
+bool Snapshots::refuseWhileBusy() {
+    if (!model_.jobs().isRunning()) return false;
+    emit statusReported(
+        "Another export or snapshot is running; wait for it to finish or cancel it.");
+    return true;
+}
+
+bool Snapshots::take() {
+    if (const auto reason = whyNotTake()) {
+        emit statusReported(*reason);
+        return false;
+    }
+    if (refuseWhileBusy()) return false;
+    return model_.jobs().start(
+        preparingText,
+        [database = model_.database()](const CancelFlag& cancel, const ProgressFn& progress) {
+            return takeSnapshot(*database, std::nullopt, allConversations, &cancel, progress);
+        },
+        [this](TakenSnapshot taken) {
+            refresh();
+            return qs(taken.statusLine());
+        },
+        [](std::exception_ptr error) { return qs(snapshotNotTakenLine(error)); });
+}
+
+bool Snapshots::verify(const SnapshotInfo& snapshot) {
+    if (refuseWhileBusy()) return false;
+    return model_.jobs().start(
+        "Verifying " + qs(snapshot.id) + "…",
+        [snapshot](const CancelFlag& cancel, const ProgressFn& progress) {
+            return Preservation::describe(Preservation::verify(snapshot, &cancel, progress),
+                                          snapshot);
+        },
+        [this, id = snapshot.id](std::string verdict) {
+            verdicts_[id] = qs(verdict);
+            emit verdictsChanged();
+            return qs(verdict);
+        },
+        [id = qs(snapshot.id)](std::exception_ptr error) {
+            if (isCancellation(error)) return "Verification of " + id + " cancelled.";
+            return "Couldn't verify " + id + ": " + reasonOf(error);
+        });
+}
+
+std::optional<QString> Snapshots::verdict(const std::string& id) const {
+    const auto found = verdicts_.find(id);
+    if (found == verdicts_.end()) return std::nullopt;
+    return found->second;
+}
+
+void Snapshots::openAsSource(const SnapshotInfo& snapshot) {
+    model_.openSnapshot(snapshot);
+}
+
+bool Snapshots::moveToTrash(const SnapshotInfo& snapshot) {
+    const auto& open = model_.sourceChoice().snapshot;
+    if (model_.sourceKind() == AppModel::SourceKind::snapshot && open && open->id == snapshot.id) {
+        emit statusReported("Couldn't move " + qs(snapshot.id) +
+                            " to the Trash: it is the open source. Switch to Live Messages "
+                            "first.");
+        return false;
+    }
+    if (refuseWhileBusy()) return false;
+    const QString id = qs(snapshot.id);
+    return model_.jobs().start(
+        "Moving " + id + " to the Trash…",
+        [folder = Preservation::folder(snapshot)](const CancelFlag& cancel, const ProgressFn&) {
+            unlockAndTrash(folder, cancel);
+            return true;
+        },
+        [this, id](bool) {
+            verdicts_.erase(id.toStdString());
+            refresh();
+            return id + " moved to the Trash.";
+        },
+        [id](std::exception_ptr error) {
+            if (isCancellation(error)) return id + " was not moved; it is still sealed.";
+            return "Couldn't move " + id + " to the Trash: " + reasonOf(error);
+        });
+}
+
+}  // namespace bc::app

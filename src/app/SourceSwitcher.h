@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QComboBox>
+
+namespace bc::app {
+
+class AppModel;
+
+// Chooses what is read: Live Messages, any sealed snapshot, or a Messages database file. Shows
+// the open source; choosing another opens it.
+class SourceSwitcher : public QComboBox {
+    Q_OBJECT
+public:
+    static constexpr const char* liveText = "Live Messages";
+    static constexpr const char* openFileText = "Open a Messages database file…";
+
+    explicit SourceSwitcher(AppModel& model, QWidget* parent = nullptr);
+
+    // Acts as if the user chose that entry.
+    void choose(int index);
+
+signals:
+    // The file dialog is the window's to show.
+    void openFileRequested();
+
+private:
+    void showSources();
+
+    AppModel& model_;
+};
+
+}  // namespace bc::app
