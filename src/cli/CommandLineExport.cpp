@@ -8,6 +8,7 @@
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "custody/SnapshotTaking.h"
+#include "export/Exporter.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
 #include "support/Calendar.h"
@@ -187,7 +188,7 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
                                 const ExportPipeline::Context& context) {
     // A PDF goes into the new folder beside its certificate; page images are the folder.
     const bool pdf = job.format == RangeExportFormat::pdf;
-    const fs::path destination = pdf ? folder / (job.title + ".pdf") : folder;
+    const fs::path destination = pdf ? folder / (Exporter::fileStem(job.title) + ".pdf") : folder;
     if (pdf) {
         std::error_code error;
         if (!fs::create_directories(folder, error))
