@@ -236,7 +236,9 @@ int CommandLineExport::verifySnapshots() {
     try {
         if (arguments_.contains("--demo")) DatabaseChoice::from(arguments_);
         const auto snapshots = Preservation::list();
-        if (snapshots.empty()) out_ << "No snapshots in " << Preservation::root().string() << "\n";
+        const auto damaged = Preservation::unreadable();
+        if (snapshots.empty() && damaged.empty())
+            out_ << "No snapshots in " << Preservation::root().string() << "\n";
         for (const auto& snapshot : snapshots) {
             try {
                 const auto verification = Preservation::verify(snapshot, &cancel_);
@@ -246,6 +248,10 @@ int CommandLineExport::verifySnapshots() {
                 intact = false;
                 out_ << snapshot.id << ": error " << e.what() << "\n";
             }
+        }
+        for (const auto& problem : damaged) {
+            intact = false;
+            out_ << "WARNING: " << problem << "\n";
         }
         const auto chain = CustodyLog::verify();
         out_ << "custody log: " << chain.records << " records, chain "

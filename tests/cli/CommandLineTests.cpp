@@ -175,6 +175,15 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
     EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact"),
               std::string::npos)
         << verified.standardOutput;
+
+    // A damaged manifest still fails verification instead of hiding the snapshot.
+    testing::writeText(folder / "manifest.json", "not json");
+    const auto damaged = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_NE(damaged.exitStatus, 0);
+    EXPECT_NE(damaged.standardOutput.find("WARNING: Couldn't read the manifest of " +
+                                          snapshots[0].id + ": "),
+              std::string::npos)
+        << damaged.standardOutput;
 }
 
 TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
