@@ -113,6 +113,7 @@ AppModel::AppModel(QObject* parent)
     CallHistory::setEnabled(QSettings().value(callsSetting, true).toBool());
     snapshots_ = std::make_unique<Snapshots>(*this);
     connect(snapshots_.get(), &Snapshots::statusReported, this, &AppModel::reportStatus);
+    connect(&exports_, &Exports::statusReported, this, &AppModel::reportStatus);
     for (auto* store : {&EvidenceStore::loadError(), &TimelineEventStore::loadError()}) {
         if (auto problem = store->get()) {
             reportStatus(qs(*problem));

@@ -14,6 +14,7 @@
 
 #include "app/Background.h"
 #include "app/Conversations.h"
+#include "app/Exports.h"
 #include "app/Jobs.h"
 #include "custody/AttachmentWatch.h"
 #include "evidence/EvidenceFlags.h"
@@ -85,6 +86,7 @@ public:
     // Contacts give names and same-person grouping once loaded; until then handles stand in.
     void loadContacts();
 
+    const std::vector<Chat>& chats() const { return chats_; }
     const std::vector<Conversation>& conversations() const { return conversations_; }
     std::optional<size_t> selectedIndex() const;
     const Conversation* selectedConversation() const;
@@ -130,6 +132,7 @@ public:
 
     // Exports and snapshots run here, one at a time; their progress is the status line's.
     Jobs& jobs() { return jobs_; }
+    Exports& exports() { return exports_; }
     Snapshots& snapshots() { return *snapshots_; }
 
     // Whether calls are merged into transcripts: kept in the preferences, applied at once.
@@ -171,8 +174,10 @@ private:
     void reportStatus(const QString& text);
 
     Background background_;
-    // Before the job runner, so that a running job's work ends before the snapshots go.
+    // Before the job runner, so that a running job's work ends before the snapshots and exports
+    // go.
     std::unique_ptr<Snapshots> snapshots_;
+    Exports exports_{*this};
     Jobs jobs_;
     QTimer pollTimer_;
     State state_ = State::loading;

@@ -25,6 +25,7 @@
 
 #include "app/CustodyLogWindow.h"
 #include "app/EventDialog.h"
+#include "app/ExportMenu.h"
 #include "app/Snapshots.h"
 #include "app/SnapshotsWindow.h"
 #include "app/SourceSwitcher.h"
@@ -38,6 +39,8 @@ namespace bc::app {
 namespace {
 
 constexpr int messageIDRole = Qt::UserRole + 1;
+constexpr int unitRole = Qt::UserRole + 2;
+constexpr int startRole = Qt::UserRole + 3;
 constexpr const char* unitSetting = "timeline/jumpUnit";
 
 QString qs(const std::string& text) {
@@ -60,6 +63,20 @@ QPushButton* button(const QString& title, QWidget* parent, const QString& tip = 
     return made;
 }
 
+Timeline::Unit unitOf(Timeline::Node::Level level) {
+    switch (level) {
+        case Timeline::Node::Level::year:
+            return Timeline::Unit::year;
+        case Timeline::Node::Level::month:
+            return Timeline::Unit::month;
+        case Timeline::Node::Level::week:
+            return Timeline::Unit::week;
+        case Timeline::Node::Level::day:
+            return Timeline::Unit::day;
+    }
+    return Timeline::Unit::day;
+}
+
 void addTreeNodes(QTreeWidgetItem* parent, QTreeWidget* tree,
                   const std::vector<Timeline::Node>& nodes) {
     for (const auto& node : nodes) {
@@ -67,6 +84,8 @@ void addTreeNodes(QTreeWidgetItem* parent, QTreeWidget* tree,
         item->setText(0, qs(node.label));
         item->setText(1, QString::number(node.count));
         item->setData(0, messageIDRole, QVariant::fromValue<qlonglong>(node.firstMessageID));
+        item->setData(0, unitRole, qs(std::string(Timeline::unitName(unitOf(node.level)))));
+        item->setData(0, startRole, node.start.seconds);
         if (node.children) addTreeNodes(item, tree, *node.children);
     }
 }
@@ -117,6 +136,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     layout->addWidget(makeStatusLine());
     setCentralWidget(central);
     addShortcuts();
+    addExportMenu();
     addSnapshotMenu();
     resize(1180, 760);
 
@@ -260,6 +280,8 @@ QWidget* MainWindow::makeSidebar() {
     connect(timelineTree_, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem* item) {
         showMessage(item->data(0, messageIDRole).toLongLong());
     });
+    timelineTree_->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(timelineTree_, &QWidget::customContextMenuRequested, this, &MainWindow::timelineMenu);
     tabs->addTab(timelineTree_, "Timeline");
 
     auto* evidence = new QWidget(tabs);
@@ -318,6 +340,12 @@ void MainWindow::addShortcuts() {
     bind(QKeySequence("Ctrl+]"), 1);
     bind(QKeySequence("Alt+Left"), -1);
     bind(QKeySequence("Alt+Right"), 1);
+}
+
+void MainWindow::addExportMenu() {
+    menuBar()->addMenu(makeExportMenu(model_, this));
+    model_.exports().setDialogs(ExportDialogs::native(this));
+    answerExportOptions(model_, this);
 }
 
 void MainWindow::addSnapshotMenu() {
@@ -553,6 +581,19 @@ void MainWindow::transcriptMenu(const QPoint& at) {
         menu.addAction("Add Event Here…", this, &MainWindow::addEvent);
     }
     menu.exec(transcriptView_->viewport()->mapToGlobal(at));
+}
+
+void MainWindow::timelineMenu(const QPoint& at) {
+    const auto* item = timelineTree_->itemAt(at);
+    if (!item) return;
+    const auto unitName = item->data(0, unitRole).toString();
+    const auto unit = Timeline::unitNamed(unitName.toStdString());
+    if (!unit) return;
+    QMenu menu(this);
+    addPeriodExports(menu, model_,
+                     ExportPeriod::containing(Date{item->data(0, startRole).toDouble()}, *unit),
+                     unitName);
+    menu.exec(timelineTree_->viewport()->mapToGlobal(at));
 }
 
 }  // namespace bc::app

@@ -54,6 +54,7 @@ private:
     QWidget* makeSidebar();
     QWidget* makeStatusLine();
     void addShortcuts();
+    void addExportMenu();
     // Snapshots, the custody log and whether calls are merged into transcripts.
     void addSnapshotMenu();
 
@@ -71,6 +72,7 @@ private:
     void addEvent();
     void editEvent(const Message& row);
     void transcriptMenu(const QPoint& at);
+    void timelineMenu(const QPoint& at);
     Timeline::Unit jumpUnit() const;
 
     AppModel& model_;

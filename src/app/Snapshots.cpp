@@ -56,15 +56,19 @@ const SnapshotInfo* Snapshots::find(const std::string& id) const {
 
 void Snapshots::refresh() {
     const auto generation = ++listGeneration_;
-    listing_.run([] { return Preservation::list(); },
-                 [this, generation](std::vector<SnapshotInfo> found) {
-                     if (generation != listGeneration_) return;
-                     list_ = std::move(found);
-                     emit listChanged();
-                 },
-                 [this](std::exception_ptr error) {
-                     emit statusReported("Couldn't list the snapshots: " + reasonOf(error));
-                 });
+    listing_.run(
+        [] { return std::pair(Preservation::list(), Preservation::unreadable()); },
+        [this, generation](std::pair<std::vector<SnapshotInfo>, std::vector<std::string>> found) {
+            if (generation != listGeneration_) return;
+            list_ = std::move(found.first);
+            emit listChanged();
+            // A damaged snapshot cannot be listed; the user must still hear of it.
+            if (!found.second.empty())
+                emit statusReported("WARNING: " + QString::fromStdString(found.second.front()));
+        },
+        [this](std::exception_ptr error) {
+            emit statusReported("Couldn't list the snapshots: " + reasonOf(error));
+        });
 }
 
 std::optional<QString> Snapshots::whyNotTake() const {

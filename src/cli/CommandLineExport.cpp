@@ -8,6 +8,7 @@
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "custody/SnapshotTaking.h"
+#include "export/Exporter.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
 #include "support/Calendar.h"
@@ -187,7 +188,7 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
                                 const ExportPipeline::Context& context) {
     // A PDF goes into the new folder beside its certificate; page images are the folder.
     const bool pdf = job.format == RangeExportFormat::pdf;
-    const fs::path destination = pdf ? folder / (job.title + ".pdf") : folder;
+    const fs::path destination = pdf ? folder / (Exporter::fileStem(job.title) + ".pdf") : folder;
     if (pdf) {
         std::error_code error;
         if (!fs::create_directories(folder, error))
@@ -235,7 +236,9 @@ int CommandLineExport::verifySnapshots() {
     try {
         if (arguments_.contains("--demo")) DatabaseChoice::from(arguments_);
         const auto snapshots = Preservation::list();
-        if (snapshots.empty()) out_ << "No snapshots in " << Preservation::root().string() << "\n";
+        const auto damaged = Preservation::unreadable();
+        if (snapshots.empty() && damaged.empty())
+            out_ << "No snapshots in " << Preservation::root().string() << "\n";
         for (const auto& snapshot : snapshots) {
             try {
                 const auto verification = Preservation::verify(snapshot, &cancel_);
@@ -245,6 +248,10 @@ int CommandLineExport::verifySnapshots() {
                 intact = false;
                 out_ << snapshot.id << ": error " << e.what() << "\n";
             }
+        }
+        for (const auto& problem : damaged) {
+            intact = false;
+            out_ << "WARNING: " << problem << "\n";
         }
         const auto chain = CustodyLog::verify();
         out_ << "custody log: " << chain.records << " records, chain "

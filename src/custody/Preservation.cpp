@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <set>
 #include <unordered_map>
 #include <unordered_set>
@@ -367,23 +368,46 @@ SnapshotInfo Preservation::create(MessageDatabase& database,
     return info;
 }
 
-std::vector<SnapshotInfo> Preservation::list() {
-    std::vector<SnapshotInfo> snapshots;
+namespace {
+
+// Calls `read` with every sealed snapshot folder under the root (one holding a manifest).
+void forEachSnapshotFolder(const std::function<void(const fs::path&)>& read) {
     std::error_code error;
-    for (const auto& entry : fs::directory_iterator(root(), error)) {
+    for (const auto& entry : fs::directory_iterator(Preservation::root(), error)) {
         if (!entry.is_directory() || entry.path().filename().string().ends_with(partialSuffix))
             continue;
-        if (!fs::exists(entry.path() / manifestName)) continue;
-        try {
-            snapshots.push_back(readManifest(entry.path()));
-        } catch (const Error&) {
-            // Not a snapshot this program can read; listing goes on with the others.
-        }
+        if (fs::exists(entry.path() / manifestName)) read(entry.path());
     }
+}
+
+}  // namespace
+
+std::vector<SnapshotInfo> Preservation::list() {
+    std::vector<SnapshotInfo> snapshots;
+    forEachSnapshotFolder([&](const fs::path& folder) {
+        try {
+            snapshots.push_back(readManifest(folder));
+        } catch (const Error&) {
+            // Reported by unreadable(); listing goes on with the others.
+        }
+    });
     std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) {
         return a.createdAt != b.createdAt ? b.createdAt < a.createdAt : b.id < a.id;
     });
     return snapshots;
+}
+
+std::vector<std::string> Preservation::unreadable() {
+    std::vector<std::string> problems;
+    forEachSnapshotFolder([&](const fs::path& folder) {
+        try {
+            readManifest(folder);
+        } catch (const Error& error) {
+            problems.emplace_back(error.what());
+        }
+    });
+    std::sort(problems.begin(), problems.end());
+    return problems;
 }
 
 std::unique_ptr<MessageDatabase> Preservation::open(const SnapshotInfo& snapshot) {

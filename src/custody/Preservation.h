@@ -88,6 +88,9 @@ public:
 
     // Every sealed snapshot under the root, newest first; ".partial" work folders are ignored.
     static std::vector<SnapshotInfo> list();
+    // The snapshot folders whose manifest cannot be read, each with its error: a damaged
+    // snapshot must be reported, not silently left out of the list.
+    static std::vector<std::string> unreadable();
 
     // The snapshot's "chat.db" as a read-only, immutable reader whose attachment paths point
     // into the snapshot and whose custody source names the snapshot. Throws DBError or Error.

@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "custody/CustodySystemInfo.h"
+#include "export/Exporter.h"
 #include "model/MessageSource.h"
 #include "sources/CallHistory.h"
 #include "sources/demo/DemoData.h"
@@ -122,7 +123,7 @@ std::string ExportRequest::baseName() const {
         range = fileDay(from);
         if (fileDay(to) != range) range += " to " + fileDay(to);
     }
-    return title + " \u2013 " + range;
+    return Exporter::fileStem(title) + " \u2013 " + range;
 }
 
 std::string ExportRequest::rangeDescription() const {

@@ -83,7 +83,8 @@ struct ExportRequest {
 
     std::vector<int64_t> chatIDs() const;
     bool isEntireRange() const;
-    // title + " – " + the range part: the period's file label, "all messages" or the dates.
+    // The title as a file name (Exporter::fileStem) + " – " + the range part: the period's file
+    // label, "all messages" or the dates.
     std::string baseName() const;
     // "Entire conversation", or the two days in the long style + " (inclusive)".
     std::string rangeDescription() const;

@@ -107,6 +107,14 @@ TEST_F(SnapshotsTest, TakingSealsLogsAndListsNewestFirst) {
                       "and the manifest matches the custody log.")
                   .arg(newest.files.size()));
     EXPECT_EQ(model->snapshots().verdict(newest.id), model->statusText());
+
+    // A snapshot whose manifest is damaged leaves the list with a warning, never silently.
+    const fs::path older = root() / "Snapshot 2024-03-05T140709";
+    Preservation::unlock(older);
+    bc::testing::writeText(older / "manifest.json", "{");
+    waitForList(*model, 1);
+    ASSERT_TRUE(waitFor([&] { return model->statusText().startsWith("WARNING: "); }));
+    EXPECT_TRUE(model->statusText().contains("Snapshot 2024-03-05T140709"));
 }
 
 TEST_F(SnapshotsTest, ASnapshotOpensAsTheSourceAndCannotBeSnapshotted) {

@@ -140,7 +140,7 @@ TEST_F(CommandLine, DatabaseFileIsRecordedAsTheSource) {
     ASSERT_EQ(run({"--export-html", "--demo", "--chats", "1", "--out", "first"}).exitStatus, 0);
     fs::copy_file(demoFolder() / "chat.db", dir_ / "copy.db");
     const auto result = run({"--export-html", "--database", "copy.db", "--chats", "1", "--format",
-                             "pdf", "--out", "pages"});
+                             "pdf", "--title", "Ann/Bob", "--out", "pages"});
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
     CustodyLog::setOverrideURL(dir_ / "home" / "data" / "Kestrove" / "custody-log.jsonl");
     const auto records = CustodyLog::readAll();
@@ -150,8 +150,9 @@ TEST_F(CommandLine, DatabaseFileIsRecordedAsTheSource) {
     EXPECT_EQ(records[0].source.kind, "files");
     EXPECT_EQ(records[0].format, "pdf");
     EXPECT_GT(records[0].pageCount.value_or(0), 0);
-    EXPECT_TRUE(fs::exists(dir_ / "pages" / "Messages.pdf"));
-    EXPECT_TRUE(fs::exists(dir_ / "pages" / "Messages \u2013 Certificate.txt"));
+    // A title is never a path.
+    EXPECT_TRUE(fs::exists(dir_ / "pages" / "Ann-Bob.pdf"));
+    EXPECT_TRUE(fs::exists(dir_ / "pages" / "Ann-Bob \u2013 Certificate.txt"));
 }
 
 TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
@@ -174,6 +175,15 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
     EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact"),
               std::string::npos)
         << verified.standardOutput;
+
+    // A damaged manifest still fails verification instead of hiding the snapshot.
+    testing::writeText(folder / "manifest.json", "not json");
+    const auto damaged = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_NE(damaged.exitStatus, 0);
+    EXPECT_NE(damaged.standardOutput.find("WARNING: Couldn't read the manifest of " +
+                                          snapshots[0].id + ": "),
+              std::string::npos)
+        << damaged.standardOutput;
 }
 
 TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {

@@ -214,13 +214,22 @@ TEST_F(PreservationTest, OutsideFilesKeepDistinctNamesAndUncopyableOnesCountAsFa
     EXPECT_TRUE(Preservation::verify(info).isIntact());
 }
 
-TEST_F(PreservationTest, ListIsNewestFirstAndSkipsWorkFolders) {
+TEST_F(PreservationTest, ListIsNewestFirstSkipsWorkFoldersAndReportsDamagedManifests) {
     MessageDatabase database(sourcePath());
     const SnapshotInfo older = Preservation::create(database, std::nullopt, "All", nullptr, {});
     clock_.set(utc("2024-03-06T10:00:00Z"));
     const SnapshotInfo newer = Preservation::create(database, std::nullopt, "All", nullptr, {});
     fs::create_directories(root() / "Snapshot 2024-03-07T000000.partial");
     EXPECT_THAT(Preservation::list(), ElementsAre(newer, older));
+    EXPECT_TRUE(Preservation::unreadable().empty());
+
+    // A damaged manifest leaves the list but is reported, never silently dropped.
+    Preservation::unlock(root() / older.id);
+    writeText(root() / older.id / "manifest.json", "{ truncated");
+    EXPECT_THAT(Preservation::list(), ElementsAre(newer));
+    const auto damaged = Preservation::unreadable();
+    ASSERT_EQ(damaged.size(), 1u);
+    EXPECT_THAT(damaged[0], HasSubstr("Couldn't read the manifest of " + older.id + ": "));
 
     // The same second again would overwrite a sealed snapshot: refused, the first kept.
     EXPECT_THROW(Preservation::create(database, std::nullopt, "All", nullptr, {}), Error);

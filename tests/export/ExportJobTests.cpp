@@ -41,6 +41,9 @@ TEST(ExportRequest, NamesTheRangeItCovers) {
     EXPECT_EQ(request.baseName(), "Sam \u2013 2024-03-01");
     request.fileLabel = "2024-03";
     EXPECT_EQ(request.baseName(), "Sam \u2013 2024-03");
+    // A name is one file or folder: a slash in a group's name must not make a path of it.
+    request.title = "Mum/Dad: plans";
+    EXPECT_EQ(request.baseName(), "Mum-Dad- plans \u2013 2024-03");
 }
 
 TEST(ExportRequest, UniqueNamesAndSettingsDefaults) {

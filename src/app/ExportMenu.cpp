@@ -1,0 +1,69 @@
+#include "app/ExportMenu.h"
+
+#include <QMenu>
+
+#include "app/AppModel.h"
+#include "app/ExportSheet.h"
+
+namespace bc::app {
+
+namespace {
+
+QString shortName(RangeExportFormat format) {
+    return QString::fromUtf8(rangeExportFormat::shortName(format).data());
+}
+
+}  // namespace
+
+QMenu* makeExportMenu(AppModel& model, QWidget* parent) {
+    auto* menu = new QMenu("Export", parent);
+    menu->setObjectName("exportMenu");
+    auto& exports = model.exports();
+    for (const auto format : rangeExportFormat::allCases)
+        menu->addAction(shortName(format) + "…", menu,
+                        [&exports, format] { exports.showExportOptions(format, std::nullopt); });
+    menu->addSeparator();
+    for (const auto format : allExportFormats)
+        menu->addAction("Conversation as " + Exports::formatName(format) + "…", menu,
+                        [&exports, format] { exports.exportSelected(format); });
+    menu->addSeparator();
+    for (const auto format : allExportFormats)
+        menu->addAction("Every Conversation as " + Exports::formatName(format), menu,
+                        [&exports, format] { exports.exportAll(format); });
+    menu->addSeparator();
+    auto* cancel = menu->addAction("Cancel Export", menu, [&exports] { exports.cancelExport(); });
+    QObject::connect(&model.jobs(), &Jobs::changed, menu, [menu, cancel, &model] {
+        for (auto* action : menu->actions())
+            if (!action->isSeparator()) action->setEnabled(!model.jobs().isRunning());
+        cancel->setEnabled(model.exports().isExporting());
+    });
+    cancel->setEnabled(false);
+    return menu;
+}
+
+void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period,
+                      const QString& unitName) {
+    auto& exports = model.exports();
+    const bool idle = !model.jobs().isRunning();
+    for (const auto format : rangeExportFormat::allCases) {
+        auto* quick =
+            menu.addAction("Export this " + unitName + " as " + shortName(format), &menu,
+                           [&exports, period, format] { exports.quickExport(period, format); });
+        quick->setEnabled(idle);
+    }
+    auto* options = menu.addAction(
+        "Export this " + unitName + " with Options…", &menu,
+        [&exports, period] { exports.showExportOptions(RangeExportFormat::pdf, period); });
+    options->setEnabled(idle);
+}
+
+void answerExportOptions(AppModel& model, QWidget* parent) {
+    QObject::connect(&model.exports(), &Exports::optionsRequested, parent,
+                     [&model, parent](const ExportRequest& request) {
+                         ExportSheet sheet(request, parent);
+                         if (sheet.exec() == QDialog::Accepted)
+                             model.exports().startExport(sheet.request());
+                     });
+}
+
+}  // namespace bc::app

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QString>
+
+#include "export/ExportPeriod.h"
+
+class QMenu;
+class QWidget;
+
+namespace bc::app {
+
+class AppModel;
+
+// The Export menu: the export sheet for each format, the plain formats of the selected
+// conversation and of every conversation, and Cancel. Its entries wait while a job runs.
+QMenu* makeExportMenu(AppModel& model, QWidget* parent);
+
+// The timeline's quick exports of one period ("Export this month as PDF") and the sheet for it.
+void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period,
+                      const QString& unitName);
+
+// Answers the model's request for the export sheet over `parent` and starts what it returns.
+void answerExportOptions(AppModel& model, QWidget* parent);
+
+}  // namespace bc::app
