@@ -97,9 +97,9 @@ void longestConversationShown(benchmark::State& state, bool whole) {
     for (auto _ : state) {
         model.selectConversation(std::nullopt);
         model.selectConversation(longest);
-        runUntil([&] { return whole ? !model.isBusy() : !model.sharedTranscript()->rows.empty(); });
+        runUntil([&] { return whole ? !model.isBusy() : !model.shownTranscript()->rows.empty(); });
         window.transcriptView()->viewport()->repaint();
-        state.counters["rows"] = static_cast<double>(model.sharedTranscript()->rows.size());
+        state.counters["rows"] = static_cast<double>(model.shownTranscript()->rows.size());
         state.PauseTiming();
         waitUntilIdle(model);
         state.ResumeTiming();

@@ -93,9 +93,10 @@ public:
     void selectConversation(std::optional<size_t> index);
 
     const OpenTranscript& transcript() const { return *transcript_; }
+    std::shared_ptr<const OpenTranscript> sharedTranscript() const { return transcript_; }
     // What the transcript view shows: while a long conversation is read, its newest rows (which
     // transcript() never holds, so nothing acts on part of a conversation).
-    std::shared_ptr<const OpenTranscript> sharedTranscript() const {
+    std::shared_ptr<const OpenTranscript> shownTranscript() const {
         return recentRows_ ? recentRows_ : transcript_;
     }
     // Conversations longer than this show their last rows before the whole is read.

@@ -42,7 +42,7 @@ protected:
     static std::vector<Shown> record(AppModel& model) {
         auto shown = std::make_shared<std::vector<Shown>>();
         QObject::connect(&model, &AppModel::transcriptChanged, [&model, shown](bool keep) {
-            shown->push_back({keep, model.sharedTranscript(), model.transcript().rows.size()});
+            shown->push_back({keep, model.shownTranscript(), model.transcript().rows.size()});
         });
         model.selectConversation(longest(model));
         EXPECT_TRUE(waitFor([&] { return !model.isBusy(); }));
@@ -68,7 +68,7 @@ TEST_F(LongConversationTest, NewestRowsShowFirstAndTheWholeReplacesThemInPlace) 
     EXPECT_TRUE(shown[2].keepPosition) << "the rows on screen stay where they are";
 
     const auto& whole = model->transcript().rows;
-    EXPECT_EQ(model->sharedTranscript()->rows.size(), whole.size());
+    EXPECT_EQ(model->shownTranscript()->rows.size(), whole.size());
     ASSERT_GT(whole.size(), recent.size());
     const std::vector<Message> end(whole.end() - static_cast<std::ptrdiff_t>(recent.size()),
                                    whole.end());
@@ -80,13 +80,13 @@ TEST_F(LongConversationTest, CancellingLeavesNoPartOfTheConversationOnScreen) {
     model->selectConversation(std::nullopt);
     ASSERT_TRUE(waitFor([&] { return !model->isBusy(); }));
     model->selectConversation(longest(*model));
-    ASSERT_TRUE(waitFor([&] { return !model->sharedTranscript()->rows.empty(); }));
+    ASSERT_TRUE(waitFor([&] { return !model->shownTranscript()->rows.empty(); }));
     if (!model->isBusy()) GTEST_SKIP() << "the whole was read before it could be cancelled";
     model->cancel();
-    EXPECT_TRUE(model->sharedTranscript()->rows.empty());
+    EXPECT_TRUE(model->shownTranscript()->rows.empty());
     ASSERT_TRUE(waitFor([&] { return !model->isBusy(); }));
     QCoreApplication::processEvents();
-    EXPECT_TRUE(model->sharedTranscript()->rows.empty());
+    EXPECT_TRUE(model->shownTranscript()->rows.empty());
     EXPECT_TRUE(model->transcript().rows.empty());
 }
 
