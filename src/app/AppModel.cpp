@@ -5,6 +5,7 @@
 #include <QSettings>
 
 #include "app/Failures.h"
+#include "app/FreedOffMainThread.h"
 #include "app/Snapshots.h"
 #include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
@@ -54,12 +55,40 @@ QString accessInstructions(const std::string& path, const std::string& reason) {
 
 // The shown rows and their calendar, from the messages and the conversation's events.
 void arrangeRows(OpenTranscript& open, const std::vector<TimelineEvent>& events) {
-    open.rows = userEvents::merge(events, open.messages);
+    open.rows = events.empty() ? open.messages : userEvents::merge(events, open.messages);
     open.timeline = Timeline(open.rows);
     open.rowByGUID.clear();
     open.rowByGUID.reserve(open.rows.size());
     for (size_t row = 0; row < open.rows.size(); ++row)
         open.rowByGUID.try_emplace(open.rows[row].guid, row);
+}
+
+// What the window shows of a read: calls merged, the user's events among the rows. A read of only
+// the newest rows keeps what lies from its first stored message on, as the whole would show it.
+std::shared_ptr<const OpenTranscript> openTranscript(MessageDatabase& database,
+                                                     const std::vector<int64_t>& chatIDs,
+                                                     Transcript read,
+                                                     std::vector<TimelineEvent> events,
+                                                     const CancelFlag& cancel, bool recentOnly) {
+    cancel.check();
+    CallHistory::shared().mergeCalls(read, database, chatIDs, database.handles(chatIDs));
+    cancel.check();
+    auto open = std::make_unique<OpenTranscript>();
+    open->messages = std::move(read.messages);
+    open->reactionEvents = std::move(read.reactionEvents);
+    open->callLogIssue = std::move(read.callLogIssue);
+    if (recentOnly) {
+        auto& messages = open->messages;
+        const auto first = std::find_if(messages.begin(), messages.end(),
+                                        [](const Message& row) { return row.isRecordedMessage(); });
+        const std::optional<Date> from =
+            first == messages.end() ? std::nullopt : std::optional(first->date);
+        messages.erase(messages.begin(), first);
+        std::erase_if(events,
+                      [&](const TimelineEvent& event) { return !from || event.date < *from; });
+    }
+    arrangeRows(*open, events);
+    return freedOffMainThread(std::move(open));
 }
 
 }  // namespace
@@ -146,7 +175,6 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
             opened.database = open();
             cancel->check();
             opened.chats = opened.database->fetchChats();
-            opened.signature = opened.database->changeSignature();
             return opened;
         },
         [this, generation, kind, choice](Opened opened) {
@@ -154,6 +182,7 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
             sourceKind_ = kind;
             sourceChoice_ = choice;
             finishOpening(std::move(opened));
+            readSignature();
         },
         [this, generation, kind, path](std::exception_ptr error) {
             if (generation != sourceGeneration_) return;
@@ -168,6 +197,7 @@ void AppModel::finishOpening(Opened opened) {
     chats_ = std::move(opened.chats);
     if (!sameSource) {
         selected_.reset();
+        recentRows_.reset();
         transcript_ = std::make_shared<OpenTranscript>();
         emit transcriptChanged(false);
     }
@@ -175,6 +205,23 @@ void AppModel::finishOpening(Opened opened) {
     regroup(sameSource);
     setState(State::ready);
     if (!sameSource && source_->isLive()) startAttachmentWatch();
+}
+
+// The list is shown first; the signature, a second pass over the messages, follows. It is read
+// after the list, so a change in between is caught by the next poll.
+void AppModel::readSignature() {
+    const auto generation = sourceGeneration_;
+    pollInFlight_ = true;
+    background_.run([database = source_] { return database->changeSignature(); },
+                    [this, generation](std::string signature) {
+                        pollInFlight_ = false;
+                        if (generation == sourceGeneration_) signature_ = std::move(signature);
+                    },
+                    [this](std::exception_ptr error) {
+                        pollInFlight_ = false;
+                        reportStatus("Couldn't check the Messages database for changes: " +
+                                     qs(messageOf(error)));
+                    });
 }
 
 void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
@@ -276,7 +323,8 @@ void AppModel::selectConversation(std::optional<size_t> index) {
 
 void AppModel::loadTranscript(bool keepPosition) {
     // A change noticed while a conversation is still being read first: nothing to keep yet.
-    keepPosition = keepPosition && !transcript_->rows.empty();
+    keepPosition = keepPosition && !transcript_->rows.empty() && !recentRows_;
+    recentRows_.reset();
     const auto generation = ++transcriptGeneration_;
     if (!selected_ || !source_) {
         transcript_ = std::make_shared<OpenTranscript>();
@@ -289,33 +337,50 @@ void AppModel::loadTranscript(bool keepPosition) {
         emit transcriptChanged(false);
     }
     auto cancel = beginTask("Reading the conversation…");
+    // A long conversation shows its end first, read before the whole; the view stays where it
+    // is when the whole replaces it.
+    const bool recentFirst = !keepPosition && selected_->messageCount > recentFirstAbove;
+    const auto showRecent = [this, generation](std::shared_ptr<const OpenTranscript> recent) {
+        if (generation != transcriptGeneration_) return;
+        recentRows_ = std::move(recent);
+        emit transcriptChanged(false);
+    };
     background_.run(
-        [database = source_, chatIDs = selected_->chatIDs, events = eventsForOpenConversation(),
-         cancel] {
-            auto open = std::make_shared<OpenTranscript>();
-            auto read = database->fetchTranscript(chatIDs);
-            cancel->check();
-            CallHistory::shared().mergeCalls(read, *database, chatIDs, database->handles(chatIDs));
-            cancel->check();
-            open->messages = std::move(read.messages);
-            open->reactionEvents = std::move(read.reactionEvents);
-            open->callLogIssue = std::move(read.callLogIssue);
-            arrangeRows(*open, events);
-            return std::shared_ptr<const OpenTranscript>(std::move(open));
+        [this, database = source_, chatIDs = selected_->chatIDs,
+         events = eventsForOpenConversation(), cancel, recentFirst, showRecent] {
+            if (recentFirst) {
+                auto recent = openTranscript(*database, chatIDs,
+                                             database->fetchRecentRows(chatIDs, recentRows), events,
+                                             *cancel, true);
+                QMetaObject::invokeMethod(
+                    this, [showRecent, recent = std::move(recent)] { showRecent(recent); },
+                    Qt::QueuedConnection);
+            }
+            return openTranscript(*database, chatIDs, database->fetchTranscript(chatIDs), events,
+                                  *cancel, false);
         },
-        [this, generation, keepPosition](std::shared_ptr<const OpenTranscript> open) {
+        [this, generation, keepPosition, recentFirst](std::shared_ptr<const OpenTranscript> open) {
             if (generation != transcriptGeneration_) return;
             transcript_ = std::move(open);
+            recentRows_.reset();
             endTask(transcript_->callLogIssue ? qs(*transcript_->callLogIssue) : QString());
-            emit transcriptChanged(keepPosition);
+            emit transcriptChanged(keepPosition || recentFirst);
             emit flagsChanged();
         },
         [this, generation](std::exception_ptr error) {
             if (generation != transcriptGeneration_) return;
+            dropRecentRows();
             endTask(isCancellation(error)
                         ? QString("Cancelled.")
                         : "Couldn't read the conversation: " + qs(messageOf(error)));
         });
+}
+
+// Part of a conversation is never left on screen once its whole read failed or was cancelled.
+void AppModel::dropRecentRows() {
+    if (!recentRows_) return;
+    recentRows_.reset();
+    emit transcriptChanged(false);
 }
 
 std::optional<size_t> AppModel::rowOfMessage(int64_t messageID) const {
@@ -410,9 +475,9 @@ std::vector<TimelineEvent> AppModel::eventsForOpenConversation() const {
 }
 
 void AppModel::applyEvents() {
-    auto open = std::make_shared<OpenTranscript>(*transcript_);
+    auto open = std::make_unique<OpenTranscript>(*transcript_);
     arrangeRows(*open, eventsForOpenConversation());
-    transcript_ = std::move(open);
+    transcript_ = freedOffMainThread(std::move(open));
     emit transcriptChanged(true);
 }
 
@@ -460,7 +525,8 @@ void AppModel::setPolling(bool on) {
 }
 
 void AppModel::pollForChanges() {
-    if (!source_ || pollInFlight_ || state_ != State::ready) return;
+    // Until the signature of what is shown is known there is nothing to compare with.
+    if (!source_ || pollInFlight_ || state_ != State::ready || signature_.empty()) return;
     pollInFlight_ = true;
     const auto generation = sourceGeneration_;
     background_.run(
@@ -522,6 +588,7 @@ void AppModel::cancel() {
     if (!busy_) return;
     cancel_->cancel();
     ++transcriptGeneration_;
+    dropRecentRows();
     if (state_ == State::loading) {
         ++sourceGeneration_;
         setState(State::failed, "Opening the Messages database was cancelled.");

@@ -94,6 +94,14 @@ public:
 
     const OpenTranscript& transcript() const { return *transcript_; }
     std::shared_ptr<const OpenTranscript> sharedTranscript() const { return transcript_; }
+    // What the transcript view shows: while a long conversation is read, its newest rows (which
+    // transcript() never holds, so nothing acts on part of a conversation).
+    std::shared_ptr<const OpenTranscript> shownTranscript() const {
+        return recentRows_ ? recentRows_ : transcript_;
+    }
+    // Conversations longer than this show their last rows before the whole is read.
+    static constexpr int64_t recentFirstAbove = 20'000;
+    static constexpr size_t recentRows = 400;
     std::optional<size_t> rowOfMessage(int64_t messageID) const;
     std::optional<size_t> rowOfDay(size_t dayIndex) const;
 
@@ -154,7 +162,9 @@ private:
                   const std::filesystem::path& path, SourceKind kind, SourceChoice choice);
     void finishOpening(Opened opened);
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
+    void readSignature();
     void loadTranscript(bool keepPosition);
+    void dropRecentRows();
     void persistEvents();
     void applyEvents();
     // True when the selected conversation now holds other chats and must be read again.
@@ -190,6 +200,7 @@ private:
     std::vector<Conversation> conversations_;
     std::optional<Conversation> selected_;
     std::shared_ptr<const OpenTranscript> transcript_;
+    std::shared_ptr<const OpenTranscript> recentRows_;
 
     EvidenceFlags flags_;
     std::vector<TimelineEvent> events_;

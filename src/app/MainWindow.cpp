@@ -426,7 +426,7 @@ void MainWindow::showTranscript(bool keepPosition) {
         conversationList_->setCurrentRow(static_cast<int>(*index));
     }
     const auto* conversation = model_.selectedConversation();
-    transcriptModel_->setTranscript(model_.sharedTranscript(),
+    transcriptModel_->setTranscript(model_.shownTranscript(),
                                     conversation && conversation->isGroup);
     const auto rowOf = [this](const std::optional<std::string>& guid) -> std::optional<int> {
         if (!guid) return std::nullopt;

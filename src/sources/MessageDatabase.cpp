@@ -5,7 +5,11 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include <sqlite3.h>
+
+#include "sources/ChatListing.h"
 #include "sources/MessageDecoding.h"
+#include "sources/TranscriptOrder.h"
 #include "sources/demo/DemoData.h"
 #include "support/CancelFlag.h"
 #include "support/Errors.h"
@@ -22,7 +26,9 @@ namespace {
 constexpr int busyTimeoutMilliseconds = 10000;
 constexpr const char* recoverableJoin = "chat_recoverable_message_join";
 
-// The tail of a message's statement after the ids prefix; column texts come from probes.
+// The transcript's rows after the ids prefix, in row id order: the membership columns are
+// placeholders filled in by the reader, which also sorts (see TranscriptOrder). The last column
+// says whether the date sorts as a plain integer. Column texts come from probes.
 std::string messageStatement(const std::function<std::string(const char*, const char*)>& column) {
     return "\nSELECT m.ROWID, m.guid, m.date, m.is_from_me, IFNULL(h.id, ''), m.text, " +
            column("attributedBody", "NULL") + ",\n       " +
@@ -31,17 +37,34 @@ std::string messageStatement(const std::function<std::string(const char*, const 
            column("associated_message_emoji", "NULL") + ", ''), " +
            column("thread_originator_guid", "NULL") + ", " + column("date_edited", "0") +
            ",\n       " + column("date_retracted", "0") + ", IFNULL(" +
-           column("balloon_bundle_id", "NULL") + ", ''), MIN(ids.chat_id), " +
-           column("error", "0") + ",\n       IFNULL(" + column("expressive_send_style_id", "NULL") +
-           ", ''), " + column("message_summary_info", "NULL") + ",\n       " +
-           column("date_delivered", "0") + ", " + column("date_read", "0") +
-           ", MAX(ids.deleted)\n"
-           "FROM ids\n"
-           "JOIN message m ON m.ROWID = ids.message_id\n"
+           column("balloon_bundle_id", "NULL") + ", ''), 0, " + column("error", "0") +
+           ",\n       IFNULL(" + column("expressive_send_style_id", "NULL") + ", ''), " +
+           column("message_summary_info", "NULL") + ",\n       " + column("date_delivered", "0") +
+           ", " + column("date_read", "0") +
+           ", NULL, typeof(m.date) IN ('integer', 'null')\n"
+           "FROM message m\n"
            "LEFT JOIN handle h ON h.ROWID = m.handle_id\n"
-           "GROUP BY m.ROWID\n"
-           "ORDER BY m.date, m.ROWID";
+           "WHERE m.ROWID IN (SELECT message_id FROM ids)";
 }
+
+// Several statements read one state of a database that Messages may be writing meanwhile. A
+// read transaction takes no write lock; inside a caller's transaction there is nothing to do.
+class ReadTransaction {
+public:
+    explicit ReadTransaction(sqlite::Connection& db)
+        : db_(db), owned_(sqlite3_get_autocommit(db.handle()) != 0) {
+        if (owned_) db_.execute("BEGIN");
+    }
+    ~ReadTransaction() {
+        if (owned_) sqlite3_exec(db_.handle(), "COMMIT", nullptr, nullptr, nullptr);
+    }
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+private:
+    sqlite::Connection& db_;
+    bool owned_;
+};
 
 messages::StoredRow storedRow(const sqlite::Statement& row) {
     auto text = row.optionalText(5);
@@ -152,58 +175,19 @@ std::string MessageDatabase::messageColumn(const std::string& column, const std:
 
 std::vector<Chat> MessageDatabase::fetchChats() {
     std::lock_guard guard(lock_);
-    std::string sql =
-        "SELECT c.ROWID, c.chat_identifier, IFNULL(c.display_name, ''), IFNULL(c.service_name, "
-        "''),\n"
-        "       COUNT(m.ROWID), MAX(m.date), MIN(ids.deleted)\n"
-        "FROM chat c\n"
-        "JOIN (SELECT chat_id, message_id, 0 AS deleted FROM chat_message_join ";
-    if (db_->tableExists(recoverableJoin))
-        sql += "UNION ALL SELECT chat_id, message_id, 1 FROM chat_recoverable_message_join";
-    sql +=
-        ") ids ON ids.chat_id = c.ROWID\n"
-        "JOIN message m ON m.ROWID = ids.message_id\n"
-        "-- Count messages the way the conversation shows them: reactions aren't messages.\n"
-        "WHERE " +
-        messageColumn("associated_message_type", "0") +
-        " NOT BETWEEN 2000 AND 3999\n"
-        "GROUP BY c.ROWID\n"
-        "ORDER BY MAX(m.date) DESC";
-    std::vector<Chat> chats;
-    std::unordered_map<int64_t, size_t> byID;
-    auto statement = db_->prepare(sql);
-    while (statement.step()) {
-        byID.emplace(statement.int64(0), chats.size());
-        chats.push_back(Chat{
-            .id = statement.int64(0),
-            .identifier = statement.text(1),
-            .displayName = statement.text(2),
-            .service = statement.text(3),
-            .messageCount = statement.int64(4),
-            .lastDate = appleDate(statement.int64(5)),
-            .isDeletedConversation = statement.int64(6) == 1,
-        });
-    }
-    for (auto& [chatID, handle] : readParticipants()) {
-        const auto found = byID.find(chatID);
-        if (found != byID.end()) chats[found->second].participants.push_back(std::move(handle));
-    }
-    return chats;
-}
-
-std::vector<std::pair<int64_t, std::string>> MessageDatabase::readParticipants() {
-    std::vector<std::pair<int64_t, std::string>> rows;
-    if (!db_->tableExists("chat_handle_join")) return rows;
-    auto statement = db_->prepare(
-        "SELECT chj.chat_id, h.id FROM chat_handle_join chj\n"
-        "JOIN handle h ON h.ROWID = chj.handle_id");
-    while (statement.step()) rows.emplace_back(statement.int64(0), statement.text(1));
-    return rows;
+    const ReadTransaction oneState(*db_);
+    return chatListing::list(*db_);
 }
 
 std::string MessageDatabase::idsPrefix(const std::string& ids) {
+    return "WITH " + membershipTable("ids", ids);
+}
+
+// The common table of every membership row of the conversations, named `name`.
+std::string MessageDatabase::membershipTable(const std::string& name, const std::string& ids) {
     std::string sql =
-        "WITH ids(message_id, chat_id, deleted) AS (\n"
+        name +
+        "(message_id, chat_id, deleted) AS (\n"
         "    SELECT message_id, chat_id, NULL FROM chat_message_join WHERE chat_id IN (" +
         ids;
     if (db_->tableExists(recoverableJoin)) {
@@ -218,6 +202,22 @@ std::string MessageDatabase::idsPrefix(const std::string& ids) {
         sql += ")\n    UNION ALL SELECT NULL, NULL, NULL WHERE 0 AND -1 NOT IN (";
     }
     return sql + ids + ")\n)";
+}
+
+// The ids prefix narrowed to the newest rows of the transcript's order.
+std::string MessageDatabase::recentIDsPrefix(const std::string& ids, size_t rows) {
+    auto statement = db_->prepare(idsPrefix(ids) +
+                                  "\nSELECT m.ROWID FROM ids\n"
+                                  "JOIN message m ON m.ROWID = ids.message_id\n"
+                                  "GROUP BY m.ROWID\n"
+                                  "ORDER BY m.date DESC, m.ROWID DESC LIMIT " +
+                                  std::to_string(rows));
+    std::vector<int64_t> recent;
+    while (statement.step()) recent.push_back(statement.int64(0));
+    return "WITH " + membershipTable("every", ids) +
+           ",\nids(message_id, chat_id, deleted) AS (\n"
+           "    SELECT message_id, chat_id, deleted FROM every WHERE message_id IN (" +
+           idList(recent) + ")\n)";
 }
 
 std::vector<std::pair<int64_t, Attachment>> MessageDatabase::readAttachments(
@@ -282,19 +282,22 @@ std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> MessageDatabase::rea
     return rows;
 }
 
-// An upper bound of the transcript's length (reactions included), so that the list of a huge
-// conversation is allocated once instead of doubling past it.
-size_t MessageDatabase::rowCount(const std::string& prefix) {
-    auto statement = db_->prepare(prefix + "\nSELECT COUNT(*) FROM ids");
-    statement.step();
-    return static_cast<size_t>(std::max<int64_t>(statement.int64(0), 0));
-}
-
 Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs) {
     std::lock_guard guard(lock_);
+    const ReadTransaction oneState(*db_);
     const std::string ids = idList(chatIDs);
-    const std::string prefix = idsPrefix(ids);
+    return readTranscript(idsPrefix(ids), ids);
+}
 
+Transcript MessageDatabase::fetchRecentRows(const std::vector<int64_t>& chatIDs, size_t rows) {
+    std::lock_guard guard(lock_);
+    const ReadTransaction oneState(*db_);
+    const std::string ids = idList(chatIDs);
+    return readTranscript(recentIDsPrefix(ids, rows), ids);
+}
+
+// The transcript of the memberships in `prefix`'s ids; `ids` lists the conversations.
+Transcript MessageDatabase::readTranscript(const std::string& prefix, const std::string& ids) {
     std::unordered_map<int64_t, std::vector<Attachment>> attachments;
     for (auto& [messageID, attachment] : readAttachments(prefix)) {
         if (pathMapper_) attachment.path = pathMapper_(attachment.path, attachment.id);
@@ -304,15 +307,40 @@ Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs)
     for (auto& [messageID, list] : readRecoveredParts(ids))
         parts.emplace(messageID, std::move(list));
 
+    // The cheap membership scan when ids are plain integers, else the grouped statement.
+    auto memberships = transcriptOrder::membershipsByScan(*db_, prefix);
+    std::optional<std::unordered_map<int64_t, transcriptOrder::Placement>> placements;
+    if (!memberships) placements = transcriptOrder::placementsByStatement(*db_, prefix);
+    const auto membershipOf = [&](int64_t rowID) -> const transcriptOrder::Membership* {
+        if (memberships) {
+            const auto found = memberships->find(rowID);
+            return found == memberships->end() ? nullptr : &found->second;
+        }
+        const auto found = placements->find(rowID);
+        return found == placements->end() ? nullptr : &found->second.membership;
+    };
+
     Transcript transcript;
-    transcript.messages.reserve(rowCount(prefix));
+    transcriptOrder::ReadOrder order;
+    // Allocated once: a huge conversation's list would otherwise double its way up.
+    const size_t expected = memberships ? memberships->size() : placements->size();
+    transcript.messages.reserve(expected);
+    order.reserve(expected);
     auto statement =
         db_->prepare(prefix + messageStatement([this](const char* column, const char* fallback) {
                          return messageColumn(column, fallback);
                      }));
     while (statement.step()) {
         auto row = storedRow(statement);
-        if (messages::isReaction(row.associatedType)) {
+        const auto* membership = membershipOf(row.rowID);
+        if (!membership) continue;
+        row.chatID = membership->chatID;
+        row.deleted = membership->deleted;
+        const bool isReaction = messages::isReaction(row.associatedType);
+        order.add({.date = statement.isNull(2) ? std::nullopt : std::optional(row.date),
+                   .rowID = row.rowID},
+                  isReaction, statement.int64(22) != 0);
+        if (isReaction) {
             transcript.reactionEvents.push_back(messages::reactionEvent(row));
             continue;
         }
@@ -320,6 +348,10 @@ Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs)
         transcript.messages.push_back(
             messages::message(std::move(row), takeFor(attachments, id), takeFor(parts, id)));
     }
+    if (!placements && !order.keysSortAsTheEngine())
+        placements = transcriptOrder::placementsByStatement(*db_, prefix);
+    order.apply(transcript.messages, transcript.reactionEvents,
+                placements ? &*placements : nullptr);
     messages::foldReactions(transcript.messages, transcript.reactionEvents);
     return transcript;
 }

@@ -53,6 +53,9 @@ public:
     std::string changeSignature() override;
     CustodyRecord::Source custodySource() override;
 
+    // The newest `rows` rows (messages and reactions) of those conversations, read as
+    // fetchTranscript reads them: the end of a long conversation, shown while the whole is read.
+    Transcript fetchRecentRows(const std::vector<int64_t>& chatIDs, size_t rows);
     // The participants' handles of those conversations, in row order.
     std::vector<std::string> handles(const std::vector<int64_t>& chatIDs);
     // (attachment row id, stored path with "~" expanded): always the live files, never mapped.
@@ -76,15 +79,16 @@ public:
 private:
     void probeAccess();
     std::string idsPrefix(const std::string& idList);
+    std::string membershipTable(const std::string& name, const std::string& idList);
+    std::string recentIDsPrefix(const std::string& idList, size_t rows);
+    Transcript readTranscript(const std::string& prefix, const std::string& idList);
     std::string optionalColumn(const std::string& table, const std::string& alias,
                                const std::string& column, const std::string& fallback);
     std::string messageColumn(const std::string& column, const std::string& fallback);
     std::string memberIDs(const std::string& ids, const std::string& combine);
-    size_t rowCount(const std::string& prefix);
     std::vector<std::pair<int64_t, Attachment>> readAttachments(const std::string& prefix);
     std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> readRecoveredParts(
         const std::string& idList);
-    std::vector<std::pair<int64_t, std::string>> readParticipants();
 
     std::unique_ptr<sqlite::Connection> db_;
     PathMapper pathMapper_;
