@@ -97,6 +97,7 @@ struct AppModel::Opened {
     std::shared_ptr<MessageDatabase> database;
     std::vector<Chat> chats;
     std::string signature;
+    int64_t dataVersion = 0;  // as the chats were read
 };
 
 AppModel::AppModel(QObject* parent)
@@ -174,6 +175,7 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
             Opened opened;
             opened.database = open();
             cancel->check();
+            opened.dataVersion = opened.database->dataVersion();
             opened.chats = opened.database->fetchChats();
             return opened;
         },
@@ -181,8 +183,9 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
             if (generation != sourceGeneration_) return;
             sourceKind_ = kind;
             sourceChoice_ = choice;
+            const auto listedVersion = opened.dataVersion;
             finishOpening(std::move(opened));
-            readSignature();
+            readSignature(listedVersion);
         },
         [this, generation, kind, path](std::exception_ptr error) {
             if (generation != sourceGeneration_) return;
@@ -207,21 +210,26 @@ void AppModel::finishOpening(Opened opened) {
     if (!sameSource && source_->isLive()) startAttachmentWatch();
 }
 
-// The list is shown first; the signature, a second pass over the messages, follows. It is read
-// after the list, so a change in between is caught by the next poll.
-void AppModel::readSignature() {
+// The list is shown first; the signature, a second pass over the messages, follows. When the
+// database changed in between, the signature describes a state the list never saw: a signature
+// that matches nothing then makes the next poll read everything again.
+void AppModel::readSignature(int64_t listedVersion) {
     const auto generation = sourceGeneration_;
     pollInFlight_ = true;
-    background_.run([database = source_] { return database->changeSignature(); },
-                    [this, generation](std::string signature) {
-                        pollInFlight_ = false;
-                        if (generation == sourceGeneration_) signature_ = std::move(signature);
-                    },
-                    [this](std::exception_ptr error) {
-                        pollInFlight_ = false;
-                        reportStatus("Couldn't check the Messages database for changes: " +
-                                     qs(messageOf(error)));
-                    });
+    background_.run(
+        [database = source_, listedVersion] {
+            auto signature = database->changeSignature();
+            return database->dataVersion() == listedVersion ? signature : std::string("changed");
+        },
+        [this, generation](std::string signature) {
+            pollInFlight_ = false;
+            if (generation == sourceGeneration_) signature_ = std::move(signature);
+        },
+        [this](std::exception_ptr error) {
+            pollInFlight_ = false;
+            reportStatus("Couldn't check the Messages database for changes: " +
+                         qs(messageOf(error)));
+        });
 }
 
 void AppModel::failOpening(std::exception_ptr error, SourceKind kind,

@@ -162,7 +162,7 @@ private:
                   const std::filesystem::path& path, SourceKind kind, SourceChoice choice);
     void finishOpening(Opened opened);
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
-    void readSignature();
+    void readSignature(int64_t listedVersion);
     void loadTranscript(bool keepPosition);
     void dropRecentRows();
     void persistEvents();

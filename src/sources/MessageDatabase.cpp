@@ -455,6 +455,12 @@ std::string MessageDatabase::changeSignature() {
     return signature;
 }
 
+int64_t MessageDatabase::dataVersion() {
+    std::lock_guard guard(lock_);
+    auto statement = db_->prepare("PRAGMA data_version");
+    return statement.step() ? statement.int64(0) : 0;
+}
+
 CustodyRecord::Source MessageDatabase::custodySource() {
     std::lock_guard guard(lock_);
     return CustodyLog::source(*this, sealed_);

@@ -52,6 +52,9 @@ public:
     std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
     std::string changeSignature() override;
     CustodyRecord::Source custodySource() override;
+    // A number that differs between two calls exactly when another connection committed a change
+    // in between: tells whether two separate reads saw the same state of the database.
+    int64_t dataVersion();
 
     // The newest `rows` rows (messages and reactions) of those conversations, read as
     // fetchTranscript reads them: the end of a long conversation, shown while the whole is read.

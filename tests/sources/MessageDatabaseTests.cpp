@@ -230,12 +230,14 @@ TEST(MessageDatabaseDemo, CountsRangesHandlesAndPaths) {
               "/mapped/1demo-photo-1.jpg");
 }
 
-TEST(MessageDatabaseDemo, ChangeSignatureFollowsEveryKindOfChange) {
+TEST(MessageDatabaseDemo, ChangeSignatureAndDataVersionFollowEveryKindOfChange) {
     DemoDatabase demo;
     MessageDatabase db(demo.file);
     sqlite::Connection writer(demo.file, sqlite::OpenMode::readWriteCreate);
     std::vector<std::string> seen = {db.changeSignature()};
     EXPECT_EQ(db.changeSignature(), seen[0]);
+    int64_t version = db.dataVersion();
+    EXPECT_EQ(db.dataVersion(), version) << "reading is no change";
     for (const char* change : {
              "UPDATE message SET date_edited = 900000000000000000 WHERE ROWID = 1",
              "UPDATE message SET date_retracted = 900000000000000001 WHERE ROWID = 2",
@@ -250,6 +252,8 @@ TEST(MessageDatabaseDemo, ChangeSignatureFollowsEveryKindOfChange) {
         writer.execute(change);
         seen.push_back(db.changeSignature());
         EXPECT_NE(seen[seen.size() - 2], seen.back()) << change;
+        EXPECT_NE(db.dataVersion(), version) << change;
+        version = db.dataVersion();
     }
     EXPECT_EQ(std::count(seen[0].begin(), seen[0].end(), ':'), 8);
 }
