@@ -54,8 +54,9 @@ QString accessInstructions(const std::string& path, const std::string& reason) {
 }
 
 // The shown rows and their calendar, from the messages and the conversation's events.
-void arrangeRows(OpenTranscript& open, const std::vector<TimelineEvent>& events) {
-    open.rows = events.empty() ? open.messages : userEvents::merge(events, open.messages);
+void arrangeRows(OpenTranscript& open, std::vector<Message> messages,
+                 const std::vector<TimelineEvent>& events) {
+    open.rows = events.empty() ? std::move(messages) : userEvents::merge(events, messages);
     open.timeline = Timeline(open.rows);
     open.rowByGUID.clear();
     open.rowByGUID.reserve(open.rows.size());
@@ -74,11 +75,10 @@ std::shared_ptr<const OpenTranscript> openTranscript(MessageDatabase& database,
     CallHistory::shared().mergeCalls(read, database, chatIDs, database.handles(chatIDs));
     cancel.check();
     auto open = std::make_unique<OpenTranscript>();
-    open->messages = std::move(read.messages);
     open->reactionEvents = std::move(read.reactionEvents);
     open->callLogIssue = std::move(read.callLogIssue);
+    auto& messages = read.messages;
     if (recentOnly) {
-        auto& messages = open->messages;
         const auto first = std::find_if(messages.begin(), messages.end(),
                                         [](const Message& row) { return row.isRecordedMessage(); });
         const std::optional<Date> from =
@@ -87,11 +87,19 @@ std::shared_ptr<const OpenTranscript> openTranscript(MessageDatabase& database,
         std::erase_if(events,
                       [&](const TimelineEvent& event) { return !from || event.date < *from; });
     }
-    arrangeRows(*open, events);
+    arrangeRows(*open, std::move(messages), events);
     return freedOffMainThread(std::move(open));
 }
 
 }  // namespace
+
+std::vector<Message> OpenTranscript::messages() const {
+    std::vector<Message> recorded;
+    recorded.reserve(rows.size());
+    std::copy_if(rows.begin(), rows.end(), std::back_inserter(recorded),
+                 [](const Message& row) { return !row.isUserEvent(); });
+    return recorded;
+}
 
 struct AppModel::Opened {
     std::shared_ptr<MessageDatabase> database;
@@ -420,7 +428,8 @@ void AppModel::setNote(const std::string& note, const Message& message) {
 }
 
 std::vector<Message> AppModel::flaggedMessages() const {
-    return flags_.flaggedMessages(transcript_->messages);
+    // The user's events are never flagged: the rows serve without a copy.
+    return flags_.flaggedMessages(transcript_->rows);
 }
 
 std::string AppModel::noteFor(const Message& message) const {
@@ -483,8 +492,10 @@ std::vector<TimelineEvent> AppModel::eventsForOpenConversation() const {
 }
 
 void AppModel::applyEvents() {
-    auto open = std::make_unique<OpenTranscript>(*transcript_);
-    arrangeRows(*open, eventsForOpenConversation());
+    auto open = std::make_unique<OpenTranscript>();
+    open->reactionEvents = transcript_->reactionEvents;
+    open->callLogIssue = transcript_->callLogIssue;
+    arrangeRows(*open, transcript_->messages(), eventsForOpenConversation());
     transcript_ = freedOffMainThread(std::move(open));
     emit transcriptChanged(true);
 }

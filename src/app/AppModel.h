@@ -33,15 +33,17 @@ namespace bc::app {
 
 class Snapshots;
 
-// What the open conversation shows: the messages as read, and the rows on screen (the messages
-// with the user's events merged in) with their calendar.
+// What the open conversation shows: the rows on screen (the messages as read, calls merged, with
+// the user's events among them) and their calendar. One copy only: a long conversation is large.
 struct OpenTranscript {
-    std::vector<Message> messages;  // as read, with calls merged: what an export is given
     std::vector<ReactionEvent> reactionEvents;
     std::optional<std::string> callLogIssue;
-    std::vector<Message> rows;  // messages plus the user's events, in time order
+    std::vector<Message> rows;  // in time order
     Timeline timeline;
     std::unordered_map<std::string, size_t> rowByGUID;
+
+    // The rows without the user's events: what an export of the conversation is given.
+    std::vector<Message> messages() const;
 };
 
 // Owns everything the window shows and runs every slow step on background threads. Lives on the

@@ -280,7 +280,7 @@ bool Exports::exportSelected(ExportFormat format) {
          senderName = senderNames(namesOf(model_, model_.chats()))](const CancelFlag& cancel,
                                                                     const ProgressFn&) {
             // The messages as read: the user's events are rows of the view, not messages.
-            const auto& messages = open->messages;
+            const auto messages = open->messages();
             const auto bytes = Exporter::render(title, messages, format, senderName);
             cancel.check();
             files::writeFileAtomically(file, bytes);

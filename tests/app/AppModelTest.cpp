@@ -32,7 +32,7 @@ TEST_F(AppTest, OpensThroughLoadingToReadyWithEveryConversation) {
                             [](const Conversation& c) { return c.title == "Weekend Crew"; }));
 
     select(model, 1);
-    EXPECT_EQ(model.transcript().messages.size(), direct.fetchMessages(1).size());
+    EXPECT_EQ(model.transcript().messages().size(), direct.fetchMessages(1).size());
     EXPECT_FALSE(model.transcript().timeline.days.empty());
     EXPECT_EQ(model.selectedConversation()->chatIDs.front(), 1);
 }
@@ -61,7 +61,7 @@ TEST_F(AppTest, AChangedSignatureReloadsAndKeepsTheSelection) {
     auto model = openModel();
     select(*model, 1);
     const auto selected = model->selectedIndex();
-    const auto before = model->transcript().messages.size();
+    const auto before = model->transcript().messages().size();
     int reloads = 0;
     QObject::connect(model.get(), &AppModel::transcriptChanged, [&](bool keepPosition) {
         EXPECT_TRUE(keepPosition);
@@ -81,7 +81,7 @@ TEST_F(AppTest, AChangedSignatureReloadsAndKeepsTheSelection) {
             "INSERT INTO chat_message_join (chat_id, message_id) VALUES (1, 9001);");
     }
     model->pollForChanges();
-    ASSERT_TRUE(waitFor([&] { return model->transcript().messages.size() == before + 1; }));
+    ASSERT_TRUE(waitFor([&] { return model->transcript().messages().size() == before + 1; }));
     EXPECT_EQ(reloads, 1);
     EXPECT_EQ(model->selectedIndex(), selected);
     EXPECT_EQ(model->selectedConversation()->chatIDs.front(), 1);
@@ -92,7 +92,7 @@ TEST_F(AppTest, FlagsAndNotesPersistAcrossModels) {
     bc::testing::FixedClock clock(bc::testing::utc("2026-03-04T10:20:30Z"));
     auto model = openModel();
     select(*model, 1);
-    const auto messages = model->transcript().messages;
+    const auto messages = model->transcript().messages();
     const Message& later = messages.back();
     const Message& earlier = messages.front();
 
@@ -120,8 +120,8 @@ TEST_F(AppTest, AFlagSaveFailureIsReportedAndKeptInMemory) {
     select(*model, 1);
     bc::testing::ScopedOverride unwritable(EvidenceStore::location(),
                                            folder_ / "chat.db" / "evidence.json");
-    model->toggleFlag(model->transcript().messages.front());
-    EXPECT_TRUE(model->isFlagged(model->transcript().messages.front()));
+    model->toggleFlag(model->transcript().messages().front());
+    EXPECT_TRUE(model->isFlagged(model->transcript().messages().front()));
     EXPECT_TRUE(model->statusText().startsWith("Couldn't save evidence flags: "));
 }
 
@@ -129,7 +129,7 @@ TEST_F(AppTest, UserEventsAppearInTimeOrderAndOnlyInTheirConversation) {
     auto model = openModel();
     EXPECT_FALSE(model->startAddingEvent(Clock::now())) << "no conversation selected";
     select(*model, 1);
-    const auto messages = model->transcript().messages;
+    const auto messages = model->transcript().messages();
     const Message& middle = messages[messages.size() / 2];
 
     auto atMessage = *model->startAddingEvent(middle.date);
@@ -147,7 +147,7 @@ TEST_F(AppTest, UserEventsAppearInTimeOrderAndOnlyInTheirConversation) {
         return row.isUserEvent() && row.userEvent->title == "Hearing";
     });
     EXPECT_EQ((hearing - 1)->guid, middle.guid) << "after the message at the same time";
-    EXPECT_EQ(model->transcript().messages, messages) << "exports never see the events";
+    EXPECT_EQ(model->transcript().messages(), messages) << "exports never see the events";
     EXPECT_EQ(TimelineEventStore::load().size(), 2u);
 
     select(*model, 7);

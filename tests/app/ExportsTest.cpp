@@ -265,7 +265,7 @@ TEST_F(ExportsTest, PanelsProposeTheNameAndNeverGiveAnExistingPlace) {
 
 TEST_F(ExportsTest, TheSheetsBaseNameFollowsTheChoicesAndItsRequestCarriesThem) {
     auto model = openOnSample();
-    const Date last = model->transcript().messages.back().date;
+    const Date last = model->transcript().messages().back().date;
     const auto month = ExportPeriod::containing(last, ExportPeriod::Kind::month);
     const auto request = made(*model, RangeExportFormat::html, month);
     ASSERT_EQ(request.fileLabel, month.fileLabel);
@@ -312,7 +312,7 @@ TEST_F(ExportsTest, TheSheetsBaseNameFollowsTheChoicesAndItsRequestCarriesThem) 
 
 TEST_F(ExportsTest, ATimelinePeriodExportsStraightUnderItsName) {
     auto model = openOnSample();
-    const auto week = ExportPeriod::containing(model->transcript().messages.back().date,
+    const auto week = ExportPeriod::containing(model->transcript().messages().back().date,
                                                ExportPeriod::Kind::week);
     QMenu menu;
     addPeriodExports(menu, *model, week, "week");
@@ -330,23 +330,23 @@ TEST_F(ExportsTest, ATimelinePeriodExportsStraightUnderItsName) {
     const auto records = CustodyLog::readAll();
     ASSERT_EQ(records.size(), 1u);
     EXPECT_NE(records[0].rangeDescription, "Entire conversation");
-    EXPECT_LT(records[0].messageCount, static_cast<int64_t>(model->transcript().messages.size()));
+    EXPECT_LT(records[0].messageCount, static_cast<int64_t>(model->transcript().messages().size()));
 }
 
 TEST_F(ExportsTest, PlainExportsWriteOneFilePerConversationWithoutTheUsersEvents) {
     auto model = openOnSample();
-    auto event = *model->startAddingEvent(model->transcript().messages.back().date);
+    auto event = *model->startAddingEvent(model->transcript().messages().back().date);
     event.title = "Hearing at the county court";
     model->saveEvent(event);
-    ASSERT_GT(model->transcript().rows.size(), model->transcript().messages.size());
+    ASSERT_GT(model->transcript().rows.size(), model->transcript().messages().size());
 
     ASSERT_TRUE(model->exports().exportSelected(ExportFormat::text));
     const auto* conversation = model->selectedConversation();
     const auto name =
         Exporter::fileName(conversation->title, conversation->chatIDs.front(), ExportFormat::text);
-    EXPECT_EQ(
-        finish(*model).toStdString(),
-        "Exported " + std::to_string(model->transcript().messages.size()) + " messages to " + name);
+    EXPECT_EQ(finish(*model).toStdString(),
+              "Exported " + std::to_string(model->transcript().messages().size()) +
+                  " messages to " + name);
     const auto text = files::readFile(exported() / name);
     EXPECT_EQ(text.find("county court"), std::string::npos);
     EXPECT_TRUE(CustodyLog::readAll().empty()) << "the plain path keeps no custody record";

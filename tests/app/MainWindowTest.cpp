@@ -74,7 +74,7 @@ TEST_F(WindowTest, TheTimelineTreeAndEvidenceSidebarFollowTheModel) {
     auto* evidence = window_->findChild<QListWidget*>("evidence");
     ASSERT_NE(evidence, nullptr);
     EXPECT_EQ(evidence->count(), 0);
-    const Message flagged = model_->transcript().messages[2];
+    const Message flagged = model_->transcript().messages()[2];
     model_->setNote("Keep this", flagged);
     ASSERT_EQ(evidence->count(), 1);
     EXPECT_TRUE(evidence->item(0)->text().contains("Keep this"));
