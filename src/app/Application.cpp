@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cstring>
 #include <iostream>
+#include <memory>
 
 #include <QApplication>
+#include <QDir>
 #include <QTimer>
 
 #include "app/AppModel.h"
+#include "app/ExportSheet.h"
 #include "app/MainWindow.h"
 #include "cli/DemoStores.h"
 
@@ -21,10 +24,17 @@ bool asksForDemo(int argc, char** argv) {
     return false;
 }
 
-// With BRINDLECOURT_SCREENSHOT set to a .png path, the window is saved there once the first
-// conversation is on screen and the program ends: tools/screenshots.sh renders the README's
-// pictures this way.
-void saveScreenshotOnceShown(AppModel& model, MainWindow& window, const QString& file) {
+bool saveGrab(QWidget& widget, const QDir& folder, const QString& name) {
+    const QString file = folder.filePath(name);
+    const bool saved = widget.grab().save(file);
+    if (!saved) std::cerr << "Couldn't save the screenshot " << file.toStdString() << '\n';
+    return saved;
+}
+
+// With BRINDLECOURT_SCREENSHOTS naming a folder, the window and the export sheet are saved there
+// once the longest conversation is on screen, and the program ends: tools/screenshots.sh renders
+// the README's pictures this way.
+void saveScreenshotsOnceShown(AppModel& model, MainWindow& window, QDir folder) {
     // The longest conversation shows the most kinds of rows.
     QObject::connect(&model, &AppModel::conversationsChanged, &window, [&model] {
         const auto& list = model.conversations();
@@ -33,14 +43,22 @@ void saveScreenshotOnceShown(AppModel& model, MainWindow& window, const QString&
             [](const auto& a, const auto& b) { return a.messageCount < b.messageCount; });
         if (longest != list.end()) model.selectConversation(longest - list.begin());
     });
-    QObject::connect(&model, &AppModel::transcriptChanged, &window, [&model, &window, file] {
-        if (model.transcript().rows.size() < 2) return;
-        QTimer::singleShot(1500, &window, [&window, file] {
-            const bool saved = window.grab().save(file);
-            if (!saved) std::cerr << "Couldn't save the screenshot " << file.toStdString() << '\n';
-            QCoreApplication::exit(saved ? 0 : 1);
+    auto started = std::make_shared<bool>(false);
+    QObject::connect(
+        &model, &AppModel::transcriptChanged, &window, [&model, &window, folder, started] {
+            if (*started || model.transcript().rows.size() < 2) return;
+            *started = true;
+            QTimer::singleShot(1500, &window, [&model, &window, folder] {
+                if (!saveGrab(window, folder, "main-window.png")) QCoreApplication::exit(1);
+                model.exports().makeRequest(
+                    RangeExportFormat::pdf, std::nullopt,
+                    [&window, folder](const ExportRequest& request) {
+                        ExportSheet sheet(request, &window);
+                        sheet.adjustSize();
+                        QCoreApplication::exit(saveGrab(sheet, folder, "export-sheet.png") ? 0 : 1);
+                    });
+            });
         });
-    });
     QTimer::singleShot(60000, &window, [] {
         std::cerr << "No conversation was shown within a minute; no screenshot was taken.\n";
         QCoreApplication::exit(1);
@@ -65,8 +83,8 @@ int runApplication(int argc, char** argv) {
     AppModel model;
     MainWindow window(model);
     window.show();
-    if (const auto file = qEnvironmentVariable("BRINDLECOURT_SCREENSHOT"); !file.isEmpty())
-        saveScreenshotOnceShown(model, window, file);
+    if (const auto folder = qEnvironmentVariable("BRINDLECOURT_SCREENSHOTS"); !folder.isEmpty())
+        saveScreenshotsOnceShown(model, window, QDir(folder));
     model.openLive();
     model.loadContacts();
     model.setPolling(true);

@@ -53,6 +53,8 @@ QDateEdit* dayEdit(const QDate& day, const QDate& first, const QDate& last, QWid
 ExportSheet::ExportSheet(ExportRequest request, QWidget* parent)
     : QDialog(parent), request_(std::move(request)) {
     setWindowTitle("Export");
+    // Wide enough for a conversation's name, service and count on one line.
+    setMinimumWidth(560);
     auto* form = new QFormLayout(this);
     addFormatPicker();
     addSources();
