@@ -69,6 +69,18 @@ void waitUntilIdle(const AppModel& model) {
     runUntil([&] { return !model.isBusy() && !model.isCheckingForChanges(); });
 }
 
+// The generated database open in a shown window, with what follows by itself done.
+struct OpenWindow {
+    AppModel model;
+    bc::app::MainWindow window{model};
+
+    OpenWindow() {
+        openGenerated(model);
+        window.show();
+        waitUntilIdle(model);
+    }
+};
+
 void conversationList(benchmark::State& state) {
     if (skipWithoutDatabase(state)) return;
     application();
@@ -88,11 +100,8 @@ void conversationList(benchmark::State& state) {
 void longestConversationShown(benchmark::State& state, bool whole) {
     if (skipWithoutDatabase(state)) return;
     application();
-    AppModel model;
-    openGenerated(model);
-    bc::app::MainWindow window(model);
-    window.show();
-    waitUntilIdle(model);
+    OpenWindow open;
+    auto& [model, window] = open;
     const auto longest = longestConversation(model);
     for (auto _ : state) {
         model.selectConversation(std::nullopt);
@@ -111,11 +120,8 @@ void longestConversationShown(benchmark::State& state, bool whole) {
 void scrollOnePage(benchmark::State& state) {
     if (skipWithoutDatabase(state)) return;
     application();
-    AppModel model;
-    openGenerated(model);
-    bc::app::MainWindow window(model);
-    window.show();
-    waitUntilIdle(model);
+    OpenWindow open;
+    auto& [model, window] = open;
     model.selectConversation(longestConversation(model));
     runUntil([&] { return !model.isBusy(); });
     auto* bar = window.transcriptView()->verticalScrollBar();
