@@ -6,6 +6,7 @@
 
 #include "app/Failures.h"
 #include "app/FreedOffMainThread.h"
+#include "app/QtText.h"
 #include "app/Snapshots.h"
 #include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
@@ -23,10 +24,6 @@ namespace bc::app {
 namespace {
 
 constexpr const char* callsSetting = "calls/isEnabled";
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 bool isAccessDenied(std::exception_ptr error) {
     try {

@@ -12,16 +12,13 @@
 #include <QVBoxLayout>
 
 #include "app/AppModel.h"
+#include "app/QtText.h"
 #include "custody/CustodyLog.h"
 #include "support/DateFormat.h"
 
 namespace bc::app {
 
 namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QString when(Date date) {
     return qs(dates::formatStyled(date, dates::Style::abbreviated, dates::Style::abbreviated));

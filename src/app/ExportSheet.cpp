@@ -1,4 +1,5 @@
 #include "app/ExportSheet.h"
+#include "app/QtText.h"
 
 #include <algorithm>
 
@@ -18,10 +19,6 @@
 namespace bc::app {
 
 namespace {
-
-QString qs(std::string_view text) {
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 // Days cross between Qt and the model as "yyyy-MM-dd" in the model's own time zone, which need
 // not be Qt's.

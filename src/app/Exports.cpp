@@ -9,6 +9,7 @@
 
 #include "app/AppModel.h"
 #include "app/Failures.h"
+#include "app/QtText.h"
 #include "sources/CallHistory.h"
 #include "sources/MessageDatabase.h"
 #include "support/Calendar.h"
@@ -20,10 +21,6 @@ namespace bc::app {
 namespace fs = std::filesystem;
 
 namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 fs::path pathOf(const QString& text) {
     return fs::path(text.toStdString());

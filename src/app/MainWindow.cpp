@@ -26,6 +26,7 @@
 #include "app/CustodyLogWindow.h"
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
+#include "app/QtText.h"
 #include "app/Snapshots.h"
 #include "app/SnapshotsWindow.h"
 #include "app/SourceSwitcher.h"
@@ -42,10 +43,6 @@ constexpr int messageIDRole = Qt::UserRole + 1;
 constexpr int unitRole = Qt::UserRole + 2;
 constexpr int startRole = Qt::UserRole + 3;
 constexpr const char* unitSetting = "timeline/jumpUnit";
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QString shortDate(const std::optional<Date>& date) {
     return date ? qs(dates::formatStyled(*date, dates::Style::short_, dates::Style::none))

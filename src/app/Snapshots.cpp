@@ -6,6 +6,7 @@
 
 #include "app/AppModel.h"
 #include "app/Failures.h"
+#include "app/QtText.h"
 #include "custody/SnapshotTaking.h"
 #include "sources/MessageDatabase.h"
 #include "support/Errors.h"
@@ -13,10 +14,6 @@
 namespace bc::app {
 
 namespace {
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QString reasonOf(std::exception_ptr error) {
     return qs(messageOf(error));

@@ -10,6 +10,7 @@
 #include <QVBoxLayout>
 
 #include "app/AppModel.h"
+#include "app/QtText.h"
 #include "app/Snapshots.h"
 #include "support/DateFormat.h"
 
@@ -18,10 +19,6 @@ namespace bc::app {
 namespace {
 
 constexpr int idRole = Qt::UserRole + 1;
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QString attachmentsText(const SnapshotInfo& snapshot) {
     QString text = QString::number(snapshot.attachmentsCopied) + " preserved";

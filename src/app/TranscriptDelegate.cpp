@@ -6,6 +6,7 @@
 #include <QFontMetrics>
 #include <QPainter>
 
+#include "app/QtText.h"
 #include "app/ThumbnailCache.h"
 #include "app/TranscriptModel.h"
 #include "support/DateFormat.h"
@@ -29,10 +30,6 @@ const QColor eventCard(0xff, 0xf4, 0xc2);
 const QColor eventBorder(0xd4, 0xa0, 0x17);
 const QColor quiet(0x6e, 0x6e, 0x73);
 const QColor flagColour(0xd9, 0x6c, 0x00);
-
-QString qs(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QString shown(const std::string& text) {
     QString result = qs(text);
