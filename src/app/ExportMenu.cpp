@@ -4,6 +4,7 @@
 
 #include "app/AppModel.h"
 #include "app/ExportSheet.h"
+#include "app/QtText.h"
 
 namespace bc::app {
 
@@ -24,11 +25,11 @@ QMenu* makeExportMenu(AppModel& model, QWidget* parent) {
                         [&exports, format] { exports.showExportOptions(format, std::nullopt); });
     menu->addSeparator();
     for (const auto format : allExportFormats)
-        menu->addAction("Conversation as " + Exports::formatName(format) + "…", menu,
+        menu->addAction("Conversation as " + qs(displayName(format)) + "…", menu,
                         [&exports, format] { exports.exportSelected(format); });
     menu->addSeparator();
     for (const auto format : allExportFormats)
-        menu->addAction("Every Conversation as " + Exports::formatName(format), menu,
+        menu->addAction("Every Conversation as " + qs(displayName(format)), menu,
                         [&exports, format] { exports.exportAll(format); });
     menu->addSeparator();
     auto* cancel = menu->addAction("Cancel Export", menu, [&exports] { exports.cancelExport(); });

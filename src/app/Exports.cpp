@@ -112,18 +112,6 @@ ExportDialogs ExportDialogs::native(QWidget* parent) {
 Exports::Exports(AppModel& model)
     : model_(model), settings_(loadSettings()), dialogs_(ExportDialogs::native(nullptr)) {}
 
-QString Exports::formatName(ExportFormat format) {
-    switch (format) {
-        case ExportFormat::text:
-            return "Text";
-        case ExportFormat::csv:
-            return "CSV";
-        case ExportFormat::json:
-            return "JSON";
-    }
-    return "Text";
-}
-
 // ---- settings
 
 ExportSettings Exports::loadSettings() {
@@ -254,7 +242,8 @@ std::optional<fs::path> Exports::plainDestination(const std::string& fileName,
     const std::string extension(rawValue(format));
     if (const auto folder = demoExportFolder())
         return uniqueURL((*folder / fileName).replace_extension(), extension);
-    const auto file = dialogs_.saveFile(qs(fileName), filterFor(formatName(format), extension));
+    const auto file =
+        dialogs_.saveFile(qs(fileName), filterFor(qs(displayName(format)), extension));
     if (!file) return std::nullopt;
     return unusedFile(*file, extension);
 }

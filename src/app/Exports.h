@@ -80,8 +80,6 @@ public:
     // The plain path: the selected conversation or every one, no custody record.
     bool exportSelected(ExportFormat format);
     bool exportAll(ExportFormat format);
-    // "Text", "CSV", "JSON".
-    static QString formatName(ExportFormat format);
 
 signals:
     void optionsRequested(const ExportRequest& request);

@@ -22,6 +22,18 @@ std::string_view rawValue(ExportFormat format) {
     return "txt";
 }
 
+std::string_view displayName(ExportFormat format) {
+    switch (format) {
+        case ExportFormat::text:
+            return "Text";
+        case ExportFormat::csv:
+            return "CSV";
+        case ExportFormat::json:
+            return "JSON";
+    }
+    return "Text";
+}
+
 std::optional<ExportFormat> exportFormat(std::string_view raw) {
     for (ExportFormat format : allExportFormats) {
         if (rawValue(format) == raw) return format;

@@ -19,6 +19,8 @@ inline constexpr std::array<ExportFormat, 3> allExportFormats{ExportFormat::text
                                                               ExportFormat::json};
 
 std::string_view rawValue(ExportFormat format);
+// "Text", "CSV", "JSON": the name menus show.
+std::string_view displayName(ExportFormat format);
 std::optional<ExportFormat> exportFormat(std::string_view rawValue);
 
 // Renders one conversation as a readable text file, a seven-column CSV or a JSON document:
