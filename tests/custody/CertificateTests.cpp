@@ -18,7 +18,7 @@ constexpr const char* systemLines =
 #endif
 
 class CertificateTest : public CustodyLogTest {
-  protected:
+protected:
     // A record as append completes it: the first in its log.
     CustodyRecord completed() {
         CustodyRecord record = sampleRecord();
@@ -96,7 +96,6 @@ TEST_F(CertificateTest, StandAloneTextLineByLine) {
         "\n"
         "Previous record:  (first record)\n";
     EXPECT_EQ(CustodyLog::certificate(record, false), expected);
-    EXPECT_THAT(created(record), ::testing::HasSubstr("Tuesday, March 5, 2024"));
 }
 
 TEST_F(CertificateTest, EmbeddedPageCannotNameItsOwnHash) {
@@ -104,9 +103,8 @@ TEST_F(CertificateTest, EmbeddedPageCannotNameItsOwnHash) {
     record.previousRecordSHA256 = std::string(64, 'f');
     record.options["Redaction"] = "2 areas";
     const auto page = lines(CustodyLog::certificate(record, true));
-    EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr("INTERNAL RECORD"))));
-    EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr("Record SHA-256"))));
-    EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr("bytes  /tmp/out"))));
+    for (const char* absent : {"INTERNAL RECORD", "Record SHA-256", "bytes  /tmp/out"})
+        EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr(absent))));
     const auto output = std::find(page.begin(), page.end(), "OUTPUT");
     ASSERT_NE(output, page.end());
     EXPECT_EQ(std::vector<std::string>(output + 1, output + 4),
@@ -139,8 +137,8 @@ TEST_F(CertificateTest, OptionalLinesAndLongOptionKeys) {
                       {"Bates", "ABC-0001"}};
     const auto text = lines(CustodyLog::certificate(record, false));
     EXPECT_THAT(text, ::testing::Contains("Messages database chat IDs: "));
-    EXPECT_THAT(text, ::testing::Not(::testing::Contains(::testing::StartsWith("Pages:"))));
-    EXPECT_THAT(text, ::testing::Not(::testing::Contains(::testing::StartsWith("WAL SHA-256:"))));
+    for (const char* absent : {"Pages:", "WAL SHA-256:"})
+        EXPECT_THAT(text, ::testing::Not(::testing::Contains(::testing::StartsWith(absent))));
     EXPECT_THAT(text,
                 ::testing::Contains(std::string(18, ' ') + "Uploaded file, sealed as received"));
     const auto attachments = std::find(text.begin(), text.end(), "Attachments:      2");

@@ -85,7 +85,8 @@ TEST(CustodyLogJson, DecodingRejectsWhatWouldNotReencodeTheSame) {
 using CustodyLogAppend = CustodyLogTest;
 
 TEST_F(CustodyLogAppend, FirstAppendCreatesFolderAndFileThenChains) {
-    const auto first = CustodyLog::append(sampleRecord("one"));
+    const auto first = CustodyLog::append(sampleRecord("bad \xff byte"));
+    EXPECT_EQ(first.title, "bad \xEF\xBF\xBD byte") << "text that is not UTF-8 is repaired";
     EXPECT_EQ(first.previousRecordSHA256, "");
     EXPECT_EQ(first.recordSHA256, CustodyLog::hash(first));
     EXPECT_EQ(first.createdAt, Date::fromUnix(1709647629)) << "returned as written";
@@ -97,9 +98,6 @@ TEST_F(CustodyLogAppend, FirstAppendCreatesFolderAndFileThenChains) {
 
     EXPECT_EQ(CustodyLog::readAll(), (std::vector<CustodyRecord>{first, written}));
     EXPECT_EQ(CustodyLog::verify(), (CustodyLog::ChainCheck{.records = 2}));
-    const std::string content = files::readFile(logFile);
-    EXPECT_EQ(splitLines(content).size(), 2u);
-    EXPECT_EQ(content.back(), '\n');
 }
 
 TEST_F(CustodyLogAppend, ClosesATornLineAndChainsToTheLastGoodRecord) {
@@ -126,12 +124,6 @@ TEST_F(CustodyLogAppend, FindsThePreviousRecordAcrossReadBlocks) {
     const auto next = CustodyLog::append(sampleRecord());
     EXPECT_EQ(next.previousRecordSHA256, big.recordSHA256);
     EXPECT_EQ(CustodyLog::readAll().size(), 2u);
-}
-
-TEST_F(CustodyLogAppend, NonUtf8RecordTextIsRepairedAndStillVerifies) {
-    const auto written = CustodyLog::append(sampleRecord("bad \xff byte"));
-    EXPECT_EQ(written.title, "bad \xEF\xBF\xBD byte");
-    EXPECT_TRUE(CustodyLog::verify().isIntact());
 }
 
 TEST_F(CustodyLogAppend, FailuresLeaveTheLogAsItWas) {
@@ -184,7 +176,7 @@ TEST_F(CustodyLogAppend, AFailedWriteIsCutBackOff) {
 }
 
 class CustodyLogVerify : public CustodyLogTest {
-  protected:
+protected:
     // A chain of four records, as lines.
     std::vector<std::string> chain() {
         for (const char* title : {"first", "second", "third", "fourth"})
@@ -199,7 +191,7 @@ class CustodyLogVerify : public CustodyLogTest {
         CustodyLog::setOverrideURL(file);
     }
 
-  private:
+private:
     int cases_ = 0;
 };
 
@@ -295,13 +287,6 @@ TEST_F(CustodyLogVerify, MissingLogIsEmptyAndUnreadableLogFails) {
     EXPECT_THROW(CustodyLog::readAll(), Error);
     EXPECT_THAT(CustodyLog::verifyReport(),
                 ::testing::StartsWith("Couldn't read the custody log: "));
-}
-
-TEST(CustodyLogTexts, VerifyOutcomes) {
-    EXPECT_EQ(CustodyLog::describe(CustodyLog::ChainCheck{.records = 0}),
-              "The custody log is empty.");
-    EXPECT_EQ(CustodyLog::describe(CustodyLog::ChainCheck{.records = 5}),
-              "Custody log intact: all 5 records chain correctly.");
     EXPECT_EQ(CustodyLog::describe(CustodyLog::ChainCheck{.records = 5, .firstBroken = 0}),
               "WARNING: custody log broken at record 1 of 5.");
 }
