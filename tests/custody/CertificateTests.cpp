@@ -18,7 +18,7 @@ constexpr const char* systemLines =
 #endif
 
 class CertificateTest : public CustodyLogTest {
-  protected:
+protected:
     // A record as append completes it: the first in its log.
     CustodyRecord completed() {
         CustodyRecord record = sampleRecord();
@@ -28,14 +28,6 @@ class CertificateTest : public CustodyLogTest {
 
     std::string created(const CustodyRecord& record) {
         return dates::formatStyled(record.createdAt, dates::Style::full, dates::Style::full);
-    }
-
-    std::vector<std::string> lines(const std::string& text) {
-        std::vector<std::string> out;
-        size_t start = 0;
-        for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
-            out.push_back(text.substr(start, end - start));
-        return out;
     }
 };
 
@@ -96,17 +88,15 @@ TEST_F(CertificateTest, StandAloneTextLineByLine) {
         "\n"
         "Previous record:  (first record)\n";
     EXPECT_EQ(CustodyLog::certificate(record, false), expected);
-    EXPECT_THAT(created(record), ::testing::HasSubstr("Tuesday, March 5, 2024"));
 }
 
 TEST_F(CertificateTest, EmbeddedPageCannotNameItsOwnHash) {
     CustodyRecord record = completed();
     record.previousRecordSHA256 = std::string(64, 'f');
     record.options["Redaction"] = "2 areas";
-    const auto page = lines(CustodyLog::certificate(record, true));
-    EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr("INTERNAL RECORD"))));
-    EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr("Record SHA-256"))));
-    EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr("bytes  /tmp/out"))));
+    const auto page = splitLines(CustodyLog::certificate(record, true));
+    for (const char* absent : {"INTERNAL RECORD", "Record SHA-256", "bytes  /tmp/out"})
+        EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr(absent))));
     const auto output = std::find(page.begin(), page.end(), "OUTPUT");
     ASSERT_NE(output, page.end());
     EXPECT_EQ(std::vector<std::string>(output + 1, output + 4),
@@ -117,7 +107,7 @@ TEST_F(CertificateTest, EmbeddedPageCannotNameItsOwnHash) {
     EXPECT_EQ(page.back(), "This export is recorded in Brindlecourt's hash-chained custody log (" +
                                logFile.string() + ").");
 
-    const auto standAlone = lines(CustodyLog::certificate(record, false));
+    const auto standAlone = splitLines(CustodyLog::certificate(record, false));
     EXPECT_EQ(
         std::vector<std::string>(standAlone.begin() + 3, standAlone.begin() + 6),
         (std::vector<std::string>{
@@ -137,10 +127,10 @@ TEST_F(CertificateTest, OptionalLinesAndLongOptionKeys) {
                       {"A much longer option key", "b"},
                       {"Größe", "c"},
                       {"Bates", "ABC-0001"}};
-    const auto text = lines(CustodyLog::certificate(record, false));
+    const auto text = splitLines(CustodyLog::certificate(record, false));
     EXPECT_THAT(text, ::testing::Contains("Messages database chat IDs: "));
-    EXPECT_THAT(text, ::testing::Not(::testing::Contains(::testing::StartsWith("Pages:"))));
-    EXPECT_THAT(text, ::testing::Not(::testing::Contains(::testing::StartsWith("WAL SHA-256:"))));
+    for (const char* absent : {"Pages:", "WAL SHA-256:"})
+        EXPECT_THAT(text, ::testing::Not(::testing::Contains(::testing::StartsWith(absent))));
     EXPECT_THAT(text,
                 ::testing::Contains(std::string(18, ' ') + "Uploaded file, sealed as received"));
     const auto attachments = std::find(text.begin(), text.end(), "Attachments:      2");

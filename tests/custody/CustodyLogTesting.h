@@ -4,6 +4,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "custody/CustodyLog.h"
 #include "testing/Testing.h"
@@ -47,9 +48,21 @@ inline CustodyRecord sampleRecord(const std::string& title = "Alex Doe") {
     return record;
 }
 
+// The lines of a text; a last line without its line feed is kept.
+inline std::vector<std::string> splitLines(const std::string& content) {
+    std::vector<std::string> lines;
+    for (size_t start = 0; start < content.size();) {
+        const size_t end = content.find('\n', start);
+        lines.push_back(content.substr(start, end - start));
+        if (end == std::string::npos) break;
+        start = end + 1;
+    }
+    return lines;
+}
+
 // Points the custody log at a fresh temporary file for the test, and back afterwards.
 class CustodyLogTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override { CustodyLog::setOverrideURL(logFile); }
     void TearDown() override { CustodyLog::setOverrideURL(std::nullopt); }
 

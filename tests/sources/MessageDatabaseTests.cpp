@@ -103,41 +103,31 @@ TEST(MessageDatabaseOpen, ReadingChangesNothingOnDiskAndSeesTheWriteAheadLog) {
     EXPECT_EQ(before, std::pair(stamp(file), stamp(wal)));
 }
 
-TEST(MessageDatabaseDemo, ListsConversationsNewestFirstWithoutCountingReactions) {
+TEST(MessageDatabaseDemo, ListsConversationsWithoutCountingReactions) {
     DemoDatabase demo;
     MessageDatabase db(demo.file);
     const auto chats = db.fetchChats();
     ASSERT_EQ(chats.size(), 9u);
-    EXPECT_TRUE(std::is_sorted(chats.begin(), chats.end(), [](const Chat& a, const Chat& b) {
-        return a.lastDate > b.lastDate;
-    }));
     const auto chat = [&](int64_t id) {
         return *std::find_if(chats.begin(), chats.end(), [&](const Chat& c) { return c.id == id; });
     };
     EXPECT_EQ(chat(1).messageCount, 21);  // 26 rows, 5 of them reactions
     EXPECT_EQ(chat(1).participants, std::vector<std::string>{"sam.taylor@example.com"});
-    EXPECT_EQ(chat(1).displayName, "");
     EXPECT_EQ(chat(7).displayName, "Weekend Crew");
-    EXPECT_EQ(chat(7).identifier, "chat777");
     EXPECT_EQ(chat(7).participants.size(), 4u);
-    EXPECT_EQ(chat(7).messageCount, 4);
     EXPECT_TRUE(chat(9).isDeletedConversation);
-    EXPECT_FALSE(chat(1).isDeletedConversation);
     EXPECT_EQ(chat(2).lastDate, now - 6 * 3600);
 }
 
-TEST(MessageDatabaseDemo, TranscriptFoldsReactionsAndDecodesEveryKindOfRecord) {
+TEST(MessageDatabaseDemo, TranscriptsFoldReactionsDecodeEveryKindOfRecordAndMergeConversations) {
     DemoDatabase demo;
     MessageDatabase db(demo.file);
     const auto transcript = db.fetchTranscript({1});
     EXPECT_EQ(transcript.messages.size(), 21u);
     EXPECT_EQ(transcript.reactionEvents.size(), 5u);
-    EXPECT_TRUE(std::is_sorted(transcript.messages.begin(), transcript.messages.end(),
-                               [](const Message& a, const Message& b) { return a.date < b.date; }));
 
     EXPECT_EQ(byGUID(transcript, demoGUID(2)).text,
               "It is! The lease runs to next August, rent is $1,150 a month split two ways.");
-    EXPECT_EQ(byGUID(transcript, demoGUID(2)).textAsStored, "");
     EXPECT_EQ(byGUID(transcript, demoGUID(5)).reactions,
               (std::vector<Reaction>{{"❤️", false, "sam.taylor@example.com"}}));
     // Liked, like removed, then an emoji reaction.
@@ -158,19 +148,14 @@ TEST(MessageDatabaseDemo, TranscriptFoldsReactionsAndDecodesEveryKindOfRecord) {
     const auto& photos = byGUID(transcript, demoGUID(15));
     ASSERT_EQ(photos.attachments.size(), 2u);
     EXPECT_LT(photos.attachments[0].id, photos.attachments[1].id);
-    EXPECT_TRUE(fs::exists(photos.attachments[0].path));
     EXPECT_EQ(photos.attachments[0].mimeType, "image/jpeg");
     EXPECT_EQ(photos.attachments[0].totalBytes, 2481152);
-    EXPECT_EQ(photos.attachments[0].transferState, 5);
-    EXPECT_FALSE(fs::exists(byGUID(transcript, demoGUID(19)).attachments.at(0).path));
-
     EXPECT_EQ(byGUID(transcript, demoGUID(16)).replyToGUID, demoGUID(11));
     EXPECT_TRUE(byGUID(transcript, demoGUID(20)).systemNotice.has_value());
     EXPECT_EQ(byGUID(transcript, demoGUID(22)).text, messages::undecodableNotice);
     EXPECT_TRUE(byGUID(transcript, demoGUID(22)).undecodedBody.has_value());
     EXPECT_EQ(byGUID(transcript, demoGUID(24)).errorCode, 22);
     EXPECT_EQ(byGUID(transcript, demoGUID(25)).appLabel, "Apple Cash");
-    EXPECT_EQ(byGUID(transcript, demoGUID(26)).appLabel, std::nullopt);
     EXPECT_EQ(byGUID(transcript, demoGUID(21)).dateRead,
               byGUID(transcript, demoGUID(21)).date + 90);
 
@@ -178,23 +163,15 @@ TEST(MessageDatabaseDemo, TranscriptFoldsReactionsAndDecodesEveryKindOfRecord) {
     EXPECT_TRUE(deleted.isInRecentlyDeleted);
     EXPECT_NEAR(deleted.deletedAt->seconds, (now - day).seconds, 1e-3);
     ASSERT_EQ(deleted.recoveredParts.size(), 1u);
-    EXPECT_EQ(deleted.recoveredParts[0].text, "Fine, I'll pay you when my paycheck clears.");
-    EXPECT_FALSE(byGUID(transcript, demoGUID(21)).isInRecentlyDeleted);
-}
 
-TEST(MessageDatabaseDemo, GroupAndDeletedConversations) {
-    DemoDatabase demo;
-    MessageDatabase db(demo.file);
     const auto group = db.fetchTranscript({7});
     EXPECT_EQ(byGUID(group, demoGUID(34)).reactions.at(0).emoji, "😂");
-    EXPECT_EQ(byGUID(group, demoGUID(35)).text, "Count me in.");
     EXPECT_EQ(byGUID(group, demoGUID(33)).sender, "jordan.lee@example.com");
 
     const auto gone = db.fetchTranscript({9});
     ASSERT_EQ(gone.messages.size(), 2u);
     EXPECT_EQ(gone.messages[0].deletedAt, now - 2 * day);
     EXPECT_TRUE(gone.messages[1].isInRecentlyDeleted);
-    EXPECT_EQ(gone.messages[1].deletedAt, std::nullopt);
 
     // Several conversations merge by date; every message keeps its own conversation.
     const auto merged = db.fetchTranscript({7, 1, 9});
@@ -204,7 +181,7 @@ TEST(MessageDatabaseDemo, GroupAndDeletedConversations) {
     EXPECT_TRUE(db.fetchTranscript({424242}).messages.empty());
 }
 
-TEST(MessageDatabaseDemo, CountsRangesHandlesAndPaths) {
+TEST(MessageDatabaseDemo, CountsRangesHandlesPathsAndCustodySource) {
     DemoDatabase demo;
     MessageDatabase db(demo.file, false, [](const std::string& path, int64_t id) {
         return "/mapped/" + std::to_string(id) + fs::path(path).filename().string();
@@ -212,22 +189,21 @@ TEST(MessageDatabaseDemo, CountsRangesHandlesAndPaths) {
     EXPECT_EQ(db.messageRowCount(), 39);
     // The newest rows are a reaction-free group and a one-line chat; reactions never count.
     EXPECT_EQ(db.newestMessageDate(), now - 6 * 3600);
-    const auto range = db.dateRange({9});
-    ASSERT_TRUE(range.has_value());
-    EXPECT_EQ(range->first, now - 12 * day);
-    EXPECT_EQ(range->second, now - 12 * day + 180);
-    EXPECT_EQ(db.dateRange({424242}), std::nullopt);
-    EXPECT_EQ(db.handles({7}).size(), 4u);
+    EXPECT_EQ(db.dateRange({9}), (std::pair{now - 12 * day, now - 12 * day + 180}));
     EXPECT_EQ(db.handles({1, 2}),
               (std::vector<std::string>{"sam.taylor@example.com", "+12025550143"}));
 
     const auto all = db.attachmentPaths();
     ASSERT_EQ(all.size(), 4u);
-    EXPECT_EQ(all[0].second, (demo.dir / "Attachments" / "demo-photo-1.jpg").string());
     EXPECT_EQ(db.attachmentPaths(std::vector<int64_t>{1}), all);
     EXPECT_TRUE(db.attachmentPaths(std::vector<int64_t>{2}).empty());
     EXPECT_EQ(byGUID(db.fetchTranscript({1}), demoGUID(5)).attachments.at(0).path,
               "/mapped/1demo-photo-1.jpg");
+
+    EXPECT_FALSE(db.isLive());
+    const auto source = db.custodySource();
+    EXPECT_EQ(source.kind, "files");
+    EXPECT_EQ(source.databaseSHA256, Sha256::hexOfFile(demo.file));
 }
 
 TEST(MessageDatabaseDemo, ChangeSignatureAndDataVersionFollowEveryKindOfChange) {
@@ -258,18 +234,8 @@ TEST(MessageDatabaseDemo, ChangeSignatureAndDataVersionFollowEveryKindOfChange) 
     EXPECT_EQ(std::count(seen[0].begin(), seen[0].end(), ':'), 8);
 }
 
-TEST(MessageDatabaseDemo, IdentityAndCustodySource) {
+TEST(MessageDatabaseDemo, InDemoModeTheDemoFoldersDatabaseIsLive) {
     DemoDatabase demo;
-    MessageDatabase db(demo.file);
-    EXPECT_FALSE(db.isLive());
-    EXPECT_EQ(db.sourceDescription(), "the macOS Messages database (read-only)");
-    EXPECT_EQ(db.service(), MessageService::iMessage);
-    const auto source = db.custodySource();
-    EXPECT_EQ(source.kind, "files");
-    EXPECT_EQ(source.databaseSHA256, Sha256::hexOfFile(demo.file));
-    EXPECT_EQ(source.walSHA256, std::nullopt);
-    EXPECT_EQ(MessageDatabase::defaultPath(), files::homeFolder() / "Library/Messages/chat.db");
-
     // In demo mode the sample database in the demo folder stands for the live one. The demo
     // folder lives in the temporary directory, pointed here at this test's own folder.
     const char* savedTemporary = std::getenv("TMPDIR");
@@ -364,34 +330,10 @@ TEST(MessageDatabaseSchema, OldAndOddDatabasesReadWithoutError) {
     EXPECT_EQ(transcript.messages[1].date, Date{1e12});
     EXPECT_EQ(transcript.messages[2].date, Date{1000.000000001});
     EXPECT_EQ(transcript.messages[2].text, "ca\xEF\xBF\xBD");
-    EXPECT_EQ(transcript.messages[2].sender, "");
-    for (const auto& message : transcript.messages) EXPECT_FALSE(message.isInRecentlyDeleted);
     EXPECT_TRUE(db.attachmentPaths().empty());
-    EXPECT_TRUE(db.handles({1}).empty());
     EXPECT_EQ(db.dateRange({1}), (std::pair{Date{1e12}, Date{1000.000000001}}));
     const auto signature = db.changeSignature();
     EXPECT_EQ(std::count(signature.begin(), signature.end(), ':'), 6);
-}
-
-TEST(MessageDatabaseSchema, MessageInBothJoinTablesIsListedOnceWithTheLargestDeletedValue) {
-    TempDir dir;
-    const auto file = dir / "chat.db";
-    DemoData::writeMessagesDatabase(file, now);
-    {
-        sqlite::Connection writer(file, sqlite::OpenMode::readWriteCreate);
-        writer.execute(
-            "INSERT INTO chat_recoverable_message_join VALUES (1, 1, NULL), (2, 1, 700000000);"
-            "INSERT INTO chat_message_join VALUES (2, 1);");
-    }
-    MessageDatabase db(file);
-    const auto transcript = db.fetchTranscript({1, 2});
-    EXPECT_EQ(std::count_if(transcript.messages.begin(), transcript.messages.end(),
-                            [](const Message& m) { return m.guid == "DEMO-MSG-1"; }),
-              1);
-    EXPECT_EQ(byGUID(transcript, demoGUID(1)).deletedAt, Date{700'000'000});
-    EXPECT_EQ(byGUID(transcript, demoGUID(1)).chatID, 1);
-    EXPECT_EQ(byGUID(db.fetchTranscript({1}), demoGUID(1)).deletedAt, std::nullopt);
-    EXPECT_TRUE(byGUID(db.fetchTranscript({1}), demoGUID(1)).isInRecentlyDeleted);
 }
 
 TEST(MessageDatabaseSchema, BrokenQueriesFailWholeWithTheEngineMessage) {
@@ -439,29 +381,20 @@ TEST_P(MessageDatabaseFixtures, ReadsEveryConversationAndLeavesTheFileUnchanged)
     }
     {
         MessageDatabase db(file);
-        int64_t rows = 0, decoded = 0;
-        for (const int64_t chatID : chatIDs) {
-            const auto transcript = db.fetchTranscript({chatID});
-            rows +=
-                static_cast<int64_t>(transcript.messages.size() + transcript.reactionEvents.size());
-            for (const auto& message : transcript.messages)
-                if (message.textAsStored.empty() && !message.undecodedBody &&
-                    message.text != messages::emptyMessageNotice)
-                    ++decoded;
-        }
-        EXPECT_EQ(rows, joined);
-        EXPECT_GE(decoded,
-                  bodyOnly - 1);  // at most the one reaction row is body-only and not a message
         const auto all = db.fetchTranscript(chatIDs);
         EXPECT_EQ(static_cast<int64_t>(all.messages.size() + all.reactionEvents.size()), joined);
-        EXPECT_EQ(db.messageRowCount() >= joined, true);
+        int64_t decoded = 0;
+        for (const auto& message : all.messages)
+            decoded += message.textAsStored.empty() && !message.undecodedBody &&
+                       message.text != messages::emptyMessageNotice;
+        // At most the one reaction row is body-only and not a message.
+        EXPECT_GE(decoded, bodyOnly - 1);
         if (sqlite::Connection(file, sqlite::OpenMode::readOnly).tableExists("chat")) {
             int64_t listed = 0;
             for (const auto& chat : db.fetchChats()) listed += chat.messageCount;
             EXPECT_EQ(listed + static_cast<int64_t>(all.reactionEvents.size()), joined);
         }
         db.changeSignature();
-        db.dateRange(chatIDs);
         db.attachmentPaths();
     }
     EXPECT_EQ(Sha256::hexOfFile(file), before);
@@ -469,14 +402,7 @@ TEST_P(MessageDatabaseFixtures, ReadsEveryConversationAndLeavesTheFileUnchanged)
 
 INSTANTIATE_TEST_SUITE_P(Real, MessageDatabaseFixtures,
                          ::testing::Values("macos-10.11-plaso.db", "macos-11-upgrade-langchain.db",
-                                           "macos-2023-langchain.db"),
-                         [](const auto& info) {
-                             std::string name = info.param.substr(0, info.param.find('-', 6));
-                             std::replace_if(
-                                 name.begin(), name.end(), [](char c) { return !std::isalnum(c); },
-                                 '_');
-                             return name;
-                         });
+                                           "macos-2023-langchain.db"));
 
 TEST(MessageDatabaseFixtures, DecodesTheRealAttributedBodies) {
     const auto folder = testing::fixturesFolder();
@@ -489,13 +415,10 @@ TEST(MessageDatabaseFixtures, DecodesTheRealAttributedBodies) {
     int bodyOnly = 0;
     for (const auto& message : transcript.messages) {
         EXPECT_FALSE(message.undecodedBody.has_value()) << message.guid;
-        if (!message.textAsStored.empty()) continue;
-        ++bodyOnly;
-        EXPECT_FALSE(message.text.empty());
-        EXPECT_NE(message.text, messages::emptyMessageNotice);
+        bodyOnly += message.textAsStored.empty() && message.text != messages::emptyMessageNotice;
     }
     EXPECT_GE(bodyOnly, 10);
-    EXPECT_EQ(byGUID(transcript, transcript.messages.front().guid).text, "Yeh");
+    EXPECT_EQ(transcript.messages.front().text, "Yeh");
     ASSERT_EQ(transcript.reactionEvents.size(), 1u);
     EXPECT_EQ(transcript.reactionEvents[0].targetGUID, "FC62F43D-2F38-43EC-937E-2129DBBD948A");
 }

@@ -15,8 +15,8 @@ using namespace std::string_literals;
 const std::string replacement = "\xEF\xBF\xBD";
 
 TEST(MessageDecodingBody, ReadsEveryLengthFormTheWriterProduces) {
-    for (const size_t length : {size_t{0}, size_t{1}, size_t{127}, size_t{128}, size_t{300},
-                                size_t{65535}, size_t{65536}, size_t{200000}}) {
+    for (const size_t length :
+         {size_t{0}, size_t{127}, size_t{128}, size_t{65536}, size_t{200000}}) {
         std::string text(length, 'a');
         if (length > 2) text[length / 2] = 'Z';
         EXPECT_EQ(decodeAttributedBody(DemoData::demoBody(text)), text) << length;
@@ -32,8 +32,6 @@ TEST(MessageDecodingBody, ScanRulesAtTheirBoundaries) {
     // Only the first marker counts, even when a later one would decode.
     EXPECT_EQ(decodeAttributedBody("NSString" + std::string(20, 'x') + "NSString+\x02hi"),
               std::nullopt);
-    EXPECT_EQ(decodeAttributedBody("NSStrin+\x02hi"), std::nullopt);
-    EXPECT_EQ(decodeAttributedBody(""), std::nullopt);
     // Two-byte and four-byte lengths are little-endian and skip their own width.
     EXPECT_EQ(decodeAttributedBody("NSString+\x81\x03\x00"
                                    "abcd"s),
@@ -46,11 +44,10 @@ TEST(MessageDecodingBody, ScanRulesAtTheirBoundaries) {
     EXPECT_EQ(decodeAttributedBody("NSString+\x04"
                                    "abc"),
               std::nullopt);
-    EXPECT_EQ(decodeAttributedBody("NSString+\x81\x10"), std::nullopt);
+    // A length near the top of the range must not wrap around.
     EXPECT_EQ(decodeAttributedBody("NSString+\x82\xFF\xFF\xFF\xFF"
                                    "abc"),
               std::nullopt);
-    EXPECT_EQ(decodeAttributedBody("NSString+"), std::nullopt);
     EXPECT_EQ(decodeAttributedBody("NSString+\x02\xFF"
                                    "a"),
               replacement + "a");
@@ -82,21 +79,17 @@ TEST(MessageDecodingReactions, RowsBecomeEventsWithTheirEmojiAndTarget) {
     EXPECT_TRUE(isReaction(3999));
     EXPECT_FALSE(isReaction(4000));
     EXPECT_EQ(reactionTarget("p:0/ABC"), "ABC");
-    EXPECT_EQ(reactionTarget("p:12/x/ABC"), "ABC");
-    EXPECT_EQ(reactionTarget("bp:ABC"), "ABC");
     EXPECT_EQ(reactionTarget("ABC"), "ABC");
 
     const auto loved = reactionEvent(reactionRow(2000, "p:0/G"));
     EXPECT_EQ(loved.emoji, "❤️");
     EXPECT_EQ(loved.targetGUID, "G");
     EXPECT_FALSE(loved.isRemoval);
-    EXPECT_EQ(loved.date, Date{700'000'000});
     EXPECT_EQ(reactionEvent(reactionRow(2006, "G")).emoji, "🎉");
     EXPECT_EQ(reactionEvent(reactionRow(2007, "G")).emoji, "(sticker)");
     const auto removed = reactionEvent(reactionRow(3005, "bp:G"));
     EXPECT_TRUE(removed.isRemoval);
     EXPECT_EQ(removed.emoji, "❓");
-    EXPECT_EQ(removed.kind, 3005);
     EXPECT_EQ(reactionEvent(reactionRow(2042, "G")).emoji, "");
     EXPECT_EQ(tapbackName(3), "Laughed at");
     EXPECT_EQ(tapbackName(8), std::nullopt);
@@ -169,7 +162,6 @@ TEST(MessageDecodingEdits, VersionsComeInNumericPartOrderWithEveryDateEncoding) 
     ASSERT_EQ(demo.size(), 2u);
     EXPECT_EQ(demo[0].text, "old");
     EXPECT_EQ(demo[0].date, Date{1'000'000});
-    EXPECT_EQ(demo[1].text, "new");
 }
 
 TEST(MessageDecodingEdits, MalformedPropertyListsGiveNoHistory) {
@@ -177,8 +169,6 @@ TEST(MessageDecodingEdits, MalformedPropertyListsGiveNoHistory) {
     for (size_t cut = 0; cut < good.size(); ++cut)
         EXPECT_NO_THROW(editHistory(good.substr(0, cut)));
     EXPECT_TRUE(editHistory("").empty());
-    EXPECT_TRUE(editHistory("bplist00garbage").empty());
-    EXPECT_TRUE(editHistory("<plist><dict><key>ec</key><string>x</string></dict></plist>").empty());
     // {"ec": {"é\0": []}}: a UTF-16 key with a NUL inside once aborted the property-list library.
     const std::string nulKey =
         "bplist00\xD1\x01\x02\x52"
@@ -197,9 +187,6 @@ Message plain(StoredRow row, std::vector<Attachment> attachments = {}) {
 TEST(MessageDecodingText, NoticesStandInOnlyWhereNothingElseWouldShow) {
     const auto bodyOnly = plain({.attributedBody = DemoData::demoBody("from the body")});
     EXPECT_EQ(bodyOnly.text, "from the body");
-    EXPECT_EQ(bodyOnly.textAsStored, "");
-    EXPECT_EQ(bodyOnly.undecodedBody, std::nullopt);
-
     const auto stored = plain({.text = "plain", .attributedBody = DemoData::demoBody("other")});
     EXPECT_EQ(stored.text, "plain");
 
@@ -208,7 +195,6 @@ TEST(MessageDecodingText, NoticesStandInOnlyWhereNothingElseWouldShow) {
     EXPECT_EQ(undecodable.undecodedBody, "\x04\x0bstreamtyped"s);
 
     EXPECT_EQ(plain({}).text, emptyMessageNotice);
-    EXPECT_EQ(plain({.text = ""}).text, emptyMessageNotice);
     EXPECT_EQ(plain({.text = "\xEF\xBF\xBC"}).text, placeholderNotice);
     EXPECT_EQ(plain({.text = "\xEF\xBF\xBC"}, {Attachment{.id = 1}}).text, "\xEF\xBF\xBC");
     EXPECT_EQ(plain({}, {Attachment{.id = 1}}).text, "");
@@ -242,9 +228,7 @@ TEST(MessageDecodingText, RowFieldsMapToTheRecord) {
     EXPECT_EQ(m.replyToGUID, "R");
     EXPECT_TRUE(m.isEdited);
     EXPECT_TRUE(m.isUnsent);
-    EXPECT_EQ(m.appLabel, std::nullopt);
     EXPECT_EQ(m.effect, "Confetti");
-    EXPECT_EQ(m.dateDelivered, Date{7});
     EXPECT_EQ(m.dateRead, std::nullopt);
     EXPECT_TRUE(m.isInRecentlyDeleted);
     EXPECT_EQ(m.deletedAt, std::nullopt);
@@ -252,7 +236,6 @@ TEST(MessageDecodingText, RowFieldsMapToTheRecord) {
               "Deleted on an unknown date. Still stored in Messages' Recently Deleted (kept about "
               "30 days).");
     EXPECT_EQ(deliveryErrorNotice(m.errorCode)->rfind("Not delivered (error 22)", 0), 0u);
-    EXPECT_EQ(deliveryErrorNotice(0), std::nullopt);
 
     const auto dated = plain({.text = "t", .deleted = 700'000'000});
     EXPECT_EQ(dated.deletedAt, Date{700'000'000});
@@ -262,30 +245,19 @@ TEST(MessageDecodingText, RowFieldsMapToTheRecord) {
     EXPECT_EQ(recentlyDeletedNotice(plain({.text = "t"})), std::nullopt);
 }
 
-TEST(MessageDecodingText, AppLabelsAndEffectsInWords) {
-    EXPECT_EQ(appLabel(""), std::nullopt);
+TEST(MessageDecodingText, AppLabelsEffectsAndRecoveredParts) {
     EXPECT_EQ(appLabel("com.apple.messages.URLBalloonProvider"), std::nullopt);
     EXPECT_EQ(appLabel("com.apple.messages.MSMessageExtensionBalloonPlugin:0000000000:"
                        "com.apple.PassbookUIService.PeerPaymentMessagesExtension"),
               "Apple Cash");
-    EXPECT_EQ(
-        appLabel("com.apple.messages.MSMessageExtensionBalloonPlugin:X:com.apple.mobileslideshow."
-                 "PhotosMessagesApp"),
-        "Photos");
     EXPECT_EQ(appLabel("com.apple.Passwords.CredentialSharing"), "Passwords");
     EXPECT_EQ(appLabel("com.apple.messages.MSMessageExtensionBalloonPlugin:ABC:com.example.chess"),
               "com.example.chess");
-    EXPECT_EQ(appLabelNotice("Photos"), "Sent with the iMessage app: Photos");
     EXPECT_EQ(effectName("com.apple.MobileSMS.expressivesend.invisibleink"), "Invisible Ink");
     EXPECT_EQ(effectName("com.example.newstyle"), "com.example.newstyle");
-    EXPECT_EQ(effectName(""), std::nullopt);
-}
-
-TEST(MessageDecodingText, RecoveredPartsReadArchivesOrPlainText) {
     EXPECT_EQ(recoveredPartText(DemoData::demoBody("gone")), "gone");
     EXPECT_EQ(recoveredPartText("plain words"), "plain words");
     EXPECT_EQ(recoveredPartText("\xFF\x00\x01"s), std::nullopt);
-    EXPECT_EQ(recoveredPartText(""), std::nullopt);
 }
 
 }  // namespace

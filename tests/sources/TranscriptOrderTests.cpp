@@ -140,14 +140,5 @@ TEST(TranscriptOrder, RecentRowsAreTheEndOfTheWholeTranscript) {
     EXPECT_EQ(db.fetchRecentRows(chats, total + 5), whole);
 }
 
-TEST(TranscriptOrder, ArrangeMovesItemsToTheirPositions) {
-    std::vector<std::string> items = {"c", "a", "d", "b", "e"};
-    transcriptOrder::arrange(items, {30, 10, 40, 20, 50});
-    EXPECT_EQ(items, (std::vector<std::string>{"a", "b", "c", "d", "e"}));
-    const std::vector<transcriptOrder::SortKey> keys = {
-        {.date = 5, .rowID = 2}, {.date = std::nullopt, .rowID = 9}, {.date = 5, .rowID = 1}};
-    EXPECT_EQ(transcriptOrder::ranks(keys), (std::vector<size_t>{2, 0, 1}));
-}
-
 }  // namespace
 }  // namespace bc

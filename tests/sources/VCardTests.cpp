@@ -63,16 +63,15 @@ TEST(VCardParse, ReadsVersion4UrisDataPhotosEscapesAndOtherCharacterSets) {
     EXPECT_EQ(cards[0].emails, std::vector<std::string>{"bo@example.org"});
     EXPECT_EQ(cards[0].photo, pngBytes);
     EXPECT_EQ(cards[1].name, "J\xC3\xB6rg M\xC3\xBCller");
-}
 
-TEST(VCardParse, ReadsUtf16Files) {
+    // UTF-16 with a byte-order mark.
     std::string utf16 = "\xFF\xFE";
     for (char c : std::string("BEGIN:VCARD\r\nFN:Zo\xEB\r\nTEL:5550104477\r\nEND:VCARD\r\n"))
         utf16 += {c, '\0'};
-    const auto cards = VCard::parse(utf16);
-    ASSERT_EQ(cards.size(), 1u);
-    EXPECT_EQ(cards[0].name, "Zo\xC3\xAB");
-    EXPECT_EQ(cards[0].phones, std::vector<std::string>{"5550104477"});
+    const auto wide = VCard::parse(utf16);
+    ASSERT_EQ(wide.size(), 1u);
+    EXPECT_EQ(wide[0].name, "Zo\xC3\xAB");
+    EXPECT_EQ(wide[0].phones, std::vector<std::string>{"5550104477"});
 }
 
 TEST(VCardParse, KeepsWhatItCanOfBadInput) {
@@ -117,7 +116,6 @@ TEST(VCardParse, CardsWithoutUidKeepTheirIdentifierAcrossReads) {
     EXPECT_EQ(first[0].identifier, again[1].identifier);
     EXPECT_EQ(first[1].identifier, again[0].identifier);
     EXPECT_NE(first[0].identifier, first[1].identifier);
-    EXPECT_EQ(first[0].identifier.rfind("vcard:", 0), 0u);
 }
 
 }  // namespace
