@@ -27,7 +27,31 @@ std::string program() {
     return path ? path : BC_BINARY_DIR "/brindlecourt";
 }
 
-// Runs in `dir` with HOME, XDG_DATA_HOME and TMPDIR inside it, so nothing outside is touched.
+// `sha256sum -c checksums.txt` in `folder`.
+ProcessResult checkSums(const fs::path& folder) {
+    return runProcess(
+        {.executable = "/bin/sh",
+         .arguments = {"-c", "cd \"$0\" && sha256sum -c checksums.txt", folder.string()}});
+}
+
+std::vector<CustodyRecord> custodyRecords(const fs::path& log) {
+    CustodyLog::setOverrideURL(log);
+    auto records = CustodyLog::readAll();
+    CustodyLog::setOverrideURL(std::nullopt);
+    return records;
+}
+
+// /bin/sh arguments that run the program in `dir` with HOME, XDG_DATA_HOME and TMPDIR inside
+// it, so nothing outside is touched.
+std::vector<std::string> inside(const fs::path& dir, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(),
+                     {"-c",
+                      "cd \"$0\" && exec env HOME=\"$0/home\" XDG_DATA_HOME=\"$0/home/data\" "
+                      "TMPDIR=\"$0/tmp\" \"$@\"",
+                      dir.string(), program()});
+    return arguments;
+}
+
 class CommandLine : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -35,21 +59,9 @@ protected:
     }
 
     ProcessResult run(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(),
-                         {"-c",
-                          "cd \"$0\" && exec env HOME=\"$0/home\" XDG_DATA_HOME=\"$0/home/data\" "
-                          "TMPDIR=\"$0/tmp\" \"$@\"",
-                          dir_.path().string(), program()});
-        return runProcess({.executable = "/bin/sh", .arguments = arguments, .timeoutSeconds = 300});
-    }
-
-    // Every file and folder under the test's folder, relative to it.
-    std::vector<std::string> entries() const {
-        std::vector<std::string> found;
-        for (const auto& entry : fs::recursive_directory_iterator(dir_.path()))
-            found.push_back(entry.path().lexically_relative(dir_.path()).string());
-        std::sort(found.begin(), found.end());
-        return found;
+        return runProcess({.executable = "/bin/sh",
+                           .arguments = inside(dir_.path(), std::move(arguments)),
+                           .timeoutSeconds = 300});
     }
 
     fs::path demoFolder() const { return dir_ / "tmp" / "Kestrove-Demo"; }
@@ -81,28 +93,27 @@ TEST_F(CommandLine, ArgumentErrorsStopWithStatusTwoAndTouchNothing) {
         EXPECT_EQ(result.standardError, message);
     }
     EXPECT_EQ(run({"--frobnicate"}).exitStatus, 2);
-    EXPECT_EQ(entries(), (std::vector<std::string>{"home", "tmp"}));
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(dir_.path()), {}), 2)
+        << "nothing but the empty home and tmp folders";
 }
 
-TEST_F(CommandLine, ExistingOutputFolderIsRefusedEvenWhenEmpty) {
+TEST_F(CommandLine, RefusedExportsExitWithStatusOneAndLeaveNothing) {
     fs::create_directories(dir_ / "out");
-    const auto result = run({"--export-html", "--demo", "--chats", "1", "--out", "out"});
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.standardError, "error: out already exists; choose a new folder\n");
+    const auto exists = run({"--export-html", "--demo", "--chats", "1", "--out", "out"});
+    EXPECT_EQ(exists.exitStatus, 1);
+    EXPECT_EQ(exists.standardError, "error: out already exists; choose a new folder\n");
     EXPECT_TRUE(fs::is_empty(dir_ / "out"));
     EXPECT_FALSE(fs::exists(dir_ / "out \u2013 Certificate.txt"));
     EXPECT_FALSE(fs::exists(demoFolder() / "custody-log.jsonl"));
+
+    const auto unreadable =
+        run({"--export-html", "--database", "absent.db", "--chats", "1", "--out", "new"});
+    EXPECT_EQ(unreadable.exitStatus, 1);
+    EXPECT_TRUE(unreadable.standardError.starts_with("error: ")) << unreadable.standardError;
+    EXPECT_FALSE(fs::exists(dir_ / "new"));
 }
 
-TEST_F(CommandLine, UnreadableDatabaseFailsWithStatusOne) {
-    const auto result =
-        run({"--export-html", "--database", "absent.db", "--chats", "1", "--out", "out"});
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_TRUE(result.standardError.starts_with("error: ")) << result.standardError;
-    EXPECT_FALSE(fs::exists(dir_ / "out"));
-}
-
-TEST_F(CommandLine, DemoArchiveComesWithCertificateAndAnIntactCustodyChain) {
+TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
     const auto result = run(
         {"--export-html", "--demo", "--chats", "1", "--title", "Flat share", "--out", "archive"});
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
@@ -112,15 +123,11 @@ TEST_F(CommandLine, DemoArchiveComesWithCertificateAndAnIntactCustodyChain) {
         << result.standardOutput;
     EXPECT_NE(result.standardOutput.find("\n  hash mismatches: 0\n"), std::string::npos);
 
-    const auto check = runProcess({.executable = "/bin/sh",
-                                   .arguments = {"-c", "cd \"$0\" && sha256sum -c checksums.txt",
-                                                 (dir_ / "archive").string()}});
+    const auto check = checkSums(dir_ / "archive");
     EXPECT_TRUE(check.succeeded()) << check.standardOutput;
     EXPECT_TRUE(fs::exists(dir_ / "archive" / "calls.csv"));  // the sample calls were merged
 
-    CustodyLog::setOverrideURL(demoFolder() / "custody-log.jsonl");
-    const auto records = CustodyLog::readAll();
-    CustodyLog::setOverrideURL(std::nullopt);
+    const auto records = custodyRecords(demoFolder() / "custody-log.jsonl");
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].format, "html");
     EXPECT_EQ(records[0].chatIDs, std::vector<int64_t>{1});
@@ -134,22 +141,18 @@ TEST_F(CommandLine, DemoArchiveComesWithCertificateAndAnIntactCustodyChain) {
     EXPECT_EQ(verified.exitStatus, 0);
     EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact\n"),
               std::string::npos);
-}
 
-TEST_F(CommandLine, DatabaseFileIsRecordedAsTheSource) {
-    ASSERT_EQ(run({"--export-html", "--demo", "--chats", "1", "--out", "first"}).exitStatus, 0);
+    // A database file given by path is recorded as the source, in the user's own custody log.
     fs::copy_file(demoFolder() / "chat.db", dir_ / "copy.db");
-    const auto result = run({"--export-html", "--database", "copy.db", "--chats", "1", "--format",
-                             "pdf", "--title", "Ann/Bob", "--out", "pages"});
-    ASSERT_EQ(result.exitStatus, 0) << result.standardError;
-    CustodyLog::setOverrideURL(dir_ / "home" / "data" / "Kestrove" / "custody-log.jsonl");
-    const auto records = CustodyLog::readAll();
-    CustodyLog::setOverrideURL(std::nullopt);
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].source.path, (dir_ / "copy.db").string());
-    EXPECT_EQ(records[0].source.kind, "files");
-    EXPECT_EQ(records[0].format, "pdf");
-    EXPECT_GT(records[0].pageCount.value_or(0), 0);
+    const auto pages = run({"--export-html", "--database", "copy.db", "--chats", "1", "--format",
+                            "pdf", "--title", "Ann/Bob", "--out", "pages"});
+    ASSERT_EQ(pages.exitStatus, 0) << pages.standardError;
+    const auto own = custodyRecords(dir_ / "home" / "data" / "Kestrove" / "custody-log.jsonl");
+    ASSERT_EQ(own.size(), 1u);
+    EXPECT_EQ(own[0].source.path, (dir_ / "copy.db").string());
+    EXPECT_EQ(own[0].source.kind, "files");
+    EXPECT_EQ(own[0].format, "pdf");
+    EXPECT_GT(own[0].pageCount.value_or(0), 0);
     // A title is never a path.
     EXPECT_TRUE(fs::exists(dir_ / "pages" / "Ann-Bob.pdf"));
     EXPECT_TRUE(fs::exists(dir_ / "pages" / "Ann-Bob \u2013 Certificate.txt"));
@@ -211,21 +214,17 @@ class InterruptedExport {
 public:
     InterruptedExport(const fs::path& root, const fs::path& parent) : parent_(parent) {
         fs::create_directories(parent);
-        std::string exe = program(), home = "HOME=" + (root / "home").string(),
-                    tmp = "TMPDIR=" + (root / "tmp").string(), out = (parent / "archive").string();
-        std::string flags[] = {"--export-html", "--demo", "--chats", "1", "--out"};
-        std::vector<char*> argv{exe.data()};
-        for (auto& flag : flags) argv.push_back(flag.data());
-        argv.push_back(out.data());
+        auto arguments = inside(root, {"--export-html", "--demo", "--chats", "1", "--out",
+                                       (parent / "archive").string()});
+        std::vector<char*> argv{const_cast<char*>("/bin/sh")};
+        for (auto& argument : arguments) argv.push_back(argument.data());
         argv.push_back(nullptr);
-        std::vector<char*> envp{home.data(), tmp.data(), nullptr};
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         const std::string errors = (root / "stderr.txt").string();
         posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                          0644);
-        spawned_ =
-            posix_spawn(&pid_, exe.c_str(), &actions, nullptr, argv.data(), envp.data()) == 0;
+        spawned_ = posix_spawn(&pid_, "/bin/sh", &actions, nullptr, argv.data(), environ) == 0;
         posix_spawn_file_actions_destroy(&actions);
         stderrFile_ = errors;
     }
@@ -272,9 +271,7 @@ TEST_F(CommandLine, KilledExportLeavesNoFolderThatLooksComplete) {
             killedMidway += hasHiddenEntry(parent);
             continue;
         }
-        const auto check = runProcess(
-            {.executable = "/bin/sh",
-             .arguments = {"-c", "cd \"$0\" && sha256sum -c checksums.txt", job.out().string()}});
+        const auto check = checkSums(job.out());
         EXPECT_TRUE(check.succeeded()) << delayMs << " ms: " << check.standardOutput;
     }
     EXPECT_GT(killedMidway, 0);

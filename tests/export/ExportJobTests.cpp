@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "custody/CustodyLog.h"
 #include "sources/MessageDatabase.h"
 #include "sources/demo/DemoData.h"
@@ -129,12 +131,30 @@ TEST_F(ExportPipelineTest, ArchiveIsHashedLoggedAndCertified) {
     EXPECT_EQ(outcome.certificate, out() / "Sample \u2013 Certificate.txt");
     EXPECT_EQ(outcome.html->htmlURL.parent_path(), out() / "Sample");
 
+    // The whole sample conversation is in the archive: every row, reaction and stored file.
+    const auto& summary = *outcome.html;
+    const std::string page = files::readFile(summary.htmlURL);
+    int64_t present = 0;
+    for (const auto& m : job.messages) {
+        EXPECT_NE(page.find("id=\"m" + std::to_string(m.id) + "\""), std::string::npos) << m.id;
+        for (const auto& a : m.visibleAttachments()) present += fs::exists(a.path);
+    }
+    EXPECT_GT(present, 0);
+    EXPECT_EQ(summary.attachmentsCopied, present);
+    EXPECT_EQ(present + static_cast<int64_t>(summary.attachmentsMissing.size()),
+              job.attachmentCount());
+    EXPECT_TRUE(summary.attachmentsFailed.empty());
+    EXPECT_EQ(summary.hashMismatches, 0);
+    const std::string reactions = files::readFile(out() / "Sample" / "reactions.csv");
+    EXPECT_EQ(static_cast<size_t>(std::count(reactions.begin(), reactions.end(), '\r')),
+              job.reactionEvents.size() + 1);
+
     // The same name again is the application's to make unique, never the pipeline's to reuse.
     EXPECT_EQ(run(job, out() / "Sample").status, ExportOutcome::Status::failed);
     EXPECT_EQ(destinationIn(out(), RangeExportFormat::html, "Sample"), out() / "Sample 2");
 }
 
-TEST_F(ExportPipelineTest, CancelOrFailureMidwayLeavesNothing) {
+TEST_F(ExportPipelineTest, CancelFailureOrNoRowsLeavesNothing) {
     for (const auto format : rangeExportFormat::allCases) {
         for (const bool cancelling : {true, false}) {
             CancelFlag cancel;
@@ -156,6 +176,12 @@ TEST_F(ExportPipelineTest, CancelOrFailureMidwayLeavesNothing) {
             EXPECT_TRUE(fs::is_empty(out())) << rangeExportFormat::rawValue(format);
         }
     }
+    auto empty = job(RangeExportFormat::html);
+    empty.messages.clear();
+    const auto outcome = run(empty, out() / "Sample");
+    EXPECT_EQ(outcome.status, ExportOutcome::Status::nothingToExport);
+    EXPECT_EQ(outcome.message, "No messages to export; nothing was saved.");
+    EXPECT_TRUE(fs::is_empty(out()));
     EXPECT_FALSE(fs::exists(dir_ / "custody-log.jsonl"));
 }
 
@@ -188,15 +214,6 @@ TEST_F(ExportPipelineTest, FailedCustodyAppendKeepsTheFilesAndSaysSo) {
         << outcome.message;
     EXPECT_TRUE(fs::exists(out() / "Sample.pdf"));
     EXPECT_FALSE(outcome.certificate);
-}
-
-TEST_F(ExportPipelineTest, NoRowsSavesNothing) {
-    auto empty = job(RangeExportFormat::html);
-    empty.messages.clear();
-    const auto outcome = run(empty, out() / "Sample");
-    EXPECT_EQ(outcome.status, ExportOutcome::Status::nothingToExport);
-    EXPECT_EQ(outcome.message, "No messages to export; nothing was saved.");
-    EXPECT_TRUE(fs::is_empty(out()));
 }
 
 }  // namespace

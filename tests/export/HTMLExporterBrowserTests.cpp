@@ -38,9 +38,7 @@ constexpr const char* probe = R"JS(
     const bar = document.querySelector("header.bar").offsetHeight;
     result.openedOnScreen = top >= bar - 2 && top < bar + 60;
     result.rendered = !document.querySelector("#d-" + result.opened + " script");
-    button("month", 1); button("month", -1); button("year", 1); button("year", -1);
-    button("week", 1); button("week", -1); button("day", 1); button("day", -1);
-    click("[data-latest]"); button("day", 1); click("[data-first]"); button("day", -1);
+    button("month", 1); click("[data-latest]"); click("[data-first]");
     key("ArrowRight"); key("ArrowRight", true);
     const pick = document.getElementById("pick");
     pick.value = "2024-03-05"; pick.dispatchEvent(new Event("change")); seen.push(current());
@@ -88,10 +86,21 @@ std::optional<std::string> chromium() {
     return std::nullopt;
 }
 
-// Loads the page and returns what the probe recorded.
-Json runProbe(const std::string& browser, const fs::path& page, const std::string& hash) {
+// Exports `transcript` into `dir`/archive, adds `script` to a copy of the page, loads it and
+// returns what the script recorded.
+Json runProbe(const std::string& browser, const fs::path& dir, const Transcript& transcript,
+              const std::string& script, const std::string& hash = "") {
+    HTMLExporter exporter({.title = "Jumps"}, testing::nameFor, {}, {});
+    CancelFlag cancel;
+    const auto summary = exporter.exportTranscript(transcript, dir / "archive", cancel, nullptr);
+    std::string page = files::readFile(summary.htmlURL);
+    page.insert(page.rfind("</body>"), "<script src=\"probe.js\"></script>\n");
+    testing::writeText(dir / "archive/probe.html", page);
+    testing::writeText(dir / "archive/probe.js", script);
+
     testing::TempDir profile;
-    const std::string url = "file://" + HTMLExporter::urlPath(fs::absolute(page).string()) + hash;
+    const std::string url =
+        "file://" + HTMLExporter::urlPath(fs::absolute(dir / "archive/probe.html").string()) + hash;
     const ProcessResult result = runProcess(
         {.executable = browser,
          .arguments = {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
@@ -120,25 +129,12 @@ TEST(HTMLExporterBrowser, daysJumpsKeysHashAndRepliesWorkInChromium) {
             transcript.messages.push_back(testing::message(id++, noon + 60.0 * n, "row"));
     }
     transcript.messages.front().replyToGUID = transcript.messages.back().guid;
-    HTMLExporter exporter({.title = "Jumps"}, testing::nameFor, {}, {});
-    CancelFlag cancel;
-    const auto summary = exporter.exportTranscript(transcript, dir / "archive", cancel, nullptr);
-
-    std::string page = files::readFile(summary.htmlURL);
-    page.insert(page.rfind("</body>"), "<script src=\"probe.js\"></script>\n");
-    testing::writeText(dir / "archive/probe.html", page);
-    testing::writeText(dir / "archive/probe.js", probe);
-
-    const Json seen = runProbe(*browser, dir / "archive/probe.html", "#d-2024-01-31");
+    const Json seen = runProbe(*browser, dir.path(), transcript, probe, "#d-2024-01-31");
     EXPECT_EQ(seen["opened"], "2024-01-31");
     EXPECT_EQ(seen["openedOnScreen"], true);
     EXPECT_EQ(seen["rendered"], true);
-    const std::vector<std::string> expected{"2024-02-29", "2023-03-15", "2025-03-01",
-                                            "2024-02-29",  // month ›, ‹, year ›, ‹
-                                            "2024-03-10", "2024-02-29", "2024-03-04",
-                                            "2024-02-29",  // week ›, ‹, day ›, ‹
-                                            "2025-03-01", "2025-03-01", "2023-01-31",
-                                            "2023-01-31",  // latest, day › at the end, first, ‹
+    // Every unit and direction from every day is in the matrix below; these are the other ways.
+    const std::vector<std::string> expected{"2024-02-29", "2025-03-01", "2023-01-31",  // ›, ends
                                             "2023-02-01", "2023-03-15",  // → and Shift+→
                                             "2024-03-10"};               // date picker
     EXPECT_EQ(seen["jumps"].get<std::vector<std::string>>(), expected);
@@ -172,13 +168,7 @@ TEST(HTMLExporterBrowser, longConversationRendersOnlyTheDaysNearTheScreen) {
     Transcript transcript;
     for (int64_t id = 1; id <= 1200; ++id)
         transcript.messages.push_back(testing::message(id, testing::at(id * 28800.0), "row"));
-    HTMLExporter exporter({.title = "Long"}, testing::nameFor, {}, {});
-    CancelFlag cancel;
-    const auto summary = exporter.exportTranscript(transcript, dir / "archive", cancel, nullptr);
-    std::string page = files::readFile(summary.htmlURL);
-    page.insert(page.rfind("</body>"), "<script src=\"probe.js\"></script>\n");
-    testing::writeText(dir / "archive/probe.html", page);
-    testing::writeText(dir / "archive/probe.js", R"JS(
+    const Json seen = runProbe(*browser, dir.path(), transcript, R"JS(
       setTimeout(function () {
         const out = document.createElement("pre");
         out.id = "probe";
@@ -189,7 +179,6 @@ TEST(HTMLExporterBrowser, longConversationRendersOnlyTheDaysNearTheScreen) {
           rows: document.querySelectorAll(".m").length});
         document.body.appendChild(out);
       }, 500);)JS");
-    const Json seen = runProbe(*browser, dir / "archive/probe.html", "");
     EXPECT_GE(seen["sections"].get<int>(), 400);
     EXPECT_EQ(seen["firstRendered"], true);
     EXPECT_LT(seen["rendered"].get<int>(), 40);

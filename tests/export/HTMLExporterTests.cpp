@@ -4,7 +4,7 @@
 #include <libheif/heif.h>
 
 #include <filesystem>
-#include <fstream>
+#include <utility>
 
 #include "HTMLExporterSamples.h"
 #include "support/Files.h"
@@ -75,45 +75,37 @@ struct Archive {
     }
 
     HTMLExporter::Summary run(const Transcript& transcript, HTMLExporter::Options options = {},
-                              std::vector<Message> context = {}) {
+                              std::vector<Message> context = {}, const ProgressFn& progress = {}) {
         if (options.title.empty()) options.title = "Ann <b>&</b>";
         options.sourceDescription = "test data";
         HTMLExporter exporter(std::move(options), testing::nameFor, std::move(context),
                               {{31, "Words in a photo"}});
-        CancelFlag cancel;
-        return exporter.exportTranscript(transcript, folder, cancel, nullptr);
+        return exporter.exportTranscript(transcript, folder, cancel, progress);
     }
+
+    CancelFlag cancel;
 
     std::string page(const HTMLExporter::Summary& summary) const {
         return files::readFile(summary.htmlURL);
     }
 };
 
+// Enough of a CSV reader for the manifests: every field quoted, CR LF after each row.
 std::vector<std::vector<std::string>> readRows(const fs::path& file) {
-    // Enough of a CSV reader for the manifests: quoted fields, CR LF rows.
     const std::string text = files::readFile(file).substr(3);
     std::vector<std::vector<std::string>> rows(1);
     std::string field;
     bool quoted = false;
     for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (quoted) {
-            if (c == '"' && i + 1 < text.size() && text[i + 1] == '"')
-                field += text[++i];
-            else if (c == '"')
-                quoted = false;
-            else
-                field += c;
-        } else if (c == '"') {
-            quoted = true;
-        } else if (c == ',') {
-            rows.back().push_back(std::move(field));
-            field.clear();
-        } else if (c == '\r') {
-            rows.back().push_back(std::move(field));
-            field.clear();
-            rows.emplace_back();
-            ++i;
+        if (text[i] == '"' && quoted && text[i + 1] == '"') {
+            field += text[++i];
+        } else if (text[i] == '"') {
+            quoted = !quoted;
+        } else if (quoted) {
+            field += text[i];
+        } else if (text[i] == ',' || text[i] == '\r') {
+            rows.back().push_back(std::exchange(field, {}));
+            if (text[i] == '\r') rows.emplace_back(), ++i;
         }
     }
     rows.pop_back();
@@ -278,9 +270,15 @@ TEST(HTMLExporterArchive, notesEditsMetaAndReactions) {
         EXPECT_NE(page.find(expected), std::string::npos) << expected;
 }
 
-TEST(HTMLExporterArchive, emptyRangeSaysSoAndStillWritesManifests) {
+TEST(HTMLExporterArchive, emptyRangeSaysSoAndALongEmojiTitleStillMakesAValidFileName) {
     Archive a;
-    const auto summary = a.run({}, {.title = "Nobody"});
+    std::string title;
+    for (int i = 0; i < 80; ++i) title += "😀";
+    const auto summary = a.run({}, {.title = title});
+    const std::string name = summary.htmlURL.filename().string();
+    EXPECT_LE(name.size(), 255u);
+    EXPECT_TRUE(name.starts_with("😀😀"));
+    EXPECT_TRUE(name.ends_with("😀 – Messages.html"));
     const std::string page = a.page(summary);
     EXPECT_NE(page.find("There are no messages"), std::string::npos);
     EXPECT_NE(page.find("const DAYS = [];"), std::string::npos);
@@ -354,28 +352,14 @@ TEST(HTMLExporterArchive, heicPhotoIsShownThroughAJpegPreviewAndCorruptOnesAreMa
     EXPECT_EQ(rows[2][11], "1");
 }
 
-TEST(HTMLExporterArchive, aLongEmojiTitleStillMakesAValidFileName) {
-    Archive a;
-    std::string title;
-    for (int i = 0; i < 80; ++i) title += "😀";
-    const auto summary = a.run({.messages = {message(1, at(), "x")}}, {.title = title});
-    const std::string name = summary.htmlURL.filename().string();
-    EXPECT_TRUE(fs::exists(summary.htmlURL));
-    EXPECT_LE(name.size(), 255u);
-    EXPECT_TRUE(name.starts_with("😀😀"));
-    EXPECT_TRUE(name.ends_with("😀 – Messages.html"));
-}
-
 TEST(HTMLExporterArchive, aFileThatVanishesBeforeItsCopyIsMarkedMissing) {
     Archive a;
     const fs::path later = a.source("later.jpg", "x");
     Message m = message(1, at(), "");
     m.attachments = {attachment(1, a.source("first.jpg", "f").string(), "first.jpg", "image/jpeg"),
                      attachment(2, later.string(), "later.jpg", "image/jpeg")};
-    HTMLExporter exporter({.title = "T"}, testing::nameFor, {}, {});
-    CancelFlag cancel;
-    const auto summary = exporter.exportTranscript({.messages = {m}}, a.folder, cancel,
-                                                   [&](const std::string&) { fs::remove(later); });
+    const auto summary =
+        a.run({.messages = {m}}, {}, {}, [&](const std::string&) { fs::remove(later); });
     EXPECT_EQ(summary.attachmentsCopied, 1);
     EXPECT_EQ(summary.attachmentsMissing, std::vector<std::string>{"later.jpg"});
     EXPECT_EQ(readRows(a.folder / "attachments.csv")[2][2], "missing: not on this Mac");
@@ -386,17 +370,14 @@ TEST(HTMLExporterArchive, cancellationStopsBeforeTheNextAttachment) {
     Message m = message(1, at(), "");
     m.attachments = {attachment(1, a.source("a", "a").string(), "a", ""),
                      attachment(2, a.source("b", "b").string(), "b", "")};
-    HTMLExporter exporter({.title = "T"}, testing::nameFor, {}, {});
-    CancelFlag cancel;
     int reports = 0;
-    EXPECT_THROW(
-        exporter.exportTranscript({.messages = {m}}, a.folder, cancel,
-                                  [&](const std::string& text) {
-                                      EXPECT_EQ(text, "Copying and verifying attachments 1 of 2");
-                                      ++reports;
-                                      cancel.cancel();
-                                  }),
-        CancelledError);
+    EXPECT_THROW(a.run({.messages = {m}}, {}, {},
+                       [&](const std::string& text) {
+                           EXPECT_EQ(text, "Copying and verifying attachments 1 of 2");
+                           ++reports;
+                           a.cancel.cancel();
+                       }),
+                 CancelledError);
     EXPECT_EQ(reports, 1);
     EXPECT_FALSE(fs::exists(a.folder / "checksums.txt"));
 }

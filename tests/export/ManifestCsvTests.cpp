@@ -42,8 +42,15 @@ TEST(ManifestCsvMessages, everyColumnInOrderAndCallsLeftOut) {
     m.recoveredParts = {{.index = 0, .text = "lost"}, {.index = 1, .deletedAt = at(9)}};
     const manifest::MachineText machineText{{12, "STOP sign"}, {99, "other"}};
     const Message call = testing::callRow(4, at(), true);
-    const auto rows = manifest::messageRows({&m, &call}, testing::nameFor, machineText);
-    ASSERT_EQ(rows.size(), 2u);
+    Message dated = message(5, at(), "a");  // deleted_at: a date, "unknown" above, or empty
+    dated.deletedAt = at(1);
+    dated.isInRecentlyDeleted = true;
+    const Message kept = message(6, at(), "b");
+    const auto rows =
+        manifest::messageRows({&m, &call, &dated, &kept}, testing::nameFor, machineText);
+    ASSERT_EQ(rows.size(), 4u);
+    EXPECT_EQ(rows[2][21], "2024-03-01T17:05:10.000Z");
+    EXPECT_EQ(rows[3][21], "");
     EXPECT_EQ(rows[0].size(), 24u);
     EXPECT_EQ(rows[0][21], "deleted_at_utc");
     EXPECT_EQ(rows[1], (manifest::Row{
@@ -72,19 +79,6 @@ TEST(ManifestCsvMessages, everyColumnInOrderAndCallsLeftOut) {
                            "[part 1, deleted ?] lost\n[part 2, deleted 2024-03-01T17:05:18.000Z] "
                            "(unreadable)",
                            "[attachment 12, machine-generated] STOP sign"}));
-}
-
-TEST(ManifestCsvMessages, deletedAtHasThreeStates) {
-    Message dated = message(1, at(), "a");
-    dated.deletedAt = at(1);
-    dated.isInRecentlyDeleted = true;
-    Message unknown = message(2, at(), "b");
-    unknown.isInRecentlyDeleted = true;
-    const Message empty = message(3, at(), "c");
-    const auto rows = manifest::messageRows({&dated, &unknown, &empty}, testing::nameFor, {});
-    EXPECT_EQ(rows[1][21], "2024-03-01T17:05:10.000Z");
-    EXPECT_EQ(rows[2][21], "unknown");
-    EXPECT_EQ(rows[3][21], "");
 }
 
 TEST(ManifestCsvReactions, namesKindsAndMarksTargetsOutsideTheExport) {
