@@ -116,7 +116,7 @@ void pageOpensInChromium(benchmark::State& state) {
     std::string page = bc::files::readFile(summary.htmlURL);
     page.insert(
         page.rfind("</body>"),
-        "<script>const first = document.querySelector('section.day.ready');"
+        "<script>const first = document.querySelector('section.day');"
         "const firstTop = first.getBoundingClientRect().top;"
         "document.body.insertAdjacentHTML('beforeend', '<pre id=\"opened\">' + "
         "performance.now().toFixed(0) + ' ' + (firstTop < innerHeight) + '</pre>');</script>");

@@ -152,8 +152,9 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
 
     cancel.check();
     report("Writing HTML and manifests…");
-    manifest::writeFile(summary.htmlURL, html::renderPage({options_, nameFor_, machineText_,
-                                                           context_, rows, copies}));
+    manifest::writeFile(summary.htmlURL, [&](std::ostream& out) {
+        html::writePage({options_, nameFor_, machineText_, context_, rows, copies}, out);
+    });
     manifest::writeCSV(manifest::messageRows(rows, nameFor_, machineText_),
                        folder / "messages.csv");
     std::vector<Message> calls;

@@ -160,8 +160,14 @@ void writeCSV(const Rows& rows, const std::filesystem::path& file) {
 }
 
 void writeFile(const std::filesystem::path& file, std::string_view bytes) {
+    writeFile(file, [&](std::ostream& out) {
+        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    });
+}
+
+void writeFile(const std::filesystem::path& file, const std::function<void(std::ostream&)>& write) {
     std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    write(out);
     out.close();
     if (!out)
         throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));

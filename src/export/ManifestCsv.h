@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <iosfwd>
 #include <map>
 #include <optional>
 #include <string>
@@ -44,6 +45,8 @@ void writeCSV(const Rows& rows, const std::filesystem::path& file);
 // Writes one file of an export folder. No flush to disk here: the folder is built under a
 // temporary name and made durable as a whole by the caller. Throws Error.
 void writeFile(const std::filesystem::path& file, std::string_view bytes);
+// The same for a file written piece by piece into the stream `write` is given.
+void writeFile(const std::filesystem::path& file, const std::function<void(std::ostream&)>& write);
 
 // messages.csv: header, then one row per message; call rows are left out (they go to calls.csv).
 Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,

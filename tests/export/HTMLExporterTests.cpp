@@ -171,12 +171,14 @@ TEST(HTMLExporterArchive, copiesVerifiesAndMarksBadAttachmentsWhereTheyOccur) {
     EXPECT_EQ(page.find("hidden.plist"), std::string::npos);
     EXPECT_NE(page.find("const DAYS = [[\"2024-03-01\",1],[\"2024-03-02\",1]];"),
               std::string::npos);
+    // Each day's rows are in the file inside its section, readable without the page's script.
     EXPECT_NE(page.find("<section class=\"day\" id=\"d-2024-03-01\"><h2><span>Friday, 1 March "
-                        "2024</span></h2>"),
+                        "2024</span></h2><div class=\"m them\" id=\"m1\"><div class=\"b\" "
+                        "title=\"2024-03-01 12:05:09 -05:00\"><div class=\"text\" dir=\"auto\">"),
               std::string::npos);
-    EXPECT_NE(page.find("<div class=\"m them\" id=\"m1\"><div class=\"b\" title=\"2024-03-01 "
-                        "12:05:09 -05:00\">"),
+    EXPECT_NE(page.find("</div></div></section>\n<section class=\"day\" id=\"d-2024-03-02\">"),
               std::string::npos);
+    EXPECT_NE(page.find("<div class=\"text\" dir=\"auto\">next day</div>"), std::string::npos);
 }
 
 TEST(HTMLExporterArchive, checksumsListEveryFileButItselfAndVerifyWithSha256sum) {
@@ -256,7 +258,7 @@ TEST(HTMLExporterArchive, notesEditsMetaAndReactions) {
     edited.isEdited = true;
     const std::string page = a.page(a.run({.messages = {m, edited}}));
     for (const char* expected :
-         {"<div class=\"text\">(unreadable)</div>", "<div class=\"text\">x</div>",
+         {"<div class=\"text\" dir=\"auto\">(unreadable)</div>", "dir=\"auto\">x</div>",
           "This message was unsent. Messages does not keep the original content.",
           "Recovered deleted part 1: gone &lt;b&gt;",
           "<summary>Edited · 3 "

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ostream>
 #include <unordered_map>
 
 #include "embedded/archiveTemplate.h"
@@ -78,48 +79,44 @@ public:
         for (const auto& m : c_.context) byGUID_.emplace(m.guid, Target{&m, false});
     }
 
-    void write(std::string& body, std::string& days) {
-        body.reserve(c_.rows.size() * 400);
-        days = "[";
+    // Writes the sections to `out` one day at a time and returns DAYS, the script's list of
+    // [day key, row count] pairs.
+    std::string write(std::ostream& out) {
         if (c_.rows.empty()) {
-            body = "<p class=\"empty\">There are no messages in this export's date range.</p>";
-            days += "]";
-            return;
+            out << "<p class=\"empty\">There are no messages in this export's date range.</p>";
+            return "[]";
         }
-        std::string key, sectionEnd = "</script></section>\n";
+        std::string days = "[", key, section;
         int count = 0;
         for (const Message* m : c_.rows) {
             const dates::CivilTime time = clock_.at(m->date);
             std::string rowKey = dayKey(time);
             if (rowKey != key) {
-                if (!key.empty()) {
-                    body += sectionEnd;
-                    addDay(days, key, count);
-                }
+                if (!key.empty()) closeSection(out, section, days, key, count);
                 key = std::move(rowKey);
                 count = 0;
-                openSection(body, key, m->date);
+                openSection(section, key, m->date);
             }
             ++count;
-            writeRow(body, *m, time);
+            writeRow(section, *m, time);
         }
-        body += sectionEnd;
-        addDay(days, key, count);
-        days += "]";
+        closeSection(out, section, days, key, count);
+        return days + "]";
     }
 
 private:
-    // The rows travel as inert text inside the section and become markup when the section
-    // nears the screen: a long conversation then opens as fast as a short one.
-    void openSection(std::string& body, const std::string& key, Date date) {
-        body += "<section class=\"day\" id=\"d-" + key + "\"><h2><span>" +
-                HTMLExporter::escape(dayHeading_.format(date)) +
-                "</span></h2><script type=\"text/x-rows\">";
+    void openSection(std::string& section, const std::string& key, Date date) {
+        section += "<section class=\"day\" id=\"d-" + key + "\"><h2><span>" +
+                   HTMLExporter::escape(dayHeading_.format(date)) + "</span></h2>";
     }
 
-    static void addDay(std::string& days, const std::string& key, int count) {
-        if (days.size() > 1) days += ',';
-        days += "[\"" + key + "\"," + std::to_string(count) + "]";
+    // Only one day is held at a time: the page of a long conversation never sits in memory.
+    static void closeSection(std::ostream& out, std::string& section, std::string& days,
+                             const std::string& key, int count) {
+        section += "</section>\n";
+        out.write(section.data(), static_cast<std::streamsize>(section.size()));
+        section.clear();
+        days += (days.size() > 1 ? ",[\"" : "[\"") + key + "\"," + std::to_string(count) + "]";
     }
 
     void writeRow(std::string& out, const Message& m, const dates::CivilTime& time) {
@@ -135,7 +132,8 @@ private:
         out += m.isFromMe ? "<div class=\"m me\" id=\"m" : "<div class=\"m them\" id=\"m";
         out += std::to_string(m.id) + "\"><div class=\"b\" title=\"" + exactTime(time) + "\">";
         writeReply(out, m);
-        out += "<div class=\"text\">" + HTMLExporter::linkify(bodyText(m)) + "</div>";
+        // dir="auto": a right-to-left text keeps its punctuation on its own side.
+        out += "<div class=\"text\" dir=\"auto\">" + HTMLExporter::linkify(bodyText(m)) + "</div>";
         const size_t firstAttachment = next_;
         for (const auto& a : m.attachments) {
             if (!a.isHidden) writeAttachment(out, c_.copies.at(next_++).rendered);
@@ -416,16 +414,17 @@ std::string about(const PageContent& c, const Counts& n) {
 
 }  // namespace
 
-std::string renderPage(const PageContent& content) {
-    std::string body, days;
-    BodyWriter(content).write(body, days);
+void writePage(const PageContent& content, std::ostream& out) {
+    constexpr std::string_view bodyMark = "{{BODY}}";
+    const std::string_view page = embedded::archiveTemplate;
+    const size_t body = page.find(bodyMark);
     const Counts counts = countsOf(content);
-    return HTMLExporter::fill(embedded::archiveTemplate,
+    out << HTMLExporter::fill(page.substr(0, body),
                               {{"TITLE", HTMLExporter::escape(content.options.title)},
                                {"SUBTITLE", HTMLExporter::escape(subtitle(content, counts))},
-                               {"ABOUT", about(content, counts)},
-                               {"BODY", body},
-                               {"DAYS", days}});
+                               {"ABOUT", about(content, counts)}});
+    const std::string days = BodyWriter(content).write(out);
+    out << HTMLExporter::fill(page.substr(body + bodyMark.size()), {{"DAYS", days}});
 }
 
 }  // namespace bc::html

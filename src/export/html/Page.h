@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,7 +20,8 @@ struct PageContent {
     const std::vector<CopiedAttachment>& copies;  // one per visible attachment, in page order
 };
 
-// The complete page: the embedded template filled with TITLE, SUBTITLE, ABOUT, BODY and DAYS.
-std::string renderPage(const PageContent& content);
+// Writes the complete page to `out`: the embedded template filled with TITLE, SUBTITLE, ABOUT,
+// BODY and DAYS, the body one day at a time.
+void writePage(const PageContent& content, std::ostream& out);
 
 }  // namespace bc::html
