@@ -37,7 +37,8 @@ test-sanitize: build-sanitize
 test: test-normal test-sanitize
 
 # The main job on the generated sample data, into a fresh folder: a snapshot, an HTML archive and
-# a PDF of the sample conversation, then the verification. The demo folder (sample database,
+# a PDF of the sample conversation, an exhibit of its flagged messages (Bates numbers, one
+# redacted term), then the verification. The demo folder (sample database,
 # snapshots, custody log) lives under it too, as the program's temporary folder. Snapshots are
 # locked (immutable where permitted), so the old folder is unlocked before it is removed.
 DEMO_DIR ?= $(BUILD_DIR)/demo
@@ -51,6 +52,8 @@ demo: build
 	  $$run --snapshot && \
 	  $$run --chats 1 --title "Sample conversation" --out "$(DEMO_DIR)/HTML archive" && \
 	  $$run --chats 1 --title "Sample conversation" --format pdf --out "$(DEMO_DIR)/PDF" && \
+	  $$run --exhibit --chats 1 --bates-prefix SMITH --redact movers --include-notes \
+	    --out "$(DEMO_DIR)/Exhibit" && \
 	  $$run --verify-snapshots && \
 	  echo "Everything is in $(CURDIR)/$(DEMO_DIR) (sample data, snapshots and custody log in tmp/Kestrove-Demo)."
 

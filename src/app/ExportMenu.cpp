@@ -3,6 +3,7 @@
 #include <QMenu>
 
 #include "app/AppModel.h"
+#include "app/ExhibitSheet.h"
 #include "app/ExportSheet.h"
 #include "app/QtText.h"
 
@@ -64,6 +65,12 @@ void answerExportOptions(AppModel& model, QWidget* parent) {
                          ExportSheet sheet(request, parent);
                          if (sheet.exec() == QDialog::Accepted)
                              model.exports().startExport(sheet.request());
+                     });
+    QObject::connect(&model.exports(), &Exports::exhibitRequested, parent,
+                     [&model, parent](const ExhibitRequest& request) {
+                         ExhibitSheet sheet(request, &Exports::nextBatesNumber, parent);
+                         if (sheet.exec() == QDialog::Accepted)
+                             model.exports().startExhibit(sheet.request());
                      });
 }
 

@@ -19,7 +19,8 @@ QMenu* makeExportMenu(AppModel& model, QWidget* parent);
 void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period,
                       const QString& unitName);
 
-// Answers the model's request for the export sheet over `parent` and starts what it returns.
+// Answers the model's requests for the export and exhibit sheets over `parent` and starts what
+// they return.
 void answerExportOptions(AppModel& model, QWidget* parent);
 
 }  // namespace bc::app

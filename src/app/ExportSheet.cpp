@@ -137,26 +137,8 @@ void ExportSheet::periodEdited() {
 }
 
 void ExportSheet::addPageChoices() {
-    paper_ = new QComboBox(this);
-    paper_->setObjectName("paper");
-    for (const auto paper : {PageExporter::Paper::letter, PageExporter::Paper::a4})
-        paper_->addItem(qs(PageExporter::displayName(paper)), qs(PageExporter::rawValue(paper)));
-    paper_->setCurrentIndex(paper_->findData(qs(PageExporter::rawValue(request_.settings.paper))));
-    connect(paper_, &QComboBox::currentIndexChanged, this, [this] {
-        request_.settings.paper =
-            PageExporter::paperNamed(paper_->currentData().toString().toStdString())
-                .value_or(request_.settings.paper);
-    });
-
-    dpi_ = new QComboBox(this);
-    dpi_->setObjectName("dpi");
-    dpi_->addItem(standardDPILabel, ExportSettings::standardDPI);
-    dpi_->addItem(printDPILabel, ExportSettings::printDPI);
-    // A resolution the user never chose shows neither preset until they pick one.
-    dpi_->setCurrentIndex(dpi_->findData(request_.settings.dpi));
-    connect(dpi_, &QComboBox::currentIndexChanged, this, [this](int index) {
-        if (index >= 0) request_.settings.dpi = dpi_->itemData(index).toDouble();
-    });
+    paper_ = paperPicker(request_.settings, this);
+    dpi_ = dpiPicker(request_.settings, this);
 }
 
 void ExportSheet::refresh() {

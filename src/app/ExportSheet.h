@@ -2,6 +2,7 @@
 
 #include <QDialog>
 
+#include "app/PagePickers.h"
 #include "export/ExportJob.h"
 
 class QComboBox;
@@ -19,8 +20,8 @@ namespace bc::app {
 class ExportSheet : public QDialog {
     Q_OBJECT
 public:
-    static constexpr const char* standardDPILabel = "Standard · 144 dpi";
-    static constexpr const char* printDPILabel = "Print · 300 dpi";
+    static constexpr const char* standardDPILabel = app::standardDPILabel;
+    static constexpr const char* printDPILabel = app::printDPILabel;
 
     explicit ExportSheet(ExportRequest request, QWidget* parent = nullptr);
 

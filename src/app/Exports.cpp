@@ -10,6 +10,7 @@
 #include "app/AppModel.h"
 #include "app/Failures.h"
 #include "app/QtText.h"
+#include "custody/CustodyLog.h"
 #include "sources/CallHistory.h"
 #include "sources/MessageDatabase.h"
 #include "support/Calendar.h"
@@ -175,12 +176,36 @@ void Exports::quickExport(const ExportPeriod& period, RangeExportFormat format) 
 }
 
 bool Exports::startExport(const ExportRequest& request) {
+    return runExport(request, request.baseName(), [](ExportJob job) { return job; });
+}
+
+void Exports::showExhibitBuilder() {
+    const auto flagged = static_cast<int64_t>(model_.flaggedMessages().size());
+    emit exhibitRequested(
+        ExhibitRequest{.id = newUUID(), .settings = settings_, .flaggedCount = flagged});
+}
+
+void Exports::startExhibit(const ExhibitRequest& request) {
+    makeRequest(request.format, std::nullopt,
+                [this, request, flags = model_.flags()](ExportRequest whole) {
+                    whole.settings = request.settings;
+                    runExport(whole, request.baseName(), [request, flags](ExportJob job) {
+                        return exhibit::makeJob(request, std::move(job), flags);
+                    });
+                });
+}
+
+int64_t Exports::nextBatesNumber(const std::string& prefix) {
+    return exhibit::nextBatesNumber(prefix, CustodyLog::readAll());
+}
+
+bool Exports::runExport(const ExportRequest& request, const std::string& baseName,
+                        std::function<ExportJob(ExportJob)> shape) {
     const auto database = model_.database();
     if (model_.jobs().isRunning() || !database) return false;
     saveSettings(request.settings);
-    const auto destination =
-        askWhere([&] { return chooseDestination(request.format, request.baseName()); },
-                 "Export failed, nothing was saved: ");
+    const auto destination = askWhere([&] { return chooseDestination(request.format, baseName); },
+                                      "Export failed, nothing was saved: ");
     if (!destination) return false;
     std::vector<Chat> chats;
     for (const auto& source : request.sources) chats.push_back(source.chat);
@@ -189,11 +214,12 @@ bool Exports::startExport(const ExportRequest& request) {
         *database, model_.sourceChoice().sealedSnapshot(), nameFor, {}};
     return runJob(
         "Reading messages…",
-        [database, context, request, destination = *destination,
+        [database, context, request, destination = *destination, shape = std::move(shape),
          participants = participantNames(request.sources, nameFor)](const CancelFlag& cancel,
                                                                     const ProgressFn& progress) {
-            auto job = ExportJob::make(request, readWithCalls(*database, request.chatIDs(), cancel),
-                                       participants, database->sourceDescription());
+            auto job =
+                shape(ExportJob::make(request, readWithCalls(*database, request.chatIDs(), cancel),
+                                      participants, database->sourceDescription()));
             return qs(ExportPipeline::run(job, destination, context, cancel, progress).message);
         },
         "Export failed, nothing was saved: ");

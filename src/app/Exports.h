@@ -9,6 +9,7 @@
 #include <QString>
 
 #include "app/Background.h"
+#include "export/Exhibit.h"
 #include "export/ExportJob.h"
 #include "export/ExportPeriod.h"
 #include "export/Exporter.h"
@@ -72,6 +73,15 @@ public:
     void cancelExport();
     bool isExporting() const { return exporting_; }
 
+    // A fresh exhibit request over the flagged messages of the selected conversation, handed to
+    // the window through `exhibitRequested`.
+    void showExhibitBuilder();
+    // Reads the selected conversation whole, then runs the exhibit of its flagged messages
+    // through the same pipeline as every export.
+    void startExhibit(const ExhibitRequest& request);
+    // The number after the last Bates number used with `prefix` in the custody log.
+    static int64_t nextBatesNumber(const std::string& prefix);
+
     // The demo export folder without asking, else the user's choice; nothing when cancelled.
     // Never an existing file or folder.
     std::optional<std::filesystem::path> chooseDestination(RangeExportFormat format,
@@ -83,10 +93,14 @@ public:
 
 signals:
     void optionsRequested(const ExportRequest& request);
+    void exhibitRequested(const ExhibitRequest& request);
     // A line for the status, for problems outside a job.
     void statusReported(const QString& line);
 
 private:
+    // Asks where to and runs the request's export, shaped by `shape` (an exhibit, or as is).
+    bool runExport(const ExportRequest& request, const std::string& baseName,
+                   std::function<ExportJob(ExportJob)> shape);
     static ExportRequest dated(ExportRequest request, std::pair<Date, Date> range,
                                const std::optional<ExportPeriod>& period);
     // Runs `work` (giving the last line) on the job runner; a throw ends it with

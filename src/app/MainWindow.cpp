@@ -307,6 +307,12 @@ QWidget* MainWindow::makeSidebar() {
     column->addWidget(flagButton_);
     column->addWidget(noteEditor_);
     column->addWidget(saveNoteButton_);
+    exhibitButton_ = button("No Flagged Messages", evidence);
+    exhibitButton_->setObjectName("buildExhibit");
+    exhibitButton_->setEnabled(false);
+    connect(exhibitButton_, &QPushButton::clicked, this,
+            [this] { model_.exports().showExhibitBuilder(); });
+    column->addWidget(exhibitButton_);
     tabs->addTab(evidence, "Evidence");
     return tabs;
 }
@@ -469,6 +475,9 @@ void MainWindow::showEvidence() {
         }
     }
     shownFlags_ = model_.flags();
+    const bool anyFlagged = evidenceList_->count() > 0;
+    exhibitButton_->setEnabled(anyFlagged);
+    exhibitButton_->setText(anyFlagged ? "Build Exhibit…" : "No Flagged Messages");
     if (changed) transcriptView_->doItemsLayout();
     showSelectedMessage();
 }

@@ -93,6 +93,7 @@ private:
     QPushButton* flagButton_;
     QPlainTextEdit* noteEditor_;
     QPushButton* saveNoteButton_;
+    QPushButton* exhibitButton_;
     QLabel* statusText_;
     QProgressBar* progress_;
     QPushButton* cancelButton_;

@@ -18,6 +18,12 @@ constexpr std::string_view help =
     "Usage:\n"
     "  brindlecourt --export-html --chats 1,123 --title \"Name\" --out <folder>\n"
     "               [--from yyyy-mm-dd] [--to yyyy-mm-dd] [--format pdf|jpg]\n"
+    "               [--paper letter|a4] [--dpi 144|300]\n"
+    "               [--bates-prefix SMITH] [--bates-start N] [--bates-digits N]\n"
+    "  brindlecourt --export-html --exhibit --chats 1,123 --out <folder> [--label \"Exhibit A\"]\n"
+    "               [--context-before N] [--context-after N] [--redact TERM]...\n"
+    "               [--redact-contact-details] [--include-notes] [--no-certificate]\n"
+    "               [--format pdf|jpg] and the page options above\n"
     "  brindlecourt --export-html --snapshot [--chats 1,123] [--scope \"Label\"]\n"
     "  brindlecourt --export-html --verify-snapshots\n"
     "  brindlecourt --benchmark [--generate <messages>]\n"
@@ -28,12 +34,36 @@ constexpr std::string_view help =
     "  --version         print the program's version and build\n"
     "  --help            print this text\n";
 
-const std::set<std::string> optionsWithValue{"--chats", "--title",    "--out",
-                                             "--from",  "--to",       "--format",
-                                             "--scope", "--database", "--generate"};
-const std::set<std::string> flags{"--export-html", "--snapshot", "--verify-snapshots",
-                                  "--benchmark",   "--demo",     "--version",
-                                  "--help",        "-h"};
+const std::set<std::string> optionsWithValue{"--chats",
+                                             "--title",
+                                             "--out",
+                                             "--from",
+                                             "--to",
+                                             "--format",
+                                             "--scope",
+                                             "--database",
+                                             "--generate",
+                                             "--paper",
+                                             "--dpi",
+                                             "--bates-prefix",
+                                             "--bates-start",
+                                             "--bates-digits",
+                                             "--label",
+                                             "--context-before",
+                                             "--context-after",
+                                             "--redact"};
+const std::set<std::string> flags{"--export-html",
+                                  "--snapshot",
+                                  "--verify-snapshots",
+                                  "--benchmark",
+                                  "--demo",
+                                  "--version",
+                                  "--help",
+                                  "-h",
+                                  "--exhibit",
+                                  "--redact-contact-details",
+                                  "--include-notes",
+                                  "--no-certificate"};
 
 // The first argument that is neither a known option nor the value after one.
 std::optional<std::string> unknownOption(const Arguments& arguments) {

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "cli/DatabaseChoice.h"
+#include "cli/PageArguments.h"
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "custody/SnapshotTaking.h"
@@ -140,8 +141,16 @@ int CommandLineExport::run() {
     const auto to = day("--to");
     if (!from || !to) return 2;
     const std::string title = arguments_.value("--title").value_or("Messages");
-    const auto pages = rangeExportFormat::named(arguments_.value("--format").value_or(""));
+    const auto pageArguments = PageArguments::parse(arguments_, err_);
+    if (!pageArguments) return 2;
+    const bool exhibit = pageArguments->isExhibit;
+    const auto pages =
+        rangeExportFormat::named(arguments_.value("--format").value_or(exhibit ? "pdf" : ""));
     const bool paged = pages == RangeExportFormat::pdf || pages == RangeExportFormat::jpg;
+    if (exhibit && !paged) {
+        err_ << "error: --exhibit makes pdf or jpg pages\n";
+        return 2;
+    }
 
     std::unique_ptr<MessageDatabase> database;
     DatabaseChoice choice;
@@ -161,7 +170,7 @@ int CommandLineExport::run() {
             buildJob(*database, *ids, *from, *to, paged ? *pages : RangeExportFormat::html, title,
                      choice.description, nameFor);
         const ExportPipeline::Context context{*database, std::nullopt, nameFor, {}};
-        if (paged) return runPages(job, folder, context);
+        if (paged) return runPages(pageArguments->apply(job), folder, context);
         const auto outcome = ExportPipeline::run(job, folder, context, cancel_, phasesTo(err_));
         if (!outcome.filesKept()) return fail(outcome.message);
         reportHTML(outcome);
@@ -202,6 +211,9 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
     out_ << "Done.\n  " << (pdf ? "pdf:            " : "pages:          ") << destination.string()
          << "\n  messages:       " << job.messageCount()
          << "\n  pages:          " << outcome.pages->pages << "\n";
+    if (outcome.pages->batesFirst)
+        out_ << "  Bates:          " << *outcome.pages->batesFirst << " \u2013 "
+             << *outcome.pages->batesLast << "\n";
     if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
     out_ << "  custody log:    " << CustodyLog::url().string() << "\n";
     if (outcome.status == ExportOutcome::Status::savedNotLogged) err_ << outcome.message << "\n";

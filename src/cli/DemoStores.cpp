@@ -14,6 +14,28 @@ namespace bc::cli {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// The disputed promise of the sample conversation, flagged as a user would, so the sample
+// exhibit has something to show.
+EvidenceFlagMap sampleFlags(Date now) {
+    EvidenceFlagMap flags;
+    const auto flag = [&](int64_t row, const std::string& note) {
+        const std::string guid = "DEMO-MSG-" + std::to_string(row);
+        flags[guid] = {.guid = guid,
+                       .messageID = row,
+                       .chatID = 1,
+                       .note = note,
+                       .flaggedAt = now,
+                       .updatedAt = now};
+    };
+    flag(11, "The promise: $400 back by the 15th.");
+    flag(17, "Denies the date he set himself.");
+    return flags;
+}
+
+}  // namespace
+
 fs::path redirectStoresToDemo() {
     DemoData::setEnabled(true);
     const fs::path folder = DemoData::folder();
@@ -25,6 +47,7 @@ fs::path redirectStoresToDemo() {
     Preservation::setOverrideRoot(folder / "Snapshots");
     AttachmentWatch::location().setOverride(folder / "attachment-presence.json");
     EvidenceStore::location().setOverride(folder / "evidence.json");
+    if (!fs::exists(folder / "evidence.json")) EvidenceStore::save(sampleFlags(Clock::now()));
     TimelineEventStore::location().setOverride(folder / "events.json");
     const fs::path calls = folder / "CallHistory.storedata";
     DemoData::writeCallLog(calls, DemoData::sampleCalls(), Clock::now());

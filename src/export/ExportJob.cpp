@@ -434,7 +434,13 @@ ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destinat
                 .message = std::string("Export failed, nothing was saved: ") + e.what()};
     }
     written.keep();
-    if (rendered.pages) record.pageCount = rendered.pages->pages;
+    if (rendered.pages) {
+        record.pageCount = rendered.pages->pages;
+        // The next exhibit of the same production continues from the last number used.
+        if (rendered.pages->batesFirst && rendered.pages->batesLast)
+            record.options["Bates"] =
+                *rendered.pages->batesFirst + "\u2013" + *rendered.pages->batesLast;
+    }
     outcome.html = std::move(rendered.html);
     outcome.pages = rendered.pages;
     try {

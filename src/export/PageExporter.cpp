@@ -33,14 +33,8 @@ std::string cairoError(cairo_status_t status) {
     return cairo_status_to_string(status);
 }
 
-Message redactedCopy(const Message& message, const PageExporter::RedactFn& redact) {
-    Message copy = message;
-    copy.text = redact(copy.text);
-    for (EditVersion& version : copy.editHistory)
-        if (version.text) version.text = redact(*version.text);
-    for (RecoveredPart& part : copy.recoveredParts)
-        if (part.text) part.text = redact(*part.text);
-    return copy;
+void redactValues(std::map<int64_t, std::string>& texts, const Redactor& redactor) {
+    for (auto& entry : texts) entry.second = redactor.apply(entry.second);
 }
 
 // Pages that a reader of the finished file can open; 0 when it cannot be read at all.
@@ -114,6 +108,26 @@ struct PageExporter::Impl {
                                cancel);
     }
 
+    // A redacted exhibit must not name a redacted person anywhere on its pages: not in a sender
+    // line, the header, a note, a label, the footer or the certificate page.
+    void redactPrintedTexts() {
+        const Redactor& redactor = options.redactor;
+        for (Message& message : messages) message = message.redacted(redactor);
+        header.title = redactor.apply(header.title);
+        for (std::string& participant : header.participants)
+            participant = redactor.apply(participant);
+        header.rangeDescription = redactor.apply(header.rangeDescription);
+        sourceLabel = redactor.apply(sourceLabel);
+        if (options.exhibitLabel) options.exhibitLabel = redactor.apply(*options.exhibitLabel);
+        if (options.certificate) options.certificate = redactor.apply(*options.certificate);
+        redactValues(options.notes, redactor);
+        redactValues(options.chatLabels, redactor);
+        redactValues(options.machineText, redactor);
+        nameFor = [names = std::move(nameFor), redactor](const std::string& handle, bool isFromMe) {
+            return redactor.apply(names ? names(handle, isFromMe) : isFromMe ? "Me" : handle);
+        };
+    }
+
     static Result resultOf(const pages::Document& document) {
         const size_t pages = document.pageCount();
         return {static_cast<int>(pages), document.bates(0), document.bates(pages - 1)};
@@ -127,9 +141,7 @@ PageExporter::PageExporter(std::vector<Message> messages,
     : impl_(new Impl{std::move(messages), std::move(originals), std::move(header), paper,
                      std::move(nameFor), cancel, std::move(options), renderedAt,
                      std::move(sourceLabel)}) {
-    if (impl_->options.redactor)
-        for (Message& message : impl_->messages)
-            message = redactedCopy(message, impl_->options.redactor);
+    if (impl_->options.redactor.isActive()) impl_->redactPrintedTexts();
 }
 
 PageExporter::~PageExporter() = default;

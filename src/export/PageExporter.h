@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "export/Redactor.h"
 #include "model/Message.h"
 #include "support/CancelFlag.h"
 #include "support/Date.h"
@@ -43,15 +44,14 @@ public:
 
     // Display name for a sender: (handle, is-from-me).
     using NameFn = std::function<std::string(const std::string& handle, bool isFromMe)>;
-    // Replaces sensitive matches in a text; an empty function means no redaction.
-    using RedactFn = std::function<std::string(const std::string& text)>;
 
     struct Options {
         std::optional<std::string> exhibitLabel;
         std::optional<std::string> batesPrefix;
         int64_t batesStart = 1;
         int batesDigits = 6;
-        RedactFn redactor;
+        // When active, every text the pages print passes through it; photos are never redacted.
+        Redactor redactor;
         std::set<int64_t> highlighted;
         std::map<int64_t, std::string> notes;
         std::map<int64_t, int64_t> omittedBefore;

@@ -100,6 +100,8 @@ struct CallInfo {
     bool operator==(const CallInfo&) const = default;
 };
 
+class Redactor;
+
 struct Message {
     int64_t id = 0;
     std::string guid;
@@ -135,6 +137,9 @@ struct Message {
     // A row the source itself stores; merged call rows and the user's events are shown among
     // them but are not counted as messages.
     bool isRecordedMessage() const { return !isCall() && !isUserEvent(); }
+    // A copy whose text, edit-history texts and recovered-part texts are redacted; attachments and
+    // every other field stay as they are. Defined beside `Redactor`.
+    Message redacted(const Redactor& redactor) const;
 
     bool operator==(const Message&) const = default;
 };

@@ -12,6 +12,7 @@
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "support/Files.h"
+#include "support/Image.h"
 #include "support/Process.h"
 #include "testing/Testing.h"
 
@@ -297,6 +298,77 @@ TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
         return;
     }
     FAIL() << "every export finished before the termination request reached it";
+}
+
+std::string pdfText(const fs::path& pdf, int page) {
+    const std::string number = std::to_string(page);
+    return runProcess(
+               {.executable = "pdftotext",
+                .arguments = {"-f", number, "-l", number, "-enc", "UTF-8", pdf.string(), "-"}})
+        .standardOutput;
+}
+
+TEST_F(CommandLine, PageOptionsAreCheckedBeforeAnythingIsTouched) {
+    const std::vector<std::string> export_{"--export-html", "--demo", "--chats", "1", "--out", "x"};
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
+        {{"--paper", "legal"}, "error: --paper must be letter or a4, got \"legal\"\n"},
+        {{"--dpi", "200"}, "error: --dpi must be 144 or 300, got \"200\"\n"},
+        {{"--bates-start", "-3"},
+         "error: --bates-start must be a whole number of at least 0, got \"-3\"\n"},
+        {{"--bates-digits", "six"},
+         "error: --bates-digits must be a whole number of at least 1, got \"six\"\n"},
+        {{"--exhibit", "--context-after", "2x"},
+         "error: --context-after must be a whole number of at least 0, got \"2x\"\n"},
+        {{"--exhibit", "--format", "html"}, "error: --exhibit makes pdf or jpg pages\n"},
+    };
+    for (const auto& [options, message] : cases) {
+        std::vector<std::string> arguments = export_;
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const auto result = run(arguments);
+        EXPECT_EQ(result.exitStatus, 2) << options.front();
+        EXPECT_EQ(result.standardError, message);
+    }
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(dir_.path()), {}), 2)
+        << "nothing but the empty home and tmp folders";
+}
+
+TEST_F(CommandLine, ExhibitOfTheSampleFlagsIsNumberedRedactedAndLogged) {
+    const auto result = run({"--export-html", "--demo", "--exhibit", "--chats", "1",
+                             "--bates-prefix", "SMITH", "--redact", "Movers", "--include-notes",
+                             "--context-before", "1", "--context-after", "1", "--out", "one"});
+    ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+    const fs::path pdf = dir_ / "one" / "Flagged messages.pdf";
+    const std::string first = pdfText(pdf, 1);
+    EXPECT_NE(first.find("SMITH000001"), std::string::npos) << first;
+    EXPECT_NE(first.find("Exhibit A"), std::string::npos);
+    EXPECT_NE(first.find("not included in this exhibit"), std::string::npos) << first;
+    EXPECT_NE(first.find("The promise: $400 back by the 15th."), std::string::npos) << first;
+    const std::string all = pdfText(pdf, 0) + files::readFile(demoFolder() / "custody-log.jsonl");
+    EXPECT_EQ(all.find("movers"), std::string::npos);
+    EXPECT_EQ(all.find("Movers"), std::string::npos);
+    EXPECT_NE(result.standardOutput.find("  Bates:          SMITH000001 \u2013 SMITH"),
+              std::string::npos)
+        << result.standardOutput;
+
+    // Page images of an ordinary export continue the same production where the exhibit ended.
+    const auto next =
+        run({"--export-html", "--demo", "--chats", "1", "--format", "jpg", "--dpi", "144",
+             "--paper", "a4", "--bates-prefix", "SMITH", "--bates-digits", "4", "--out", "two"});
+    ASSERT_EQ(next.exitStatus, 0) << next.standardError;
+    const auto records = custodyRecords(demoFolder() / "custody-log.jsonl");
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].action, "exhibit");
+    EXPECT_EQ(records[0].options.at("Redaction"), "1 term; the unredacted record is unchanged");
+    EXPECT_EQ(records[0].options.at("Context"), "1 before, 1 after");
+    const std::string firstRange = records[0].options.at("Bates");
+    const int64_t lastPage = std::stoll(firstRange.substr(firstRange.rfind("SMITH") + 5));
+    EXPECT_EQ(lastPage, *records[0].pageCount);
+    EXPECT_TRUE(records[1].options.at("Bates").starts_with(
+        "SMITH" + std::string(lastPage + 1 < 10 ? "000" : "00") + std::to_string(lastPage + 1)))
+        << records[1].options.at("Bates");
+    // 595 × 842 points at 144 dpi.
+    const auto page = image::load(dir_ / "two" / "page-1.jpg");
+    EXPECT_EQ(std::pair(page.width, page.height), std::pair(1190, 1684));
 }
 
 }  // namespace

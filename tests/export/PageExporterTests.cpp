@@ -345,12 +345,7 @@ TEST(PageExporterRedaction, RedactsTextRepliesAndSaysSoInTheFooter) {
     reply.editHistory = {{0, testing::pagesTestDate(), "secret draft"}};
     reply.isEdited = true;
     PageExporter::Options options;
-    options.redactor = [](const std::string& text) {
-        std::string out = text;
-        for (size_t at = out.find("secret"); at != std::string::npos; at = out.find("secret"))
-            out.replace(at, 6, "██████");
-        return out;
-    };
+    options.redactor = Redactor({"secret"}, false);
     makeExporter({.messages = {textMessage(1, "a secret plan"), reply},
                   .originals = {{"guid-1", textMessage(1, "a secret plan")}},
                   .options = options},

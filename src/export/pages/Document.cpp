@@ -88,7 +88,7 @@ std::string Document::footerText(size_t page, size_t pageCount) const {
     std::string text = "Rendered from " + content_.sourceLabel + " on " +
                        exactTimeFormatter().format(content_.renderedAt) +
                        ". “#” = message record ID.";
-    if (content_.options.redactor) text += " Contains redactions (█).";
+    if (content_.options.redactor.isActive()) text += " Contains redactions (█).";
     return text + " Page " + std::to_string(page + 1) + " of " + std::to_string(pageCount) + ".";
 }
 

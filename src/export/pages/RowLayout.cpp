@@ -247,8 +247,7 @@ std::string RowMeasurer::replyLine(const std::string& targetGUID) const {
     const auto* target = find(sources_.originals, targetGUID);
     if (target == nullptr) return "↩︎ Reply to a message not found in these conversations";
     // Replies point into the unredacted record: the excerpt must not undo the redaction.
-    const auto& redact = sources_.options.redactor;
-    const std::string text = redact ? redact(target->text) : target->text;
+    const std::string text = sources_.options.redactor.apply(target->text);
     return "↩︎ Reply to " + senderName(*target) + ": “" + excerpt(text, replyExcerptLength) +
            "”";
 }
