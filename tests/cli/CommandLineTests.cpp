@@ -309,15 +309,17 @@ TEST_F(CommandLine, OddDatabaseFilesAreRefusedInOneSentenceAndNothingIsWritten) 
     DemoData::writeMessagesDatabase(odd / "truncated.db", Clock::now());
     fs::resize_file(odd / "truncated.db", 3 * fs::file_size(odd / "truncated.db") / 4);
     sqlite::Connection(odd / "nochat.db", sqlite::OpenMode::readWriteCreate)
-        .execute("CREATE TABLE message (ROWID INTEGER PRIMARY KEY, date INTEGER)");
+        .execute(
+            "CREATE TABLE message (ROWID INTEGER PRIMARY KEY, date INTEGER);"
+            "CREATE TABLE chat_message_join (chat_id INTEGER, message_id INTEGER);");
     const std::vector<std::pair<std::string, std::string>> cases{
         {"empty.db", "Couldn't open the Messages database “%”: no such table: message"},
         {"text.db", "Couldn't open the Messages database “%”: file is not a database"},
         {"truncated.db",
-         "Couldn't read the Messages database “%”: database disk image is malformed"},
+         "Couldn't open the Messages database “%”: database disk image is malformed"},
         {"nochat.db", "Couldn't read the Messages database “%”: no such table: chat"},
         {"absent.db", "Couldn't open the Messages database “%”: unable to open database file"},
-        {"folder.db", "Couldn't open the Messages database “%”: unable to open database file"},
+        {"folder.db", "Couldn't open the Messages database “%”: disk I/O error"},
     };
     const auto before = testing::folderState(odd);
     for (const auto& [name, sentence] : cases) {
