@@ -144,8 +144,9 @@ QString AppModel::sourceText() const {
         return qs(sourceChoice_.snapshot->id) +
                " (sealed, read-only): " + qs(sourceChoice_.snapshot->scope);
     const QString where = qs(source_->path());
-    return sourceKind_ == SourceKind::live ? "Messages on this Mac (live, read-only): " + where
-                                           : "Messages database file (read-only): " + where;
+    return sourceKind_ == SourceKind::live
+               ? "Messages on " + QString(thisMachine) + " (live, read-only): " + where
+               : "Messages database file (read-only): " + where;
 }
 
 // ---- sources

@@ -23,6 +23,7 @@
 #include "model/Message.h"
 #include "model/TimelineEvent.h"
 #include "support/CancelFlag.h"
+#include "support/Machine.h"
 
 namespace bc {
 class MessageDatabase;
@@ -58,7 +59,8 @@ public:
     static constexpr const char* demoBanner =
         "Demo mode: sample data only. Nothing here is real, and nothing is saved to your "
         "Brindlecourt data.";
-    static constexpr const char* evictionHeading = "Attachments were removed from this Mac";
+    inline static const QString evictionHeading =
+        QString("Attachments were removed from ") + thisMachine;
     static constexpr const char* evictionAdvice =
         "Let Messages download the files again. Click Check Again here, then seal a snapshot. "
         "Anything still missing is listed in the snapshot's missing-attachments.csv.";

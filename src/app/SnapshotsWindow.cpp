@@ -13,6 +13,7 @@
 #include "app/QtText.h"
 #include "app/Snapshots.h"
 #include "support/DateFormat.h"
+#include "support/Machine.h"
 
 namespace bc::app {
 
@@ -23,7 +24,7 @@ constexpr int idRole = Qt::UserRole + 1;
 QString attachmentsText(const SnapshotInfo& snapshot) {
     QString text = QString::number(snapshot.attachmentsCopied) + " preserved";
     if (snapshot.attachmentsMissing > 0)
-        text += ", " + QString::number(snapshot.attachmentsMissing) + " not on this Mac";
+        text += ", " + QString::number(snapshot.attachmentsMissing) + " not on " + thisMachine;
     if (snapshot.attachmentsFailed > 0)
         text += ", " + QString::number(snapshot.attachmentsFailed) + " could not be read";
     return text;

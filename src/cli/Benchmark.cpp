@@ -1,5 +1,6 @@
 #include "cli/Benchmark.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include "cli/DatabaseChoice.h"
 #include "evidence/Timeline.h"
 #include "sources/demo/LargeSample.h"
+#include "support/Machine.h"
 
 namespace bc::cli {
 
@@ -26,10 +28,26 @@ auto timed(std::ostream& out, const char* name, Work&& work) {
     return result;
 }
 
+// "1 day", "2 days".
+std::string counted(size_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 std::string timelineLine(const Timeline& timeline) {
-    return "  timeline: " + std::to_string(timeline.days.size()) + " days in " +
-           std::to_string(timeline.roots.size()) + " years, " +
-           std::to_string(timeline.nodesByID.size()) + " nodes";
+    return "  timeline: " + counted(timeline.days.size(), "day") + " in " +
+           counted(timeline.roots.size(), "year") + ", " +
+           counted(timeline.nodesByID.size(), "node");
+}
+
+// "  rows: 190139 (messages 180278, calls 0, reaction events 9861)"
+std::string rowsLine(const Transcript& transcript) {
+    const auto calls =
+        static_cast<size_t>(std::count_if(transcript.messages.begin(), transcript.messages.end(),
+                                          [](const Message& m) { return m.isCall(); }));
+    const size_t reactions = transcript.reactionEvents.size();
+    return "  rows: " + std::to_string(transcript.messages.size() + reactions) + " (messages " +
+           std::to_string(transcript.messages.size() - calls) + ", calls " + std::to_string(calls) +
+           ", reaction events " + std::to_string(reactions) + ")";
 }
 
 }  // namespace
@@ -55,8 +73,7 @@ int Benchmark::run() {
     }
     std::unique_ptr<MessageDatabase> database;
     try {
-        database =
-            timed(out_, "open database", [&] { return std::make_unique<MessageDatabase>(path); });
+        database = timed(out_, "open database", [&] { return openMessagesDatabase(path); });
     } catch (const std::exception& e) {
         err_ << "error: " << e.what() << "\n";
         return 1;
@@ -72,12 +89,7 @@ int Benchmark::run() {
             largest ? std::vector<int64_t>{largest->id} : std::vector<int64_t>{};
         const auto transcript = timed(out_, "largest conversation transcript",
                                       [&] { return database->fetchTranscript(ids); });
-        const auto calls = std::count_if(transcript.messages.begin(), transcript.messages.end(),
-                                         [](const Message& m) { return m.isCall(); });
-        out_ << "  rows: " << transcript.messages.size() << " messages, "
-             << "messages: " << (static_cast<int64_t>(transcript.messages.size()) - calls)
-             << ", calls: " << calls << " calls), reactions: " << transcript.reactionEvents.size()
-             << "\n";
+        out_ << rowsLine(transcript) << "\n";
         const auto timeline =
             timed(out_, "timeline for it", [&] { return Timeline(transcript.messages); });
         out_ << timelineLine(timeline) << "\n";
@@ -101,7 +113,8 @@ int Benchmark::run() {
                 found += std::filesystem::exists(file, error);
             return found;
         });
-        out_ << "  attachments: " << attachments.size() << ", on this Mac: " << present << "\n";
+        out_ << "  attachments: " << attachments.size() << ", on " << thisMachine << ": " << present
+             << "\n";
         return 0;
     } catch (const std::exception& e) {
         err_ << "error: " << e.what() << "\n";

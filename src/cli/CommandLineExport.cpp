@@ -15,6 +15,7 @@
 #include "support/Calendar.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
+#include "support/Machine.h"
 #include "support/Uuid.h"
 
 namespace bc::cli {
@@ -169,12 +170,15 @@ int CommandLineExport::run() {
         const ExportJob job =
             buildJob(*database, *ids, *from, *to, paged ? *pages : RangeExportFormat::html, title,
                      choice.description, nameFor);
+        if (job.transcript.callLogIssue) err_ << *job.transcript.callLogIssue << "\n";
         const ExportPipeline::Context context{*database, std::nullopt, nameFor, {}};
         if (paged) return runPages(pageArguments->apply(job), folder, context);
         const auto outcome = ExportPipeline::run(job, folder, context, cancel_, phasesTo(err_));
         if (!outcome.filesKept()) return fail(outcome.message);
         reportHTML(outcome);
         return outcome.status == ExportOutcome::Status::saved ? 0 : 1;
+    } catch (const DBError& e) {
+        return fail(choice.readFailure(e));
     } catch (const std::exception& e) {
         return fail(e.what());
     }
@@ -185,8 +189,8 @@ void CommandLineExport::reportHTML(const ExportOutcome& outcome) {
     out_ << "Done.\n  page:           " << summary.htmlURL.string()
          << "\n  messages:       " << summary.messages
          << "\n  attachments:    " << summary.attachmentsCopied << " copied, "
-         << summary.attachmentsMissing.size()
-         << " not on this Mac\n  hash mismatches: " << summary.hashMismatches
+         << summary.attachmentsMissing.size() << " not on " << thisMachine
+         << "\n  hash mismatches: " << summary.hashMismatches
          << "\n  previews:       " << summary.previewsMade << "\n";
     if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
     out_ << "  custody log:    " << CustodyLog::url().string() << "\n";
@@ -234,8 +238,9 @@ int CommandLineExport::snapshot() {
         const SnapshotInfo& info = taken.info;
         out_ << "Done. Everything stored at " << Preservation::folder(info).string()
              << "\n  attachments: " << info.attachmentsCopied << " copied, "
-             << info.attachmentsMissing << " not on this Mac, " << info.attachmentsFailed
-             << " failed\n  chat.db SHA-256: " << info.databaseSHA256 << "\n";
+             << info.attachmentsMissing << " not on " << thisMachine << ", "
+             << info.attachmentsFailed << " failed\n  chat.db SHA-256: " << info.databaseSHA256
+             << "\n";
         if (taken.custodyFailure) return fail(taken.statusLine());
         return 0;
     } catch (const std::exception& e) {

@@ -4,6 +4,22 @@
 
 namespace bc::cli {
 
+namespace {
+
+std::string quoted(const std::filesystem::path& path) {
+    return "\u201C" + path.string() + "\u201D";
+}
+
+}  // namespace
+
+std::unique_ptr<MessageDatabase> openMessagesDatabase(const std::filesystem::path& path) {
+    try {
+        return std::make_unique<MessageDatabase>(path);
+    } catch (const DBError& error) {
+        throw Error("Couldn't open the Messages database " + quoted(path) + ": " + error.text());
+    }
+}
+
 DatabaseChoice DatabaseChoice::from(const Arguments& arguments) {
     if (arguments.contains("--demo"))
         return {redirectStoresToDemo(), "the generated sample Messages database (demo mode)"};
@@ -15,7 +31,11 @@ DatabaseChoice DatabaseChoice::from(const Arguments& arguments) {
 }
 
 std::unique_ptr<MessageDatabase> DatabaseChoice::open() const {
-    return std::make_unique<MessageDatabase>(path);
+    return openMessagesDatabase(path);
+}
+
+std::string DatabaseChoice::readFailure(const DBError& error) const {
+    return "Couldn't read the Messages database " + quoted(path) + ": " + error.text();
 }
 
 }  // namespace bc::cli

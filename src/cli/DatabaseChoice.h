@@ -6,6 +6,7 @@
 
 #include "cli/Arguments.h"
 #include "sources/MessageDatabase.h"
+#include "support/Errors.h"
 
 namespace bc::cli {
 
@@ -17,8 +18,14 @@ struct DatabaseChoice {
 
     // Call only once the arguments are known to be valid: demo mode writes its sample files.
     static DatabaseChoice from(const Arguments& arguments);
-    // Read-only. Throws DBError.
+    // Read-only. Throws Error naming the file, then the engine's words.
     std::unique_ptr<MessageDatabase> open() const;
+    // The sentence for a database that opened but could not be read through.
+    std::string readFailure(const DBError& error) const;
 };
+
+// The Messages database at `path`, read-only. Throws Error: "Couldn't open the Messages database
+// “path”: " + the engine's words.
+std::unique_ptr<MessageDatabase> openMessagesDatabase(const std::filesystem::path& path);
 
 }  // namespace bc::cli

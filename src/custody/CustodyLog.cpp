@@ -12,9 +12,12 @@
 #include <mutex>
 
 #include "model/MessageSource.h"
+#include "sources/demo/DemoData.h"
 #include "support/Errors.h"
 #include "support/Files.h"
+#include "support/Machine.h"
 #include "support/Sha256.h"
+#include "support/Sqlite.h"
 #include "support/Text.h"
 
 namespace bc {
@@ -562,17 +565,12 @@ std::vector<CustodyRecord::Output> CustodyLog::outputs(const fs::path& product) 
 
 namespace {
 
-#ifdef __APPLE__
-constexpr const char* thisMachine = "this Mac";
-#else
-constexpr const char* thisMachine = "this computer";
-#endif
-
 constexpr const char* unreadableHash = "unreadable";
 
-// Hashes the database and its write-ahead log when one is beside it; returns the names of the
-// files that could not be read.
-std::vector<std::string> hashDatabase(const fs::path& database, CustodyRecord::Source& source) {
+// Hashes the database and, when `withLog` and one is beside it, its write-ahead log; returns the
+// names of the files that could not be read.
+std::vector<std::string> hashDatabase(const fs::path& database, bool withLog,
+                                      CustodyRecord::Source& source) {
     std::vector<std::string> unreadable;
     const auto hashOf = [&](const fs::path& file) -> std::string {
         try {
@@ -583,22 +581,23 @@ std::vector<std::string> hashDatabase(const fs::path& database, CustodyRecord::S
         }
     };
     source.databaseSHA256 = hashOf(database);
-    fs::path wal = database;
-    wal += "-wal";
+    const fs::path wal = sqlite::writeAheadLog(database);
     std::error_code error;
-    if (fs::exists(wal, error)) source.walSHA256 = hashOf(wal);
+    if (withLog && fs::exists(wal, error)) source.walSHA256 = hashOf(wal);
     return unreadable;
 }
 
 std::string liveKind(const MessageSource& database) {
     if (!database.isLive()) return "files";
-    return database.service() == MessageService::whatsApp ? "whatsapp-live" : "live";
+    if (database.service() == MessageService::whatsApp) return "whatsapp-live";
+    // In demo mode the live source is the generated sample, and the record must say so.
+    return DemoData::isEnabled() ? "demo" : "live";
 }
 
 CustodyRecord::Source databaseSource(const MessageSource& database) {
     const fs::path path = fs::absolute(database.path());
     CustodyRecord::Source source{.kind = liveKind(database), .path = path.string()};
-    const auto unreadable = hashDatabase(path, source);
+    const auto unreadable = hashDatabase(path, database.walPredatesOpening(), source);
     if (!unreadable.empty()) {
         std::string names;
         for (const auto& name : unreadable) names += (names.empty() ? "" : " and ") + name;
@@ -611,7 +610,7 @@ CustodyRecord::Source snapshotSource(const CustodyLog::SealedSnapshot& snapshot)
     const fs::path path = fs::absolute(snapshot.folder / "chat.db");
     CustodyRecord::Source source{
         .kind = "snapshot", .path = path.string(), .snapshotID = snapshot.id};
-    hashDatabase(path, source);
+    hashDatabase(path, true, source);
     source.note =
         source.databaseSHA256 == snapshot.databaseSHA256
             ? "Matches the SHA-256 recorded when the snapshot was sealed."
@@ -631,6 +630,7 @@ std::string CustodyLog::describe(std::string_view kind,
                                  const std::optional<std::string>& snapshotID) {
     if (kind == "live") return std::string("Live Messages database on ") + thisMachine;
     if (kind == "snapshot") return "Preservation snapshot " + snapshotID.value_or("");
+    if (kind == "demo") return "Sample Messages database generated for demo mode";
     if (kind == "whatsapp-live")
         return std::string("WhatsApp for Mac database on ") + thisMachine + " (read live)";
     if (kind == "whatsapp-database-import") return "Imported WhatsApp database (sealed on import)";

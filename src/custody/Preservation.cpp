@@ -17,6 +17,7 @@
 #include "support/DateFormat.h"
 #include "support/Errors.h"
 #include "support/Files.h"
+#include "support/Machine.h"
 #include "support/Sha256.h"
 #include "support/Text.h"
 #include "support/Uuid.h"
@@ -555,8 +556,9 @@ CustodyRecord Preservation::custodyRecord(const SnapshotInfo& snapshot, MessageS
     record.rangeDescription = "Everything stored when the snapshot was taken";
     record.messageCount = snapshot.messageRows.value_or(0);
     record.attachmentCount = snapshot.attachmentsCopied;
-    record.options = {{"Attachments not on this Mac", count(snapshot.attachmentsMissing)},
-                      {"Attachments that failed", count(snapshot.attachmentsFailed)}};
+    record.options = {
+        {std::string("Attachments not on ") + thisMachine, count(snapshot.attachmentsMissing)},
+        {"Attachments that failed", count(snapshot.attachmentsFailed)}};
     record.source = live.custodySource();
     record.outputs = custodyOutputs(snapshot);
     record.system = custodySystemInfo::current();
@@ -578,8 +580,8 @@ std::string Preservation::readme(const SnapshotInfo& info) {
     text += "Database:       chat.db, SHA-256 " + info.databaseSHA256 + "\n";
     text +=
         "Attachments:    " + count(info.attachmentsCopied) + " copied and verified by SHA-256\n";
-    text += indent + count(info.attachmentsMissing) +
-            " listed in the database but not stored on this Mac (e.g. iCloud-only)" +
+    text += indent + count(info.attachmentsMissing) + " listed in the database but not stored on " +
+            thisMachine + " (e.g. iCloud-only)" +
             (info.attachmentsMissing > 0 ? "; listed in missing-attachments.csv" : "") + "\n";
     text += indent + count(info.attachmentsFailed) + " could not be read\n";
     text += "Made on:        " + info.app.model + ", " + systemPrefix + info.app.macOS + ", by " +

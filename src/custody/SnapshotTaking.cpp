@@ -3,6 +3,7 @@
 #include "custody/CustodyLog.h"
 #include "sources/MessageDatabase.h"
 #include "support/Errors.h"
+#include "support/Machine.h"
 
 namespace bc {
 
@@ -14,7 +15,7 @@ std::string TakenSnapshot::statusLine() const {
                        std::to_string(info.attachmentsCopied) +
                        " attachments preserved and verified";
     if (info.attachmentsMissing > 0)
-        line += ", " + std::to_string(info.attachmentsMissing) + " not on this Mac";
+        line += ", " + std::to_string(info.attachmentsMissing) + " not on " + thisMachine;
     if (info.attachmentsFailed > 0)
         line += ", " + std::to_string(info.attachmentsFailed) + " could not be read";
     return line + ". Logged in the custody log.";

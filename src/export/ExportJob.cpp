@@ -12,6 +12,7 @@
 #include "support/DateFormat.h"
 #include "support/Files.h"
 #include "support/Json.h"
+#include "support/Machine.h"
 #include "support/Uuid.h"
 
 namespace bc {
@@ -153,6 +154,8 @@ ExportJob ExportJob::make(const ExportRequest& request, Transcript transcript,
     for (const auto& event : transcript.reactionEvents)
         if (HTMLExporter::inRange(event.date, job.from, job.to))
             job.reactionEvents.push_back(event);
+    // Calls that could not be read are no silent gap: the record and its certificate say why.
+    if (transcript.callLogIssue) job.recordOptions.emplace("Calls", *transcript.callLogIssue);
     job.transcript = std::move(transcript);
     return job;
 }
@@ -258,7 +261,8 @@ Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                                  .participants = job.participants,
                                  .from = job.from,
                                  .to = job.to,
-                                 .sourceDescription = job.sourceDescription},
+                                 .sourceDescription = job.sourceDescription,
+                                 .callLogIssue = job.transcript.callLogIssue},
                                 context.nameFor, job.transcript.messages, context.machineText);
     const fs::path building = files::temporarySibling(destination);
     written.add(building);
@@ -277,7 +281,7 @@ Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                        quoted(destination);
     if (!summary.attachmentsMissing.empty())
         text += ". " + std::to_string(summary.attachmentsMissing.size()) +
-                " attachments aren't stored on this Mac (marked in the page).";
+                " attachments aren't stored on " + thisMachine + " (marked in the page).";
     if (!summary.attachmentsFailed.empty())
         text += " " + std::to_string(summary.attachmentsFailed.size()) +
                 " attachments could not be copied (listed in attachments.csv).";

@@ -26,6 +26,7 @@ public:
         std::vector<std::string> participants;
         std::optional<Date> from, to;  // absent: the whole conversation
         std::string sourceDescription;
+        std::optional<std::string> callLogIssue;  // why calls could not be merged in
     };
 
     struct Summary {

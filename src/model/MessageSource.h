@@ -28,6 +28,9 @@ public:
     // Changes whenever the content changes; the application reloads when it does.
     virtual std::string changeSignature() = 0;
     virtual CustodyRecord::Source custodySource() = 0;
+    // Whether the write-ahead log beside the file ("-wal") was there before the source opened it.
+    // One that appeared only then is the reader's own doing and no part of the record.
+    virtual bool walPredatesOpening() const { return true; }
 
     std::vector<Message> fetchMessages(int64_t chatID) {
         return fetchTranscript({chatID}).messages;

@@ -6,7 +6,6 @@
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"
-#include "support/Uuid.h"
 
 namespace bc {
 
@@ -17,41 +16,6 @@ namespace {
 // iOS stores phone numbers and e-mail addresses in one table, told apart by this code.
 constexpr int64_t iosPhoneProperty = 3;
 constexpr int64_t iosEmailProperty = 4;
-
-// A throw-away folder holding copies of a database and its companions; removed when done.
-class PrivateCopy {
-public:
-    PrivateCopy() : folder_(fs::temp_directory_path() / ("brindlecourt-contacts-" + newUUID())) {
-        fs::create_directories(folder_);
-    }
-    ~PrivateCopy() {
-        try {
-            files::removeAll(folder_);
-        } catch (...) {
-            // A leftover temporary folder is not worth failing the read for.
-        }
-    }
-    PrivateCopy(const PrivateCopy&) = delete;
-    PrivateCopy& operator=(const PrivateCopy&) = delete;
-
-    // Copies the file and, when present, its write-ahead log; returns the copy's path.
-    fs::path add(const fs::path& database) {
-        const fs::path copy = folder_ / database.filename();
-        copyWritable(database, copy);
-        const fs::path wal = database.string() + "-wal";
-        if (fs::exists(wal)) copyWritable(wal, copy.string() + "-wal");
-        return copy;
-    }
-
-private:
-    // Originals may be read-only; SQLite wants to manage the copy's log and index beside it.
-    static void copyWritable(const fs::path& from, const fs::path& to) {
-        fs::copy_file(from, to);
-        fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add);
-    }
-
-    fs::path folder_;
-};
 
 // "a, NULL, c": a column this schema lacks reads as NULL instead of failing the statement.
 std::string columnsOrNull(sqlite::Connection& db, const std::string& table,
@@ -145,11 +109,11 @@ std::vector<ContactCard> readMac(sqlite::Connection& db, const fs::path& origina
 
 // Thumbnails of an iPhone live in a second database beside the first.
 // Photos are extras: when this file is missing or unreadable the names still count.
-void addIOSThumbnails(const fs::path& original, PrivateCopy& copies, CardsByRecord& cards) {
+void addIOSThumbnails(const fs::path& original, CardsByRecord& cards) {
     const fs::path images = original.parent_path() / "AddressBookImages.sqlitedb";
     if (!fs::is_regular_file(images)) return;
     try {
-        sqlite::Connection db(copies.add(images), sqlite::OpenMode::readOnly);
+        sqlite::Connection db(images, sqlite::OpenMode::readOnlyUntouched);
         if (!db.tableExists("ABThumbnailImage")) return;
         auto rows =
             db.prepare("SELECT record_id, data FROM ABThumbnailImage ORDER BY record_id, format");
@@ -165,8 +129,7 @@ void addIOSThumbnails(const fs::path& original, PrivateCopy& copies, CardsByReco
     }
 }
 
-std::vector<ContactCard> readIOS(sqlite::Connection& db, const fs::path& original,
-                                 PrivateCopy& copies) {
+std::vector<ContactCard> readIOS(sqlite::Connection& db, const fs::path& original) {
     CardsByRecord cards;
     auto people = db.prepare(
         "SELECT ROWID, " +
@@ -192,7 +155,7 @@ std::vector<ContactCard> readIOS(sqlite::Connection& db, const fs::path& origina
             if (values.int64(1) == iosEmailProperty) card->second.emails.push_back(value);
         }
     }
-    addIOSThumbnails(original, copies, cards);
+    addIOSThumbnails(original, cards);
     return inRecordOrder(cards);
 }
 
@@ -202,11 +165,10 @@ std::vector<ContactCard> AddressBookDatabase::read(const fs::path& database) {
     const std::string failure =
         "Couldn't read the contacts in “" + database.filename().string() + "”: ";
     try {
-        PrivateCopy copies;
-        sqlite::Connection db(copies.add(database), sqlite::OpenMode::readOnly);
+        sqlite::Connection db(database, sqlite::OpenMode::readOnlyUntouched);
         db.setBusyTimeout(10000);
         if (db.tableExists("ZABCDRECORD")) return readMac(db, database);
-        if (db.tableExists("ABPerson")) return readIOS(db, database, copies);
+        if (db.tableExists("ABPerson")) return readIOS(db, database);
         throw Error(failure + "it is not a Contacts database this program knows");
     } catch (const DBError& error) {
         throw Error(failure + error.text());

@@ -8,9 +8,9 @@
 namespace bc {
 
 // Contacts read straight from the databases the Contacts app keeps: the Mac's
-// AddressBook-v22.abcddb and an iPhone's AddressBook.sqlitedb (from a backup). Each is read on a
-// private copy of the file and its write-ahead log, so recent edits held only in the log are seen
-// and the original is never opened.
+// AddressBook-v22.abcddb and an iPhone's AddressBook.sqlitedb (from a backup). Each is read so
+// that nothing beside it changes, recent edits held only in its write-ahead log included (see
+// sqlite::OpenMode::readOnlyUntouched).
 class AddressBookDatabase {
 public:
     // Throws bc::Error naming the file when it cannot be copied, opened or is no Contacts database.

@@ -156,9 +156,12 @@ std::optional<fs::path> CallHistory::path(const MessageSource& database) {
 }
 
 std::vector<CallInfo> CallHistory::readAll(const fs::path& path) {
+    // The Mac's own log is read as the system shares it; a file named instead is left untouched.
+    const auto mode = samePath(path, defaultPath()) ? sqlite::OpenMode::readOnly
+                                                    : sqlite::OpenMode::readOnlyUntouched;
     std::optional<sqlite::Connection> db;
     try {
-        db.emplace(path, sqlite::OpenMode::readOnly);
+        db.emplace(path, mode);
     } catch (const DBError& error) {
         throw CallHistoryError(1, "Couldn't open the call log: " + error.text());
     }
@@ -197,7 +200,7 @@ std::string CallHistory::normalize(std::string_view address) {
 
 CallHistory::Stamp CallHistory::stampOf(const fs::path& path) {
     Stamp stamp;
-    for (const fs::path& file : {path, fs::path(path.string() + "-wal")}) {
+    for (const fs::path& file : {path, sqlite::writeAheadLog(path)}) {
         std::error_code error;
         const auto modified = fs::last_write_time(file, error);
         stamp.push_back(error ? std::nullopt : std::optional(modified));

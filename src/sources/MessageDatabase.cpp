@@ -96,6 +96,11 @@ messages::StoredRow storedRow(const sqlite::Statement& row) {
     };
 }
 
+bool isPresent(const fs::path& file) {
+    std::error_code error;
+    return fs::exists(file, error);
+}
+
 template <typename Value>
 std::vector<Value> takeFor(std::unordered_map<int64_t, std::vector<Value>>& byMessage,
                            int64_t messageID) {
@@ -126,9 +131,13 @@ MessageDatabase::MessageDatabase(const fs::path& path, bool immutable, PathMappe
     : pathMapper_(std::move(pathMapper)),
       sealed_(std::move(sealed)),
       path_(path),
-      immutable_(immutable) {
-    db_ = std::make_unique<sqlite::Connection>(
-        path, immutable ? sqlite::OpenMode::readOnlyImmutable : sqlite::OpenMode::readOnly);
+      immutable_(immutable),
+      walPredatesOpening_(isPresent(sqlite::writeAheadLog(path))) {
+    // Only the live database is read in place, as Messages itself shares it with its readers.
+    const auto mode = immutable  ? sqlite::OpenMode::readOnlyImmutable
+                      : isLive() ? sqlite::OpenMode::readOnly
+                                 : sqlite::OpenMode::readOnlyUntouched;
+    db_ = std::make_unique<sqlite::Connection>(path, mode);
     db_->setBusyTimeout(busyTimeoutMilliseconds);
     probeAccess();
 }

@@ -33,6 +33,8 @@ public:
     using PathMapper = std::function<std::string(const std::string& path, int64_t attachmentID)>;
 
     // immutable: open as a "file:…?immutable=1" URI (sealed copies: never locked or journalled).
+    // Otherwise the live database is opened by its plain path, and any other file so that
+    // nothing beside it is created or changed (see sqlite::OpenMode::readOnlyUntouched).
     // sealed: the snapshot this file belongs to, named as the custody source.
     explicit MessageDatabase(const std::filesystem::path& path, bool immutable = false,
                              PathMapper pathMapper = {},
@@ -52,6 +54,7 @@ public:
     std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
     std::string changeSignature() override;
     CustodyRecord::Source custodySource() override;
+    bool walPredatesOpening() const override { return walPredatesOpening_; }
     // A number that differs between two calls exactly when another connection committed a change
     // in between: tells whether two separate reads saw the same state of the database.
     int64_t dataVersion();
@@ -98,6 +101,7 @@ private:
     std::optional<CustodyLog::SealedSnapshot> sealed_;
     std::filesystem::path path_;
     bool immutable_ = false;
+    bool walPredatesOpening_ = false;
     mutable std::recursive_mutex lock_;
 };
 

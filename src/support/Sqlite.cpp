@@ -7,9 +7,13 @@
 
 #include "support/CancelFlag.h"
 #include "support/Errors.h"
+#include "support/Files.h"
 #include "support/Text.h"
+#include "support/Uuid.h"
 
 namespace bc::sqlite {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -26,9 +30,38 @@ bool isPathAllowed(unsigned char c) {
     return isUnreserved(c) || extra.find(static_cast<char>(c)) != std::string_view::npos;
 }
 
+// The engine manages the log index beside the copy, so the copy must be writable even when the
+// original is not.
+void copyWritable(const fs::path& from, const fs::path& to) {
+    fs::copy_file(from, to);
+    fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add);
+}
+
+// The database and its write-ahead log copied into `folder`, a new folder in the temporary one.
+// The log goes first: should a writer fold it into the file in between, the older log's pages
+// are all in the newer file already.
+fs::path copyWithLog(const fs::path& database, const fs::path& folder) {
+    fs::create_directories(folder);
+    const fs::path copy = folder / database.filename();
+    copyWritable(writeAheadLog(database), writeAheadLog(copy));
+    copyWritable(database, copy);
+    return copy;
+}
+
+void removeCopy(const std::optional<fs::path>& folder) {
+    if (!folder) return;
+    try {
+        files::removeAll(*folder);
+    } catch (const Error&) {
+        // A leftover copy in the temporary folder is not worth failing a read for.
+    }
+}
+
 }  // namespace
 
-std::string immutableURI(const std::filesystem::path& path) {
+fs::path writeAheadLog(const fs::path& database) { return database.string() + "-wal"; }
+
+std::string immutableURI(const fs::path& path) {
     static constexpr char digits[] = "0123456789ABCDEF";
     std::string out = "file:";
     for (unsigned char c : path.string()) {
@@ -44,19 +77,44 @@ std::string immutableURI(const std::filesystem::path& path) {
     return out + "?immutable=1";
 }
 
-Connection::Connection(const std::filesystem::path& path, OpenMode mode) {
-    std::string name = path.string();
-    int flags = SQLITE_OPEN_READONLY;
+Connection::Connection(const fs::path& path, OpenMode mode) {
+    constexpr int immutableFlags = SQLITE_OPEN_READONLY | SQLITE_OPEN_URI;
+    std::error_code error;
     switch (mode) {
-        case OpenMode::readOnly: break;
-        case OpenMode::readOnlyImmutable:
-            name = immutableURI(path);
-            flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_URI;
+        case OpenMode::readOnly:
+            open(path.string(), SQLITE_OPEN_READONLY);
             break;
-        case OpenMode::readWriteCreate: flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE; break;
+        case OpenMode::readOnlyImmutable:
+            open(immutableURI(path), immutableFlags);
+            break;
+        case OpenMode::readWriteCreate:
+            open(path.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+            break;
+        case OpenMode::readOnlyUntouched:
+            // Immutable would ignore the log; reading the log in place would add or rewrite "-shm".
+            if (fs::exists(writeAheadLog(path), error))
+                openPrivateCopy(path);
+            else
+                open(immutableURI(path), immutableFlags);
+            break;
     }
-    const int result = sqlite3_open_v2(name.c_str(), &db_, flags, nullptr);
-    if (result != SQLITE_OK) {
+}
+
+void Connection::openPrivateCopy(const fs::path& path) {
+    try {
+        privateCopy_ = fs::temp_directory_path() / ("brindlecourt-read-" + newUUID());
+        open(copyWithLog(path, *privateCopy_).string(), SQLITE_OPEN_READONLY);
+    } catch (const fs::filesystem_error& failure) {
+        removeCopy(privateCopy_);
+        throw DBError::accessDenied(failure.code().message());
+    } catch (const DBError&) {
+        removeCopy(privateCopy_);
+        throw;
+    }
+}
+
+void Connection::open(const std::string& name, int flags) {
+    if (sqlite3_open_v2(name.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
         const std::string message = messageOf(db_);
         sqlite3_close(db_);
         db_ = nullptr;
@@ -64,13 +122,17 @@ Connection::Connection(const std::filesystem::path& path, OpenMode mode) {
     }
 }
 
-Connection::~Connection() { sqlite3_close_v2(db_); }
+Connection::~Connection() {
+    sqlite3_close_v2(db_);
+    removeCopy(privateCopy_);
+}
 
 void Connection::setBusyTimeout(int milliseconds) { sqlite3_busy_timeout(db_, milliseconds); }
 
 Statement Connection::prepare(std::string_view sql) {
     sqlite3_stmt* statement = nullptr;
-    const int result = sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
+    const int result =
+        sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &statement, nullptr);
     if (result != SQLITE_OK) {
         sqlite3_finalize(statement);
         throw DBError::query(messageOf(db_));
@@ -110,7 +172,7 @@ bool Connection::columnExists(const std::string& table, const std::string& colum
     return found->second.contains(column);
 }
 
-void Connection::backupTo(const std::filesystem::path& destination, const CancelFlag* cancel) {
+void Connection::backupTo(const fs::path& destination, const CancelFlag* cancel) {
     sqlite3* target = nullptr;
     if (sqlite3_open_v2(destination.c_str(), &target, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
                         nullptr) != SQLITE_OK) {

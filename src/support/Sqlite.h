@@ -21,8 +21,15 @@ namespace sqlite {
 enum class OpenMode {
     readOnly,           // plain path, SQLITE_OPEN_READONLY (1)
     readOnlyImmutable,  // "file:" URI + "?immutable=1", READONLY | URI (65): sealed copies
-    readWriteCreate,    // READWRITE | CREATE (6): our own files only
+    // A file the user pointed at, whose folder must stay exactly as it was (not even a "-shm"):
+    // immutable when no write-ahead log is beside it, else a private copy of the file and its log
+    // in the temporary folder, removed again when the connection closes.
+    readOnlyUntouched,
+    readWriteCreate,  // READWRITE | CREATE (6): our own files only
 };
+
+// The database's write-ahead log: its path + "-wal".
+std::filesystem::path writeAheadLog(const std::filesystem::path& database);
 
 // "file:" + the path percent-encoded as a URL path + "?immutable=1".
 std::string immutableURI(const std::filesystem::path& path);
@@ -32,7 +39,8 @@ class Statement;
 // One connection. Not thread-safe: owners serialise use (readers hold a recursive lock).
 class Connection {
 public:
-    // Throws DBError::accessDenied with the engine's message ("unknown error" without a handle).
+    // Throws DBError::accessDenied with the engine's message ("unknown error" without a handle),
+    // or the file system's when a private copy cannot be made.
     Connection(const std::filesystem::path& path, OpenMode mode);
     ~Connection();
     Connection(const Connection&) = delete;
@@ -56,7 +64,11 @@ public:
     sqlite3* handle() const { return db_; }
 
 private:
+    void open(const std::string& name, int flags);
+    void openPrivateCopy(const std::filesystem::path& path);
+
     sqlite3* db_ = nullptr;
+    std::optional<std::filesystem::path> privateCopy_;  // folder removed after closing
     std::optional<std::set<std::string>> tables_;
     std::map<std::string, std::set<std::string>> columns_;
 };

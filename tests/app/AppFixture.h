@@ -12,6 +12,7 @@
 #include "custody/AttachmentWatch.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
+#include "sources/MessageDatabase.h"
 #include "sources/demo/DemoData.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"
@@ -43,18 +44,21 @@ inline bool waitFor(const std::function<bool()>& done,
     return true;
 }
 
-// Every store in a temporary folder and a fresh sample Messages database there.
+// Every store in a temporary folder and a fresh sample Messages database there, at the live
+// database's place (the home folder is the temporary one), so the model follows its changes.
 class AppTest : public ::testing::Test {
 protected:
     AppTest()
-        : evidence_(EvidenceStore::location(), folder_ / "evidence.json"),
+        : home_("HOME", folder_.path().string()),
+          evidence_(EvidenceStore::location(), folder_ / "evidence.json"),
           events_(TimelineEventStore::location(), folder_ / "events.json"),
           presence_(AttachmentWatch::location(), folder_ / "attachment-presence.json") {
         application();
+        std::filesystem::create_directories(database().parent_path());
         DemoData::writeMessagesDatabase(database(), Clock::now());
     }
 
-    std::filesystem::path database() const { return folder_ / "chat.db"; }
+    std::filesystem::path database() const { return MessageDatabase::defaultPath(); }
 
     std::unique_ptr<AppModel> openModel() {
         auto model = std::make_unique<AppModel>();
@@ -79,6 +83,7 @@ protected:
     }
 
     bc::testing::TempDir folder_;
+    bc::testing::ScopedEnvironment home_;
     bc::testing::ScopedOverride evidence_, events_, presence_;
 };
 

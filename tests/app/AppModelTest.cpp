@@ -118,8 +118,7 @@ TEST_F(AppTest, FlagsAndNotesPersistAcrossModels) {
 TEST_F(AppTest, AFlagSaveFailureIsReportedAndKeptInMemory) {
     auto model = openModel();
     select(*model, 1);
-    bc::testing::ScopedOverride unwritable(EvidenceStore::location(),
-                                           folder_ / "chat.db" / "evidence.json");
+    bc::testing::ScopedOverride unwritable(EvidenceStore::location(), database() / "evidence.json");
     model->toggleFlag(model->transcript().messages().front());
     EXPECT_TRUE(model->isFlagged(model->transcript().messages().front()));
     EXPECT_TRUE(model->statusText().startsWith("Couldn't save evidence flags: "));
@@ -188,7 +187,7 @@ TEST_F(AppTest, AnAttachmentRemovedFromDiskIsReportedOnTheNextCheck) {
     EXPECT_TRUE(first.newlyMissing.empty()) << "nothing to compare with on the first check";
     ASSERT_GT(first.total, first.missingNow);
 
-    const auto photo = folder_ / "Attachments" / "demo-photo-1.jpg";
+    const auto photo = database().parent_path() / "Attachments" / "demo-photo-1.jpg";
     ASSERT_TRUE(std::filesystem::remove(photo));
     model->checkAttachmentsStillHere();
     ASSERT_TRUE(waitFor([&] { return reports == 2; }));

@@ -83,7 +83,8 @@ TEST_F(SnapshotsTest, TakingSealsLogsAndListsNewestFirst) {
                      [&] { statuses << model->statusText(); });
     EXPECT_EQ(take(*model),
               "Snapshot sealed: Snapshot 2024-03-05T140709: 3 attachments preserved and verified, "
-              "1 not on this Mac. Logged in the custody log.");
+              "1 not on " +
+                  QString(thisMachine) + ". Logged in the custody log.");
     EXPECT_EQ(statuses.front(), Snapshots::preparingText);
     EXPECT_TRUE(statuses.contains("Sealing the snapshot…"));
 

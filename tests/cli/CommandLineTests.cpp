@@ -7,13 +7,17 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <regex>
 #include <thread>
 
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
+#include "sources/demo/DemoData.h"
 #include "support/Files.h"
 #include "support/Image.h"
 #include "support/Process.h"
+#include "support/Sha256.h"
+#include "support/Sqlite.h"
 #include "testing/Testing.h"
 
 extern char** environ;
@@ -135,6 +139,10 @@ TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
     EXPECT_EQ(records[0].outputs, CustodyLog::outputs(dir_ / "archive"));
     const std::string certificate = files::readFile(dir_ / "archive \u2013 Certificate.txt");
     EXPECT_NE(certificate.find(records[0].recordSHA256), std::string::npos);
+    EXPECT_NE(certificate.find("\nKind:             Sample Messages database generated for demo "
+                               "mode\n"),
+              std::string::npos)
+        << certificate;
 
     EXPECT_TRUE(fs::is_empty(dir_ / "home"));  // nothing of the user's was touched
 
@@ -199,8 +207,168 @@ TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
           "attachment paths", "check every attachment file exists"})
         EXPECT_NE(result.standardOutput.find(" s  " + std::string(phase) + "\n"), std::string::npos)
             << phase;
-    EXPECT_EQ(run({"--benchmark", "--database", "absent.db"}).exitStatus, 1);
+    std::smatch rows;
+    ASSERT_TRUE(std::regex_search(result.standardOutput, rows,
+                                  std::regex("\n  rows: (\\d+) \\(messages (\\d+), calls 0, "
+                                             "reaction events (\\d+)\\)\n")))
+        << result.standardOutput;
+    EXPECT_EQ(std::stoi(rows[1]), std::stoi(rows[2]) + std::stoi(rows[3]));
+    // Two thousand messages a minute or so apart: one year, not "1 years".
+    EXPECT_NE(result.standardOutput.find(" in 1 year, "), std::string::npos)
+        << result.standardOutput;
+    const auto absent = run({"--benchmark", "--database", "absent.db"});
+    EXPECT_EQ(absent.exitStatus, 1);
+    EXPECT_EQ(absent.standardError, "error: Couldn't open the Messages database \u201C" +
+                                        (dir_ / "absent.db").string() +
+                                        "\u201D: unable to open database file\n");
     EXPECT_EQ(run({"--benchmark", "--generate", "many"}).exitStatus, 2);
+}
+
+// The sample Messages database copied to `file`, in WAL mode as copies of Apple's files arrive.
+void copySample(const fs::path& sample, const fs::path& file) {
+    fs::create_directories(file.parent_path());
+    fs::copy_file(sample, file);
+    testing::makeWalMode(file);
+}
+
+const std::string onlyInTheLog =
+    "INSERT INTO message (ROWID, guid, text, date) SELECT 9000, 'LOG-ONLY', 'only in the log', "
+    "MAX(date) FROM message; INSERT INTO chat_message_join VALUES (1, 9000);";
+
+TEST_F(CommandLine, NothingAppearsOrChangesBesideASource) {
+    const fs::path sample = dir_ / "sample" / "chat.db";
+    fs::create_directories(sample.parent_path());
+    DemoData::writeMessagesDatabase(sample, Clock::now());
+    // A copy without its log, one with "-wal" and "-shm", one in a folder nothing can be
+    // created in, and the live database while Messages runs, beside Contacts in the same state.
+    const fs::path copied = dir_ / "copied" / "chat.db";
+    const fs::path logged = dir_ / "logged" / "chat.db";
+    const fs::path locked = dir_ / "locked" / "chat.db";
+    const fs::path live = dir_ / "home" / "Library" / "Messages" / "chat.db";
+    const fs::path contacts = dir_ / "home" / "Library" / "Application Support" / "AddressBook" /
+                              "AddressBook-v22.abcddb";
+    for (const auto& file : {copied, logged, locked, live}) copySample(sample, file);
+    testing::writeOnlyToLog(logged, onlyInTheLog);
+    testing::writeOnlyToLog(live, onlyInTheLog);
+    fs::create_directories(contacts.parent_path());
+    testing::writeOnlyToLog(contacts,
+                            "CREATE TABLE ZABCDRECORD (Z_PK INTEGER PRIMARY KEY, ZFIRSTNAME TEXT);"
+                            "INSERT INTO ZABCDRECORD VALUES (1, 'Ana');");
+    const testing::ImmutableFolder lockedFolder(locked.parent_path());
+    EXPECT_TRUE(lockedFolder.isLocked()) << "only root can lock a folder; this case is weaker";
+
+    // Messages and every reader share the live database's index: only its "-shm" may change.
+    const auto stateOf = [&](const fs::path& folder) {
+        auto state = testing::folderState(folder);
+        if (folder == live.parent_path()) state.erase("chat.db-shm");
+        return state;
+    };
+    int runs = 0;
+    for (const auto& file : {copied, logged, locked, live}) {
+        const std::vector<std::string> source = file == live
+                                                    ? std::vector<std::string>{}
+                                                    : std::vector<std::string>{"--database", file};
+        const auto with = [&](std::vector<std::string> arguments) {
+            arguments.insert(arguments.begin() + 1, source.begin(), source.end());
+            return arguments;
+        };
+        const std::string out = "out-" + std::to_string(++runs);
+        for (const auto& command :
+             {with({"--export-html", "--chats", "1", "--out", out + "-html"}),
+              with({"--export-html", "--chats", "1", "--format", "pdf", "--out", out + "-pdf"}),
+              with({"--export-html", "--snapshot"}), with({"--benchmark"})}) {
+            const auto before =
+                std::pair(stateOf(file.parent_path()), stateOf(contacts.parent_path()));
+            const auto result = run(command);
+            EXPECT_EQ(result.exitStatus, 0) << file << " " << command[0] << result.standardError;
+            EXPECT_EQ(std::pair(stateOf(file.parent_path()), stateOf(contacts.parent_path())),
+                      before)
+                << file << " " << command.back();
+        }
+        const auto records =
+            custodyRecords(dir_ / "home" / "data" / "Kestrove" / "custody-log.jsonl");
+        ASSERT_FALSE(records.empty());
+        const auto& recorded = records.back().source;
+        EXPECT_EQ(recorded.path, file.string());
+        const fs::path wal = sqlite::writeAheadLog(file);
+        EXPECT_EQ(recorded.walSHA256,
+                  fs::exists(wal) ? std::optional(Sha256::hexOfFile(wal)) : std::nullopt);
+        const std::string rows = files::readFile(dir_ / (out + "-html") / "messages.csv");
+        EXPECT_EQ(rows.find("only in the log") != std::string::npos, file == logged || file == live)
+            << file;
+    }
+    for (const auto& entry : fs::directory_iterator(dir_ / "tmp"))
+        EXPECT_FALSE(entry.path().filename().string().starts_with("brindlecourt-read-"))
+            << "private copies are removed";
+}
+
+TEST_F(CommandLine, OddDatabaseFilesAreRefusedInOneSentenceAndNothingIsWritten) {
+    const fs::path odd = dir_ / "odd";
+    fs::create_directories(odd / "folder.db");
+    testing::writeText(odd / "empty.db", "");
+    testing::writeText(odd / "text.db", std::string(8192, 'x'));
+    DemoData::writeMessagesDatabase(odd / "truncated.db", Clock::now());
+    fs::resize_file(odd / "truncated.db", 3 * fs::file_size(odd / "truncated.db") / 4);
+    sqlite::Connection(odd / "nochat.db", sqlite::OpenMode::readWriteCreate)
+        .execute(
+            "CREATE TABLE message (ROWID INTEGER PRIMARY KEY, date INTEGER);"
+            "CREATE TABLE chat_message_join (chat_id INTEGER, message_id INTEGER);");
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"empty.db", "Couldn't open the Messages database “%”: no such table: message"},
+        {"text.db", "Couldn't open the Messages database “%”: file is not a database"},
+        {"truncated.db",
+         "Couldn't open the Messages database “%”: database disk image is malformed"},
+        {"nochat.db", "Couldn't read the Messages database “%”: no such table: chat"},
+        {"absent.db", "Couldn't open the Messages database “%”: unable to open database file"},
+        {"folder.db", "Couldn't open the Messages database “%”: disk I/O error"},
+    };
+    const auto before = testing::folderState(odd);
+    for (const auto& [name, sentence] : cases) {
+        for (const auto& format : {"html", "pdf"}) {
+            const auto result = run({"--export-html", "--database", (odd / name).string(),
+                                     "--chats", "1", "--format", format, "--out", "out"});
+            EXPECT_EQ(result.exitStatus, 1) << name;
+            const std::string expected =
+                std::regex_replace(sentence, std::regex("%"), (odd / name).string());
+            // A file that opens but cannot be read through fails once reading has begun.
+            const std::string reading =
+                expected.starts_with("Couldn't read") ? "Reading messages\u2026\n" : "";
+            EXPECT_EQ(result.standardError, reading + "error: " + expected + "\n") << name;
+            EXPECT_FALSE(fs::exists(dir_ / "out")) << name;
+        }
+    }
+    EXPECT_EQ(testing::folderState(odd), before);
+    EXPECT_TRUE(fs::is_empty(dir_ / "home"));
+}
+
+// The live database with a call history that is not one: messages are exported and the reason
+// calls are missing is told on the terminal, in the archive and in its certificate.
+TEST_F(CommandLine, UnreadableCallHistoryIsToldEverywhere) {
+    const fs::path live = dir_ / "home" / "Library" / "Messages" / "chat.db";
+    fs::create_directories(live.parent_path());
+    DemoData::writeMessagesDatabase(live, Clock::now());
+    testing::writeText(dir_ / "home" / "Library" / "Application Support" / "CallHistoryDB" /
+                           "CallHistory.storedata",
+                       std::string(8192, 'x'));
+    const std::string issue =
+        "Calls aren't shown: The call log has an unexpected format: file is not a database";
+    for (const auto& format : {"html", "pdf"}) {
+        const auto result =
+            run({"--export-html", "--chats", "1", "--format", format, "--out", format});
+        ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+        EXPECT_NE(result.standardError.find("\n" + issue + "\n"), std::string::npos)
+            << result.standardError;
+    }
+    const std::string certificate = files::readFile(dir_ / "html \u2013 Certificate.txt");
+    EXPECT_NE(certificate.find("\nCalls:            " + issue + "\n"), std::string::npos)
+        << certificate;
+    const std::string page = files::readFile(dir_ / "html" / "Messages \u2013 Messages.html");
+    EXPECT_NE(page.find("<dt>Calls</dt><dd>Calls aren&#39;t shown: The call log has an unexpected "
+                        "format: file is not a database</dd>"),
+              std::string::npos);
+    EXPECT_NE(files::readFile(dir_ / "pdf" / "Messages \u2013 Certificate.txt")
+                  .find("\nCalls:            " + issue + "\n"),
+              std::string::npos);
 }
 
 bool hasHiddenEntry(const fs::path& folder) {

@@ -7,14 +7,15 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
+#include "sources/MessageDatabase.h"
 #include "sources/demo/DemoData.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"
 
 namespace bc::testing {
 
-// The sample database as the source, a snapshots root and a custody log of the test's own, and
-// "now" fixed at 14:07:09 New York time (the test main's zone).
+// The sample database as the live source (the home folder is the test's), a snapshots root and a
+// custody log of the test's own, and "now" fixed at 14:07:09 New York time (the test main's zone).
 class PreservationTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -33,9 +34,9 @@ protected:
     }
 
     std::filesystem::path root() const { return dir_ / "Snapshots"; }
-    std::filesystem::path sourcePath() const { return dir_ / "Messages" / "chat.db"; }
+    std::filesystem::path sourcePath() const { return MessageDatabase::defaultPath(); }
     std::filesystem::path photo(int number) const {
-        return dir_ / "Messages" / "Attachments" /
+        return sourcePath().parent_path() / "Attachments" /
                ("demo-photo-" + std::to_string(number) + ".jpg");
     }
     std::vector<std::string> rootEntries() const {
@@ -48,6 +49,7 @@ protected:
     }
 
     TempDir dir_;
+    ScopedEnvironment home_{"HOME", dir_.path().string()};
     FixedClock clock_{utc("2024-03-05T19:07:09Z")};
 };
 

@@ -7,6 +7,7 @@
 #include "sources/MessageDatabase.h"
 #include "support/Errors.h"
 #include "support/Files.h"
+#include "support/Machine.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"
 
@@ -58,8 +59,9 @@ TEST_F(PreservationTest, CreateSealsTheDatabaseEveryPhotoAndTheMissingListReadOn
     EXPECT_EQ(json::decode(files::readFile(folder / "manifest.json")).get<SnapshotInfo>(), info);
     const std::string readme = files::readFile(folder / "README.txt");
     EXPECT_THAT(readme, HasSubstr("Attachments:    3 copied and verified by SHA-256\n"
-                                  "                1 listed in the database but not stored on this "
-                                  "Mac (e.g. iCloud-only); listed in missing-attachments.csv\n"
+                                  "                1 listed in the database but not stored on " +
+                                  std::string(thisMachine) +
+                                  " (e.g. iCloud-only); listed in missing-attachments.csv\n"
                                   "                0 could not be read\n"));
     EXPECT_THAT(Preservation::list(), ElementsAre(info));
 

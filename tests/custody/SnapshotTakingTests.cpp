@@ -2,6 +2,7 @@
 
 #include "custody/SnapshotTaking.h"
 #include "support/Errors.h"
+#include "support/Machine.h"
 
 namespace bc::testing {
 namespace {
@@ -15,7 +16,8 @@ TEST(SnapshotLines, SealedCountsOnlyWhatWasNotPreservedAndAFailedLogSaysBothFact
     taken.info.attachmentsFailed = 2;
     EXPECT_EQ(taken.statusLine(),
               "Snapshot sealed: Snapshot 2024-03-05T140709: 3 attachments preserved and verified, "
-              "1 not on this Mac, 2 could not be read. Logged in the custody log.");
+              "1 not on " +
+                  std::string(thisMachine) + ", 2 could not be read. Logged in the custody log.");
     taken.custodyFailure = "Permission denied";
     EXPECT_EQ(taken.statusLine(),
               "WARNING: the snapshot WAS sealed (Snapshot 2024-03-05T140709), but it could NOT be "

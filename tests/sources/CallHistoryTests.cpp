@@ -136,6 +136,24 @@ TEST_F(CallHistoryTest, ReadsEveryDatedCallInDateOrder) {
     EXPECT_EQ(calls[3], (CallInfo{.recordID = 5, .date = Date{400}}));
 }
 
+// A call history given by path, copied without its log or with "-wal" and "-shm": read whole,
+// its folder left exactly as it was.
+TEST_F(CallHistoryTest, AFileGivenByPathIsReadWithoutATraceBesideIt) {
+    const fs::path copied = dir / "copied" / "CallHistory.storedata";
+    const fs::path logged = dir / "logged" / "CallHistory.storedata";
+    for (const auto& file : {copied, logged}) {
+        fs::create_directories(file.parent_path());
+        writeCallHistory(file, {{.pk = 1, .date = 150, .address = "5550104477"}});
+        testing::makeWalMode(file);
+    }
+    testing::writeOnlyToLog(logged, "INSERT INTO ZCALLRECORD (Z_PK, ZDATE) VALUES (2, 160)");
+    for (const auto& [file, calls] : {std::pair(copied, 1u), std::pair(logged, 2u)}) {
+        const auto before = testing::folderState(file.parent_path());
+        EXPECT_EQ(CallHistory::readAll(file).size(), calls);
+        EXPECT_EQ(testing::folderState(file.parent_path()), before) << file;
+    }
+}
+
 TEST_F(CallHistoryTest, FailuresCarryTheirCodeAndSentenceAndBecomeATranscriptIssue) {
     const auto failure = [](const fs::path& file) -> std::pair<int, std::string> {
         try {

@@ -13,6 +13,7 @@
 #include "support/Files.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"
+#include "testing/Scoped.h"
 #include "testing/Testing.h"
 
 namespace bc {
@@ -32,6 +33,17 @@ struct DemoDatabase {
         DemoData::writeMessagesDatabase(file, now);
     }
     ~DemoDatabase() { Clock::setFixed(std::nullopt); }
+};
+
+// The live database at ~/Library/Messages/chat.db, with the home folder inside a test's folder.
+struct LiveDatabase {
+    TempDir dir;
+    testing::ScopedEnvironment home{"HOME", dir.path().string()};
+    fs::path file = MessageDatabase::defaultPath();
+    LiveDatabase() {
+        fs::create_directories(file.parent_path());
+        DemoData::writeMessagesDatabase(file, now);
+    }
 };
 
 const Message& byGUID(const Transcript& transcript, const std::string& guid) {
@@ -101,6 +113,58 @@ TEST(MessageDatabaseOpen, ReadingChangesNothingOnDiskAndSeesTheWriteAheadLog) {
     MessageDatabase sealed(file, true);
     EXPECT_THROW(byGUID(sealed.fetchTranscript({1}), "WAL-ONLY"), std::runtime_error);
     EXPECT_EQ(before, std::pair(stamp(file), stamp(wal)));
+}
+
+const std::string onlyInTheLog =
+    "INSERT INTO message (ROWID, guid, text, date) VALUES (500, 'WAL-ONLY', 'only in the log', "
+    "780000000); INSERT INTO chat_message_join VALUES (1, 500);";
+
+// Only the live database is read in place, and reading a WAL-mode file without its log makes
+// one; the record hashes a log only when it was there before.
+TEST(MessageDatabaseLive, RecordsTheLogOnlyWhenItWasThereBeforeOpening) {
+    LiveDatabase live;
+    testing::makeWalMode(live.file);
+    const fs::path wal = sqlite::writeAheadLog(live.file);
+    {
+        MessageDatabase db(live.file);
+        db.fetchChats();
+        EXPECT_TRUE(fs::exists(wal));
+        EXPECT_EQ(db.custodySource().walSHA256, std::nullopt);
+    }
+    testing::writeOnlyToLog(live.file, onlyInTheLog);
+    const auto before = testing::folderState(live.file.parent_path());
+    MessageDatabase db(live.file);
+    EXPECT_EQ(byGUID(db.fetchTranscript({1}), "WAL-ONLY").text, "only in the log");
+    EXPECT_EQ(db.custodySource().walSHA256, Sha256::hexOfFile(wal));
+    const auto after = testing::folderState(live.file.parent_path());
+    EXPECT_EQ(after.at("chat.db"), before.at("chat.db"));
+    EXPECT_EQ(after.at("chat.db-wal"), before.at("chat.db-wal"));
+}
+
+// Any other file opens without a trace beside it, whether or not its log came with it.
+TEST(MessageDatabaseOpen, ChosenFilesLeaveTheirFolderAsItWas) {
+    TempDir dir;
+    const fs::path copied = dir / "copied" / "chat.db";
+    const fs::path logged = dir / "logged" / "chat.db";
+    for (const auto& file : {copied, logged}) {
+        fs::create_directories(file.parent_path());
+        DemoData::writeMessagesDatabase(file, now);
+        testing::makeWalMode(file);
+    }
+    testing::writeOnlyToLog(logged, onlyInTheLog);
+    for (const auto& file : {copied, logged}) {
+        const auto before = testing::folderState(file.parent_path());
+        {
+            MessageDatabase db(file);
+            db.fetchTranscript({1});
+            const auto source = db.custodySource();
+            EXPECT_EQ(source.kind, "files");
+            EXPECT_EQ(source.walSHA256.has_value(), file == logged);
+        }
+        EXPECT_EQ(testing::folderState(file.parent_path()), before) << file;
+    }
+    EXPECT_EQ(byGUID(MessageDatabase(logged).fetchTranscript({1}), "WAL-ONLY").text,
+              "only in the log");
 }
 
 TEST(MessageDatabaseDemo, ListsConversationsWithoutCountingReactions) {
@@ -206,10 +270,11 @@ TEST(MessageDatabaseDemo, CountsRangesHandlesPathsAndCustodySource) {
     EXPECT_EQ(source.databaseSHA256, Sha256::hexOfFile(demo.file));
 }
 
-TEST(MessageDatabaseDemo, ChangeSignatureAndDataVersionFollowEveryKindOfChange) {
-    DemoDatabase demo;
-    MessageDatabase db(demo.file);
-    sqlite::Connection writer(demo.file, sqlite::OpenMode::readWriteCreate);
+TEST(MessageDatabaseLive, ChangeSignatureAndDataVersionFollowEveryKindOfChange) {
+    LiveDatabase live;
+    MessageDatabase db(live.file);
+    ASSERT_TRUE(db.isLive());
+    sqlite::Connection writer(live.file, sqlite::OpenMode::readWriteCreate);
     std::vector<std::string> seen = {db.changeSignature()};
     EXPECT_EQ(db.changeSignature(), seen[0]);
     int64_t version = db.dataVersion();
@@ -245,7 +310,7 @@ TEST(MessageDatabaseDemo, InDemoModeTheDemoFoldersDatabaseIsLive) {
     EXPECT_EQ(demoFile, demo.dir / "Kestrove-Demo" / "chat.db");
     MessageDatabase live(demoFile);
     EXPECT_TRUE(live.isLive());
-    EXPECT_EQ(live.custodySource().kind, "live");
+    EXPECT_EQ(live.custodySource().kind, "demo");
     fs::create_directories(demo.dir / "Kestrove-Demo-other");
     fs::copy_file(demoFile, demo.dir / "Kestrove-Demo-other" / "chat.db");
     EXPECT_FALSE(MessageDatabase(demo.dir / "Kestrove-Demo-other" / "chat.db").isLive());

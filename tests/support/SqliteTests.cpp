@@ -5,6 +5,7 @@
 
 #include "support/Errors.h"
 #include "support/Sqlite.h"
+#include "testing/Scoped.h"
 #include "testing/Testing.h"
 
 namespace bc::sqlite {
@@ -46,6 +47,58 @@ TEST(SqliteOpen, ReadOnlyModesReadButNeverWrite) {
             EXPECT_EQ(e.kind(), DBError::Kind::query);
         }
     }
+}
+
+int64_t rowsIn(Connection& db) {
+    auto count = db.prepare("SELECT COUNT(*) FROM message");
+    count.step();
+    return count.int64(0);
+}
+
+// A file the user points at, with and without a write-ahead log beside it: read whole, and its
+// folder afterwards exactly as before, "-shm" included. The private copy lives in the temporary
+// folder only while the connection is open.
+TEST(SqliteOpen, UntouchedModeLeavesTheSourceFolderAsItWas) {
+    testing::TempDir dir;
+    std::filesystem::create_directories(dir / "tmp");
+    const testing::ScopedEnvironment temporary("TMPDIR", (dir / "tmp").string());
+    const auto plain = dir / "source" / "plain.db";
+    const auto logged = dir / "source" / "logged.db";
+    std::filesystem::create_directories(dir / "source");
+    makeDatabase(plain);
+    makeDatabase(logged);
+    testing::writeOnlyToLog(logged, "INSERT INTO message (text) VALUES ('only in the log')");
+    const auto before = testing::folderState(dir / "source");
+    ASSERT_EQ(before.size(), 4u);
+    {
+        Connection db(plain, OpenMode::readOnlyUntouched);
+        EXPECT_EQ(rowsIn(db), 1);
+        EXPECT_TRUE(std::filesystem::is_empty(dir / "tmp")) << "no copy without a log";
+    }
+    {
+        Connection db(logged, OpenMode::readOnlyUntouched);
+        EXPECT_EQ(rowsIn(db), 2);
+        EXPECT_FALSE(std::filesystem::is_empty(dir / "tmp"));
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(dir / "tmp"));
+    EXPECT_EQ(testing::folderState(dir / "source"), before);
+}
+
+TEST(SqliteOpen, UntouchedModeReadsFromAFolderNothingCanBeCreatedIn) {
+    testing::TempDir dir;
+    std::filesystem::create_directories(dir / "evidence");
+    makeDatabase(dir / "evidence" / "chat.db");
+    makeDatabase(dir / "evidence" / "logged.db");
+    testing::writeOnlyToLog(dir / "evidence" / "logged.db",
+                            "INSERT INTO message (text) VALUES ('only in the log')");
+    const auto before = testing::folderState(dir / "evidence");
+    const testing::ImmutableFolder locked(dir / "evidence");
+    if (!locked.isLocked()) GTEST_SKIP() << "only root may make a folder immutable";
+    Connection plain(dir / "evidence" / "chat.db", OpenMode::readOnlyUntouched);
+    EXPECT_EQ(rowsIn(plain), 1);
+    Connection logged(dir / "evidence" / "logged.db", OpenMode::readOnlyUntouched);
+    EXPECT_EQ(rowsIn(logged), 2);
+    EXPECT_EQ(testing::folderState(dir / "evidence"), before);
 }
 
 TEST(SqliteStatements, BadSqlAndNullsAndOptionals) {

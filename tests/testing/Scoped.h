@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -50,6 +51,25 @@ class ScopedOverride {
   private:
     StoreLocation& location_;
     std::optional<std::filesystem::path> previous_;
+};
+
+// Sets one environment variable (HOME, TMPDIR, …) for one test and puts the previous value back.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char* name, const std::string& value) : name_(name) {
+        if (const char* previous = std::getenv(name)) previous_ = previous;
+        ::setenv(name, value.c_str(), 1);
+    }
+    ~ScopedEnvironment() {
+        if (previous_)
+            ::setenv(name_, previous_->c_str(), 1);
+        else
+            ::unsetenv(name_);
+    }
+
+private:
+    const char* name_;
+    std::optional<std::string> previous_;
 };
 
 }  // namespace bc::testing

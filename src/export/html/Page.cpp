@@ -375,6 +375,7 @@ std::string about(const PageContent& c, const Counts& n) {
                                " phone and FaceTime calls from this Mac's call history, shown "
                                "between the messages and listed in calls.csv. Only calls synced to "
                                "this Mac are known.");
+    if (c.options.callLogIssue) items.emplace_back("Calls", *c.options.callLogIssue);
     items.emplace_back("Times", zoneLine());
     items.emplace_back(
         "Source", c.options.sourceDescription + ". Exported " +
