@@ -9,6 +9,7 @@
 #include "app/QtText.h"
 #include "app/ThumbnailCache.h"
 #include "app/TranscriptModel.h"
+#include "model/MessageNotes.h"
 #include "support/DateFormat.h"
 
 namespace bc::app {
@@ -97,7 +98,11 @@ TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& mo
     };
 
     if (model.startsDay(row))
-        add(Block::Kind::heading, qs(dates::formatPattern(message.date, "EEEE d MMMM y")), width);
+        add(Block::Kind::heading,
+            qs(notes::isUndated(message.date)
+                   ? std::string(notes::undated)
+                   : dates::formatPattern(message.date, "EEEE d MMMM y")),
+            width);
     if (message.isUserEvent()) {
         const auto& event = *message.userEvent;
         QString text = "Your event: " + qs(event.title);
@@ -114,22 +119,14 @@ TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& mo
                                             : QString("a message not in this conversation");
             add(Block::Kind::quote, "Reply to: " + quoted, bubbleMax);
         }
-        if (!message.text.empty()) add(Block::Kind::body, shown(message.text), bubbleMax);
+        if (const std::string text = notes::text(message, false); !text.empty())
+            add(Block::Kind::body, shown(text), bubbleMax);
         for (const auto& attachment : message.visibleAttachments()) {
             const bool picture = isPicture(attachment);
             add(picture ? Block::Kind::picture : Block::Kind::file,
                 "Attachment: " + qs(attachment.name), bubbleMax, qs(attachment.path));
         }
-        for (const auto& version : message.editHistory)
-            add(Block::Kind::detail, "Edited; earlier: " + shown(version.text.value_or("")),
-                bubbleMax);
-        if (message.isEdited && message.editHistory.empty())
-            add(Block::Kind::detail, "Edited", bubbleMax);
-        if (message.isUnsent) add(Block::Kind::detail, "This message was unsent.", bubbleMax);
-        if (message.isInRecentlyDeleted || message.deletedAt)
-            add(Block::Kind::detail, "Deleted: found in Recently Deleted", bubbleMax);
-        for (const auto& part : message.recoveredParts)
-            add(Block::Kind::detail, "Recovered: " + shown(part.text.value_or("")), bubbleMax);
+        for (const QString& line : details(message)) add(Block::Kind::detail, line, bubbleMax);
         if (!message.reactions.empty()) {
             QString line;
             for (const auto& reaction : message.reactions) line += qs(reaction.emoji) + " ";
@@ -167,6 +164,24 @@ TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& mo
     if (top >= 0)
         layout.bubble = QRect(left, top - padY, inner + 2 * padX, bottom - top + 1 + 2 * padY);
     return layout;
+}
+
+QStringList TranscriptDelegate::details(const Message& message) {
+    QStringList lines;
+    for (size_t i = 0; i < message.editHistory.size(); ++i) {
+        const EditVersion& version = message.editHistory[i];
+        lines << qs(notes::editVersion(i) + " (" +
+                    dates::formatPattern(version.date, "yyyy-MM-dd HH:mm:ss zzz", "en_US_POSIX") +
+                    "): ") +
+                     shown(version.text.value_or("(unreadable)"));
+    }
+    if (message.isEdited && message.editHistory.empty()) lines << "Edited";
+    if (message.isUnsent) lines << "This message was unsent.";
+    if (const auto app = notes::appLabel(message)) lines << qs(*app);
+    if (const auto deleted = notes::recentlyDeleted(message)) lines << qs(*deleted);
+    for (const auto& part : message.recoveredParts)
+        lines << qs(notes::recoveredPart(part) + ": ") + shown(part.text.value_or("(unreadable)"));
+    return lines;
 }
 
 const TranscriptDelegate::Layout& TranscriptDelegate::layoutOf(const TranscriptModel& model,
@@ -226,7 +241,9 @@ void TranscriptDelegate::paintFooter(QPainter& painter, const Layout& layout, co
     const Block& footer = layout.blocks.back();
     const QRect area = footer.rect.translated(origin);
     const QString time =
-        qs(dates::formatStyled(layout.date, dates::Style::none, dates::Style::short_));
+        qs(notes::isUndated(layout.date)
+               ? std::string(notes::undated)
+               : dates::formatStyled(layout.date, dates::Style::none, dates::Style::short_));
     const int timeWidth = QFontMetrics(small).horizontalAdvance(time) + 12;
     painter.setFont(small);
     painter.setPen(quiet);

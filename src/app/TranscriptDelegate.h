@@ -6,6 +6,7 @@
 
 #include <QAbstractItemView>
 #include <QCache>
+#include <QStringList>
 #include <QStyledItemDelegate>
 
 #include "support/Date.h"
@@ -41,6 +42,10 @@ public:
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override;
+
+    // The lines under a message's text and attachments: its versions, unsent, app and deletion
+    // notes, recovered parts; in the wording every export uses.
+    static QStringList details(const Message& message);
 
 private:
     struct Block {

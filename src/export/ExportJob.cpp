@@ -5,6 +5,7 @@
 
 #include "custody/CustodySystemInfo.h"
 #include "export/Exporter.h"
+#include "model/MessageNotes.h"
 #include "model/MessageSource.h"
 #include "sources/CallHistory.h"
 #include "sources/demo/DemoData.h"
@@ -151,6 +152,7 @@ ExportJob ExportJob::make(const ExportRequest& request, Transcript transcript,
     }
     for (const auto& message : transcript.messages)
         if (HTMLExporter::inRange(message.date, job.from, job.to)) job.messages.push_back(message);
+    notes::putInDateOrder(job.messages);
     for (const auto& event : transcript.reactionEvents)
         if (HTMLExporter::inRange(event.date, job.from, job.to))
             job.reactionEvents.push_back(event);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "export/ManifestCsv.h"
+#include "model/MessageNotes.h"
 #include "sources/CallHistory.h"
 #include "support/Calendar.h"
 #include "support/DateFormat.h"
@@ -74,19 +75,31 @@ std::string attachmentPaths(const Message& m) {
     return out;
 }
 
+// A stored date in ISO 8601; empty for an undated row.
+std::string isoDate(const Message& m) {
+    return notes::isUndated(m.date) ? std::string() : dates::iso8601(m.date);
+}
+
+Json jsonDate(const Message& m) {
+    return notes::isUndated(m.date) ? Json() : Json(dates::iso8601(m.date));
+}
+
 std::string renderText(const std::string& title, const std::vector<Message>& messages,
                        const SenderName& senderName) {
     const PatternFormatter formatter("yyyy-MM-dd HH:mm");
     std::string out = title + "\n" + std::string(characterCount(title), '=') + "\n";
     for (const auto& m : messages) {
-        out += "\n[" + formatter.format(m.date) + "] ";
+        out += "\n[" +
+               (notes::isUndated(m.date) ? std::string(notes::undated) : formatter.format(m.date)) +
+               "] ";
         if (m.call) {
             out += CallHistory::summary(*m.call) + " (call record " +
                    std::to_string(m.call->recordID) + ")";
         } else {
-            out += senderName(m) + ": " + m.text;
+            out += senderName(m) + ": " + notes::text(m, false);
         }
         out += attachmentNames(m);
+        if (const auto deleted = notes::recentlyDeleted(m)) out += " [" + *deleted + "]";
     }
     return out;
 }
@@ -96,8 +109,8 @@ std::string renderCSV(const std::vector<Message>& messages, const SenderName& se
     for (const auto& m : messages) {
         out += '\n';
         out += manifest::line(
-            {dates::iso8601(m.date), senderName(m), m.sender, m.isFromMe ? "1" : "0",
-             m.call ? CallHistory::summary(*m.call) : m.text, attachmentPaths(m),
+            {isoDate(m), senderName(m), m.sender, m.isFromMe ? "1" : "0",
+             m.call ? CallHistory::summary(*m.call) : notes::text(m, false), attachmentPaths(m),
              m.call ? "call record " + std::to_string(m.call->recordID) : "message"});
     }
     return out;
@@ -106,7 +119,7 @@ std::string renderCSV(const std::vector<Message>& messages, const SenderName& se
 Json callObject(const Message& m) {
     const CallInfo& call = *m.call;
     return {{"type", "call"},
-            {"date", dates::iso8601(m.date)},
+            {"date", jsonDate(m)},
             {"call_record_id", call.recordID},
             {"direction", call.isOutgoing ? "outgoing" : "incoming"},
             {"answered", call.answered},
@@ -121,9 +134,9 @@ Json messageObject(const Message& m, const SenderName& senderName) {
     for (const auto& a : m.attachments) {
         attachments.push_back({{"name", a.name}, {"path", a.path}, {"mime_type", a.mimeType}});
     }
-    return {{"type", "message"},         {"date", dates::iso8601(m.date)},
+    return {{"type", "message"},         {"date", jsonDate(m)},
             {"sender", senderName(m)},   {"handle", m.sender},
-            {"is_from_me", m.isFromMe},  {"text", m.text},
+            {"is_from_me", m.isFromMe},  {"text", notes::text(m, false)},
             {"attachments", attachments}};
 }
 

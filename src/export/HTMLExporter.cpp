@@ -7,6 +7,7 @@
 #include "export/html/Attachments.h"
 #include "export/html/Page.h"
 #include "export/html/Previews.h"
+#include "model/MessageNotes.h"
 #include "sources/CallHistory.h"
 #include "support/Calendar.h"
 #include "support/Errors.h"
@@ -94,9 +95,8 @@ std::vector<const Message*> rowsInRange(const Transcript& transcript,
     for (const auto& m : transcript.messages) {
         if (range.contains(m.date)) rows.push_back(&m);
     }
-    // One section per day needs the rows in date order; equal dates keep the source's order.
-    std::stable_sort(rows.begin(), rows.end(),
-                     [](const Message* a, const Message* b) { return a->date < b->date; });
+    // One section per day needs the rows in date order.
+    notes::putInDateOrder(rows);
     return rows;
 }
 

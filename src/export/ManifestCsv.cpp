@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "model/MessageNotes.h"
 #include "sources/MessageDecoding.h"
 #include "support/DateFormat.h"
 #include "support/Errors.h"
@@ -57,7 +58,7 @@ std::string editHistory(const Message& m) {
 
 std::string recoveredParts(const Message& m) {
     return joinLines(m.recoveredParts, [](const RecoveredPart& p) -> std::optional<std::string> {
-        return "[part " + std::to_string(p.index + 1) + ", deleted " +
+        return "[part " + std::to_string(notes::partNumber(p)) + ", deleted " +
                (p.deletedAt ? date(*p.deletedAt) : "?") + "] " + p.text.value_or("(unreadable)");
     });
 }
@@ -85,7 +86,7 @@ Row messageRow(const Message& m, const NameFor& nameFor, const MachineText& mach
     return {std::to_string(m.id),
             m.guid,
             std::to_string(m.chatID),
-            date(m.date),
+            notes::isUndated(m.date) ? "" : date(m.date),
             nameFor(m.isFromMe, m.sender),
             m.sender,
             flag(m.isFromMe),

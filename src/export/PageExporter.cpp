@@ -10,6 +10,7 @@
 #include <cmath>
 
 #include "export/pages/Document.h"
+#include "model/MessageNotes.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
 #include "support/Image.h"
@@ -141,6 +142,7 @@ PageExporter::PageExporter(std::vector<Message> messages,
     : impl_(new Impl{std::move(messages), std::move(originals), std::move(header), paper,
                      std::move(nameFor), cancel, std::move(options), renderedAt,
                      std::move(sourceLabel)}) {
+    notes::putInDateOrder(impl_->messages);
     if (impl_->options.redactor.isActive()) impl_->redactPrintedTexts();
 }
 
@@ -186,6 +188,8 @@ PageExporter::Result PageExporter::writePDF(const fs::path& file,
         const Surface surface(
             cairo_pdf_surface_create(output.path().c_str(), page.width, page.height));
         cairo_pdf_surface_set_metadata(surface.get(), CAIRO_PDF_METADATA_CREATOR, "Brindlecourt");
+        cairo_pdf_surface_set_metadata(surface.get(), CAIRO_PDF_METADATA_TITLE,
+                                       impl_->header.title.c_str());
         // A fixed date (the rendering time) keeps identical exports byte-identical.
         cairo_pdf_surface_set_metadata(surface.get(), CAIRO_PDF_METADATA_CREATE_DATE,
                                        dates::iso8601(impl_->renderedAt).c_str());
@@ -239,7 +243,7 @@ PageExporter::Result PageExporter::writeJPEGs(const fs::path& folder, double dpi
                             cairoError(status));
         }
         files::writeFileAtomically(output.path() / pageFileName(i, total),
-                                   image::encodeJPEG(bitmap, pageQuality));
+                                   image::encodeJPEG(bitmap, pageQuality, dpi));
     }
     output.moveTo(folder);
     return Impl::resultOf(document);

@@ -5,7 +5,6 @@
 #include <cctype>
 #include <unordered_map>
 
-#include "support/DateFormat.h"
 #include "support/Text.h"
 
 namespace bc::messages {
@@ -74,11 +73,12 @@ void decodeText(Message& message, const StoredRow& row) {
     }
 }
 
-// Notices stand in for text only where nothing else would be shown.
+// Notices stand in for text only where nothing else would be shown: a system row keeps any
+// text it stores.
 void applyNotices(Message& message, int64_t itemType) {
-    message.systemNotice = systemNotice(itemType);
+    if (message.text.empty()) message.systemNotice = systemNotice(itemType);
     if (!message.text.empty() && !isOnlyPlaceholders(message.text)) return;
-    if (message.systemNotice && message.text.empty()) {
+    if (message.systemNotice) {
         message.text = *message.systemNotice;
     } else if (message.attachments.empty()) {
         message.text = message.text.empty() ? emptyMessageNotice : placeholderNotice;
@@ -183,10 +183,6 @@ std::optional<std::string> appLabel(std::string_view bundleID) {
     return std::string(colon == std::string_view::npos ? bundleID : bundleID.substr(colon + 1));
 }
 
-std::string appLabelNotice(std::string_view label) {
-    return "Sent with the iMessage app: " + std::string(label);
-}
-
 std::optional<std::string> effectName(std::string_view styleID) {
     if (styleID.empty()) return std::nullopt;
     static constexpr std::pair<std::string_view, std::string_view> known[] = {
@@ -219,16 +215,6 @@ std::optional<std::string> deliveryErrorNotice(int64_t errorCode) {
     if (errorCode == 0) return std::nullopt;
     return "Not delivered (error " + std::to_string(errorCode) +
            "). Messages recorded that this message " + "was not delivered to the recipient.";
-}
-
-std::optional<std::string> recentlyDeletedNotice(const Message& message) {
-    if (!message.isInRecentlyDeleted) return std::nullopt;
-    const std::string when =
-        message.deletedAt
-            ? dates::formatStyled(*message.deletedAt, dates::Style::long_, dates::Style::short_)
-            : "an unknown date";
-    return "Deleted on " + when +
-           ". Still stored in Messages' Recently Deleted (kept about 30 days).";
 }
 
 std::optional<std::string> recoveredPartText(std::string_view bytes) {

@@ -67,13 +67,10 @@ std::vector<EditVersion> editHistory(std::string_view summaryInfo);
 
 // Label of the app extension a message was sent with; none for link previews.
 std::optional<std::string> appLabel(std::string_view balloonBundleID);
-std::string appLabelNotice(std::string_view label);
 // The expressive send style in words ("Slam", "Confetti"); unknown styles as stored.
 std::optional<std::string> effectName(std::string_view sendStyleID);
 std::optional<std::string> systemNotice(int64_t itemType);
 std::optional<std::string> deliveryErrorNotice(int64_t errorCode);
-// "Deleted on … Still stored in Messages' Recently Deleted (kept about 30 days)."
-std::optional<std::string> recentlyDeletedNotice(const Message& message);
 
 // A message row (not a reaction) with its attachments and deleted parts.
 Message message(StoredRow row, std::vector<Attachment> attachments,

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <memory>
 
@@ -22,7 +23,8 @@ namespace {
 
 void checkSize(int width, int height, const std::string& name) {
     if (width <= 0 || height <= 0) fail(name, "it has no pixels");
-    if (static_cast<int64_t>(width) * height > maximumPixels) fail(name, "it is too large to open safely");
+    if (static_cast<int64_t>(width) * height > maximumPixels)
+        fail(name, "it is too large to open safely");
 }
 
 uint32_t premultiplied(uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
@@ -33,7 +35,8 @@ uint32_t premultiplied(uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
 // --- JPEG ---
 
 uint16_t read16(const uint8_t* p, bool bigEndian) {
-    return bigEndian ? static_cast<uint16_t>(p[0] << 8 | p[1]) : static_cast<uint16_t>(p[1] << 8 | p[0]);
+    return bigEndian ? static_cast<uint16_t>(p[0] << 8 | p[1])
+                     : static_cast<uint16_t>(p[1] << 8 | p[0]);
 }
 
 uint32_t read32(const uint8_t* p, bool bigEndian) {
@@ -65,16 +68,17 @@ Bitmap decodeJPEG(std::string_view bytes, const std::string& name) {
     if (!handle) fail(name, "the JPEG decoder could not start");
     int width = 0, height = 0, subsampling = 0, colorspace = 0;
     auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
-    if (tjDecompressHeader3(handle.get(), data, static_cast<unsigned long>(bytes.size()), &width, &height,
-                            &subsampling, &colorspace) != 0)
+    if (tjDecompressHeader3(handle.get(), data, static_cast<unsigned long>(bytes.size()), &width,
+                            &height, &subsampling, &colorspace) != 0)
         fail(name, tjGetErrorStr2(handle.get()));
     checkSize(width, height, name);
     Bitmap bitmap{width, height, std::vector<uint32_t>(static_cast<size_t>(width) * height)};
-    // Opaque pixels are the same premultiplied or not; BGRA bytes are ARGB32 on little-endian hosts.
+    // Opaque pixels are the same premultiplied or not; BGRA bytes are ARGB32 on little-endian
+    // hosts.
     static_assert(std::endian::native == std::endian::little);
     if (tjDecompress2(handle.get(), data, static_cast<unsigned long>(bytes.size()),
-                      reinterpret_cast<unsigned char*>(bitmap.pixels.data()), width, width * 4, height,
-                      TJPF_BGRA, 0) != 0 &&
+                      reinterpret_cast<unsigned char*>(bitmap.pixels.data()), width, width * 4,
+                      height, TJPF_BGRA, 0) != 0 &&
         tjGetErrorCode(handle.get()) == TJERR_FATAL)
         fail(name, tjGetErrorStr2(handle.get()));
     return oriented(bitmap, jpegOrientation(bytes));
@@ -98,7 +102,8 @@ cairo_status_t readPng(void* closure, unsigned char* data, unsigned int length) 
 Bitmap decodePNG(std::string_view bytes, const std::string& name) {
     PngReader reader{bytes};
     cairo_surface_t* surface = cairo_image_surface_create_from_png_stream(readPng, &reader);
-    std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> owner(surface, cairo_surface_destroy);
+    std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> owner(surface,
+                                                                       cairo_surface_destroy);
     if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS)
         fail(name, cairo_status_to_string(cairo_surface_status(surface)));
     cairo_surface_flush(surface);
@@ -110,7 +115,8 @@ Bitmap decodePNG(std::string_view bytes, const std::string& name) {
     const unsigned char* data = cairo_image_surface_get_data(surface);
     Bitmap bitmap{width, height, std::vector<uint32_t>(static_cast<size_t>(width) * height)};
     for (int y = 0; y < height; ++y) {
-        const auto* row = reinterpret_cast<const uint32_t*>(data + static_cast<ptrdiff_t>(y) * stride);
+        const auto* row =
+            reinterpret_cast<const uint32_t*>(data + static_cast<ptrdiff_t>(y) * stride);
         for (int x = 0; x < width; ++x) {
             const uint32_t p = row[x];
             // RGB24 leaves the alpha byte undefined; those pixels are opaque.
@@ -131,33 +137,43 @@ struct HeifPtr {
     }
 };
 
-void releaseImage(const heif_image* image) { heif_image_release(image); }
-void releaseHandle(const heif_image_handle* handle) { heif_image_handle_release(handle); }
+void releaseImage(const heif_image* image) {
+    heif_image_release(image);
+}
+void releaseHandle(const heif_image_handle* handle) {
+    heif_image_handle_release(handle);
+}
 
 Bitmap decodeHEIF(std::string_view bytes, const std::string& name) {
-    std::unique_ptr<heif_context, void (*)(heif_context*)> context(heif_context_alloc(), heif_context_free);
-    heif_error error = heif_context_read_from_memory_without_copy(context.get(), bytes.data(), bytes.size(), nullptr);
+    std::unique_ptr<heif_context, void (*)(heif_context*)> context(heif_context_alloc(),
+                                                                   heif_context_free);
+    heif_error error = heif_context_read_from_memory_without_copy(context.get(), bytes.data(),
+                                                                  bytes.size(), nullptr);
     if (error.code != heif_error_Ok) fail(name, error.message);
     HeifPtr<heif_image_handle, releaseHandle> handle;
     error = heif_context_get_primary_image_handle(context.get(), &handle.value);
     if (error.code != heif_error_Ok) fail(name, error.message);
-    checkSize(heif_image_handle_get_width(handle.value), heif_image_handle_get_height(handle.value), name);
+    checkSize(heif_image_handle_get_width(handle.value), heif_image_handle_get_height(handle.value),
+              name);
     HeifPtr<heif_image, releaseImage> image;
     // The decoder applies the stored rotation and mirroring by default.
-    error = heif_decode_image(handle.value, &image.value, heif_colorspace_RGB, heif_chroma_interleaved_RGBA, nullptr);
+    error = heif_decode_image(handle.value, &image.value, heif_colorspace_RGB,
+                              heif_chroma_interleaved_RGBA, nullptr);
     if (error.code != heif_error_Ok) fail(name, error.message);
     const int width = heif_image_get_width(image.value, heif_channel_interleaved);
     const int height = heif_image_get_height(image.value, heif_channel_interleaved);
     checkSize(width, height, name);
     int stride = 0;
-    const uint8_t* data = heif_image_get_plane_readonly(image.value, heif_channel_interleaved, &stride);
+    const uint8_t* data =
+        heif_image_get_plane_readonly(image.value, heif_channel_interleaved, &stride);
     if (!data) fail(name, "the decoder returned no pixels");
     Bitmap bitmap{width, height, std::vector<uint32_t>(static_cast<size_t>(width) * height)};
     for (int y = 0; y < height; ++y) {
         const uint8_t* row = data + static_cast<ptrdiff_t>(y) * stride;
         for (int x = 0; x < width; ++x) {
             const uint8_t* p = row + x * 4;
-            bitmap.pixels[static_cast<size_t>(y) * width + x] = premultiplied(p[0], p[1], p[2], p[3]);
+            bitmap.pixels[static_cast<size_t>(y) * width + x] =
+                premultiplied(p[0], p[1], p[2], p[3]);
         }
     }
     return bitmap;
@@ -166,12 +182,14 @@ Bitmap decodeHEIF(std::string_view bytes, const std::string& name) {
 }  // namespace
 
 Format sniff(std::string_view header) {
-    const auto starts = [&](std::string_view magic) { return header.substr(0, magic.size()) == magic; };
+    const auto starts = [&](std::string_view magic) {
+        return header.substr(0, magic.size()) == magic;
+    };
     if (starts("\xFF\xD8\xFF")) return Format::jpeg;
     if (starts("\x89PNG\r\n\x1A\n")) return Format::png;
     if (header.size() >= 12 &&
-        heif_check_filetype(reinterpret_cast<const uint8_t*>(header.data()), static_cast<int>(header.size())) ==
-            heif_filetype_yes_supported)
+        heif_check_filetype(reinterpret_cast<const uint8_t*>(header.data()),
+                            static_cast<int>(header.size())) == heif_filetype_yes_supported)
         return Format::heif;
     return Format::unknown;
 }
@@ -189,10 +207,14 @@ Bitmap load(const std::filesystem::path& file) {
 
 Bitmap decode(std::string_view bytes, const std::string& name) {
     switch (sniff(bytes.substr(0, 64))) {
-        case Format::jpeg: return decodeJPEG(bytes, name);
-        case Format::png: return decodePNG(bytes, name);
-        case Format::heif: return decodeHEIF(bytes, name);
-        case Format::unknown: break;
+        case Format::jpeg:
+            return decodeJPEG(bytes, name);
+        case Format::png:
+            return decodePNG(bytes, name);
+        case Format::heif:
+            return decodeHEIF(bytes, name);
+        case Format::unknown:
+            break;
     }
     fail(name, "it is not a JPEG, PNG or HEIC image");
 }
@@ -221,15 +243,35 @@ Bitmap oriented(const Bitmap& bitmap, int orientation) {
         for (int x = 0; x < w; ++x) {
             int nx = x, ny = y;
             switch (orientation) {
-                case 2: nx = w - 1 - x; break;                  // mirrored
-                case 3: nx = w - 1 - x; ny = h - 1 - y; break;  // upside down
-                case 4: ny = h - 1 - y; break;                  // mirrored vertically
-                case 5: nx = y; ny = x; break;                  // transposed
-                case 6: nx = h - 1 - y; ny = x; break;          // rotate 90° clockwise
-                case 7: nx = h - 1 - y; ny = w - 1 - x; break;  // transverse
-                case 8: nx = y; ny = w - 1 - x; break;          // rotate 90° counter-clockwise
+                case 2:
+                    nx = w - 1 - x;
+                    break;  // mirrored
+                case 3:
+                    nx = w - 1 - x;
+                    ny = h - 1 - y;
+                    break;  // upside down
+                case 4:
+                    ny = h - 1 - y;
+                    break;  // mirrored vertically
+                case 5:
+                    nx = y;
+                    ny = x;
+                    break;  // transposed
+                case 6:
+                    nx = h - 1 - y;
+                    ny = x;
+                    break;  // rotate 90° clockwise
+                case 7:
+                    nx = h - 1 - y;
+                    ny = w - 1 - x;
+                    break;  // transverse
+                case 8:
+                    nx = y;
+                    ny = w - 1 - x;
+                    break;  // rotate 90° counter-clockwise
             }
-            out.pixels[static_cast<size_t>(ny) * out.width + nx] = bitmap.pixels[static_cast<size_t>(y) * w + x];
+            out.pixels[static_cast<size_t>(ny) * out.width + nx] =
+                bitmap.pixels[static_cast<size_t>(y) * w + x];
         }
     }
     return out;
@@ -242,13 +284,15 @@ Bitmap scaledToFit(const Bitmap& bitmap, int maxLongSide) {
     const int width = std::max(1, static_cast<int>(bitmap.width * scale + 0.5));
     const int height = std::max(1, static_cast<int>(bitmap.height * scale + 0.5));
     auto* source = cairo_image_surface_create_for_data(
-        reinterpret_cast<unsigned char*>(const_cast<uint32_t*>(bitmap.pixels.data())), CAIRO_FORMAT_ARGB32,
-        bitmap.width, bitmap.height, bitmap.width * 4);
+        reinterpret_cast<unsigned char*>(const_cast<uint32_t*>(bitmap.pixels.data())),
+        CAIRO_FORMAT_ARGB32, bitmap.width, bitmap.height, bitmap.width * 4);
     Bitmap out{width, height, std::vector<uint32_t>(static_cast<size_t>(width) * height)};
-    auto* target = cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(out.pixels.data()),
-                                                       CAIRO_FORMAT_ARGB32, width, height, width * 4);
+    auto* target =
+        cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(out.pixels.data()),
+                                            CAIRO_FORMAT_ARGB32, width, height, width * 4);
     cairo_t* cr = cairo_create(target);
-    cairo_scale(cr, static_cast<double>(width) / bitmap.width, static_cast<double>(height) / bitmap.height);
+    cairo_scale(cr, static_cast<double>(width) / bitmap.width,
+                static_cast<double>(height) / bitmap.height);
     cairo_set_source_surface(cr, source, 0, 0);
     // GOOD averages every source pixel when shrinking, so fine detail doesn't alias.
     cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
@@ -261,7 +305,24 @@ Bitmap scaledToFit(const Bitmap& bitmap, int maxLongSide) {
     return out;
 }
 
-std::string encodeJPEG(const Bitmap& bitmap, int quality) {
+namespace {
+
+// The encoder writes a JFIF header without a resolution; its density fields are set here.
+void recordDensity(std::string& jpeg, double dotsPerInch) {
+    static constexpr std::string_view jfifStart("\xFF\xD8\xFF\xE0\x00\x10JFIF\x00", 11);
+    if (!std::string_view(jpeg).starts_with(jfifStart) || jpeg.size() < 18)
+        throw Error("Couldn't write a JPEG image: the encoder wrote no JFIF header.");
+    const auto density = static_cast<uint16_t>(std::clamp(std::lround(dotsPerInch), 1L, 65535L));
+    jpeg[13] = 1;  // dots per inch
+    for (size_t at : {14, 16}) {
+        jpeg[at] = static_cast<char>(density >> 8);
+        jpeg[at + 1] = static_cast<char>(density & 0xFF);
+    }
+}
+
+}  // namespace
+
+std::string encodeJPEG(const Bitmap& bitmap, int quality, std::optional<double> dotsPerInch) {
     if (bitmap.empty()) throw Error("Couldn't write a JPEG image: it has no pixels.");
     std::vector<unsigned char> rgb(static_cast<size_t>(bitmap.width) * bitmap.height * 3);
     for (size_t i = 0; i < bitmap.pixels.size(); ++i) {
@@ -274,14 +335,17 @@ std::string encodeJPEG(const Bitmap& bitmap, int quality) {
     std::unique_ptr<void, int (*)(tjhandle)> handle(tjInitCompress(), tjDestroy);
     unsigned char* jpeg = nullptr;
     unsigned long size = 0;
-    if (!handle || tjCompress2(handle.get(), rgb.data(), bitmap.width, bitmap.width * 3, bitmap.height, TJPF_RGB,
-                               &jpeg, &size, TJSAMP_420, std::clamp(quality, 1, 100), TJFLAG_ACCURATEDCT) != 0) {
-        const std::string why = handle ? tjGetErrorStr2(handle.get()) : "the encoder could not start";
+    if (!handle || tjCompress2(handle.get(), rgb.data(), bitmap.width, bitmap.width * 3,
+                               bitmap.height, TJPF_RGB, &jpeg, &size, TJSAMP_420,
+                               std::clamp(quality, 1, 100), TJFLAG_ACCURATEDCT) != 0) {
+        const std::string why =
+            handle ? tjGetErrorStr2(handle.get()) : "the encoder could not start";
         tjFree(jpeg);
         throw Error("Couldn't write a JPEG image: " + why);
     }
     std::string out(reinterpret_cast<const char*>(jpeg), size);
     tjFree(jpeg);
+    if (dotsPerInch) recordDensity(out, *dotsPerInch);
     return out;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,8 +35,10 @@ Bitmap decode(std::string_view bytes, const std::string& name);
 // Fits the long side into `maxLongSide`; never enlarges.
 Bitmap scaledToFit(const Bitmap& bitmap, int maxLongSide);
 
-// Transparent areas are composited over white. `quality` runs from 1 to 100.
-std::string encodeJPEG(const Bitmap& bitmap, int quality);
+// Transparent areas are composited over white. `quality` runs from 1 to 100. With
+// `dotsPerInch` the file records its resolution, so it prints at the size it was drawn for.
+std::string encodeJPEG(const Bitmap& bitmap, int quality,
+                       std::optional<double> dotsPerInch = std::nullopt);
 
 // The EXIF orientation (1-8) of JPEG bytes; 1 when none is recorded.
 int jpegOrientation(std::string_view bytes);

@@ -4,11 +4,15 @@
 
 #include <algorithm>
 
+#include "PagesTesting.h"
 #include "custody/CustodyLog.h"
+#include "export/Exporter.h"
+#include "model/MessageNotes.h"
 #include "sources/MessageDatabase.h"
 #include "sources/demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
+#include "support/Sqlite.h"
 #include "testing/Testing.h"
 
 namespace bc {
@@ -89,6 +93,32 @@ protected:
     void TearDown() override { CustodyLog::setOverrideURL(std::nullopt); }
 
     fs::path out() const { return dir_ / "out"; }
+
+    // The sample changed to hold a rarer row, read afresh.
+    void change(const std::string& sql) {
+        database_.reset();
+        sqlite::Connection(dir_ / "source" / "chat.db", sqlite::OpenMode::readWriteCreate)
+            .execute(sql);
+        database_ = std::make_unique<MessageDatabase>(dir_ / "source" / "chat.db");
+    }
+
+    // What each format says: the archive page, the PDF's text, messages.csv and plain text.
+    struct Said {
+        std::string page, pdf, csv, text;
+    };
+    Said everyFormat() {
+        Said said;
+        const auto html = run(job(RangeExportFormat::html), out() / "Sample");
+        EXPECT_EQ(html.status, ExportOutcome::Status::saved) << html.message;
+        said.page = files::readFile(html.html->htmlURL);
+        said.csv = files::readFile(out() / "Sample" / "messages.csv");
+        const auto pdf = run(job(RangeExportFormat::pdf), out() / "Pages.pdf");
+        EXPECT_EQ(pdf.status, ExportOutcome::Status::saved) << pdf.message;
+        said.pdf = testing::pdfText(out() / "Pages.pdf");
+        said.text = Exporter::render("Sample", job(RangeExportFormat::csv).messages,
+                                     ExportFormat::text, [](const Message&) { return "Sam"; });
+        return said;
+    }
 
     ExportJob job(RangeExportFormat format) {
         auto transcript = database_->fetchTranscript({1});
@@ -214,6 +244,75 @@ TEST_F(ExportPipelineTest, FailedCustodyAppendKeepsTheFilesAndSaysSo) {
         << outcome.message;
     EXPECT_TRUE(fs::exists(out() / "Sample.pdf"));
     EXPECT_FALSE(outcome.certificate);
+}
+
+const Message& byGUID(const std::vector<Message>& messages, const std::string& guid) {
+    return *std::find_if(messages.begin(), messages.end(),
+                         [&](const Message& m) { return m.guid == guid; });
+}
+
+TEST_F(ExportPipelineTest, RecentlyDeletedAppLabelsAndPartsSayTheSameInEveryFormat) {
+    const auto messages = job(RangeExportFormat::html).messages;
+    const std::string deleted = *notes::recentlyDeleted(byGUID(messages, "DEMO-MSG-23"));
+    const Said said = everyFormat();
+    for (const auto& [format, text] :
+         {std::pair{"page", said.page}, {"text", said.text}, {"pdf", said.pdf}}) {
+        EXPECT_NE(text.find(format == std::string("page") ? "Messages&#39; Recently Deleted"
+                                                          : "Messages' Recently Deleted"),
+                  std::string::npos)
+            << format;
+        if (format == std::string("text")) {
+            EXPECT_NE(text.find(deleted), std::string::npos);
+            continue;
+        }
+        EXPECT_NE(text.find("Sent with the iMessage app: Apple Cash"), std::string::npos) << format;
+        EXPECT_NE(text.find("Recovered deleted part 1"), std::string::npos) << format;
+        EXPECT_EQ(text.find("Recovered deleted part 0"), std::string::npos) << format;
+    }
+    // Only the archive has a messages.csv to point to.
+    EXPECT_NE(said.page.find("included in messages.csv"), std::string::npos);
+    EXPECT_EQ(said.pdf.find("messages.csv"), std::string::npos);
+    EXPECT_NE(said.pdf.find("could not be decoded by this app."), std::string::npos);
+}
+
+TEST_F(ExportPipelineTest, ASystemRowThatStoresTextKeepsIt) {
+    change(
+        "UPDATE message SET text = 'Sam named the conversation Flat' "
+        "WHERE guid = 'DEMO-MSG-20'");
+    const Said said = everyFormat();
+    for (const auto& text : {said.page, said.pdf, said.text, said.csv}) {
+        EXPECT_NE(text.find("Sam named the conversation Flat"), std::string::npos);
+        EXPECT_EQ(text.find("System notice recorded by Messages"), std::string::npos);
+    }
+}
+
+TEST_F(ExportPipelineTest, AnUndatedRowIsLabelledAndNeverDated2001) {
+    change("UPDATE message SET date = 0 WHERE guid = 'DEMO-MSG-21'");
+    const Said said = everyFormat();
+    for (const auto& text : {said.page, said.pdf, said.text, said.csv})
+        EXPECT_EQ(text.find("2001"), std::string::npos) << text.substr(0, 3000);
+    EXPECT_NE(said.page.find(std::string(notes::undated)), std::string::npos);
+    EXPECT_NE(said.text.find("[" + std::string(notes::undated) + "] Sam: Reminder: rent is due"),
+              std::string::npos);
+    EXPECT_NE(said.pdf.find("Undated"), std::string::npos);
+    EXPECT_NE(said.csv.find("\"DEMO-MSG-21\",\"1\",\"\","), std::string::npos);
+    // Undated rows lead, in the source's order; the dated ones follow by date.
+    EXPECT_LT(said.pdf.find("Reminder: rent is due"), said.pdf.find("spare room in your flat"));
+}
+
+TEST_F(ExportPipelineTest, EveryFormatPrintsRowsInOneDateOrder) {
+    // The same instant stored in seconds among nanosecond dates: the source lists it first.
+    change("UPDATE message SET date = date / 1000000000 WHERE guid = 'DEMO-MSG-12'");
+    ASSERT_EQ(database_->fetchTranscript({1}).messages.front().guid, "DEMO-MSG-12");
+    const Said said = everyFormat();
+    for (const auto& text : {said.page, said.pdf, said.text, said.csv}) {
+        const size_t before = text.find("Could you lend me $400");
+        const size_t row = text.find("Sure, sending it now.");
+        const size_t after = text.find("Got it, thanks! I&#39;ll pay you back");
+        const size_t afterPlain = text.find("Got it, thanks! I'll pay you back");
+        EXPECT_LT(before, row);
+        EXPECT_LT(row, std::min(after, afterPlain));
+    }
 }
 
 }  // namespace

@@ -79,7 +79,7 @@ TEST(PageExporterContent, PrintsEveryPartOfAMessage) {
           "This message was unsent.",
           "Not delivered (error 22)",
           "Slam effect",
-          "Recovered deleted part 1 (deleted 2024-03-05 09:14:09 EST): deleted words",
+          "Recovered deleted part 2 (deleted 2024-03-05 09:14:09 EST): deleted words",
           "Reply to Dana (+15551234567): “Original question here”",
           "Reactions: ❤️ Me",
           "(attachment or no text)",
@@ -177,6 +177,7 @@ TEST(PageExporterPDF, PageCountMetadataFootersAndProgress) {
     };
     EXPECT_EQ(field("Pages"), pages);
     EXPECT_EQ(field("Creator"), "Brindlecourt");
+    EXPECT_EQ(field("Title"), "Chat with Dana");
     EXPECT_EQ(field("CreationDate"), "Wed Mar  6 14:07:09 2024 UTC");
     ASSERT_EQ(progress.size(), static_cast<size_t>(result.pages) + 1);
     EXPECT_EQ(progress[0], "Laying out pages…");
@@ -237,9 +238,15 @@ TEST(PageExporterJPEG, PagesHaveThePaperPixelSizeAndNumberedNames) {
     ASSERT_LT(result.pages, 10);
     EXPECT_EQ(progress.at(1), "Rendering image 1 of " + std::to_string(result.pages));
     for (int page = 1; page <= result.pages; ++page) {
-        const auto bitmap = image::load(dir / "pages" / ("page-" + std::to_string(page) + ".jpg"));
+        const auto file = dir / "pages" / ("page-" + std::to_string(page) + ".jpg");
+        const auto bitmap = image::load(file);
         EXPECT_EQ(bitmap.width, 1190);
         EXPECT_EQ(bitmap.height, 1684);
+        // The JFIF header records 144 dots per inch, so the page prints at its paper size.
+        const std::string jpeg = files::readFile(file);
+        ASSERT_GE(jpeg.size(), 18u);
+        EXPECT_EQ(jpeg.substr(6, 5), std::string("JFIF\0", 5));
+        EXPECT_EQ(jpeg.substr(13, 5), std::string("\x01\x00\x90\x00\x90", 5));
     }
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "pages"), {}), result.pages);
 

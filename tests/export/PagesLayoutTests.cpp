@@ -87,6 +87,20 @@ TEST(PagesPaginator, KeepsRowsWholeAndBreaksOnlyRowsTallerThanAPage) {
     EXPECT_DOUBLE_EQ(pages.back()[0].y, 10);
 }
 
+TEST(PagesPaginator, AHeadingMovesToTheNextPageWithTheFirstLineOfItsRow) {
+    Paginator paginator(10, 110, 5);
+    paginator.add(0, {70});             // 10..80
+    paginator.add(1, {10}, false, 12);  // fits at 85..95, but its row's first line would not
+    paginator.add(2, {12, 12});
+    paginator.add(3, {10}, false, 12);  // room for both: stays
+    const auto pages = paginator.finish();
+    ASSERT_EQ(pages.size(), 2u);
+    EXPECT_EQ(pages[0].size(), 1u);
+    EXPECT_EQ(pages[1][0].row, 1u);
+    EXPECT_EQ(pages[1][1].row, 2u);
+    EXPECT_EQ(pages[1][2].row, 3u);
+}
+
 TEST(PagesText, LongTextsAreCutIntoPiecesPangoCanMeasure) {
     const auto cut = [](std::string_view text) { return layoutChunks(text, 10); };
     EXPECT_EQ(cut("short"), (std::vector<std::string_view>{"short"}));

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include "model/MessageNotes.h"
 #include "sources/MessageDecoding.h"
 #include "sources/demo/DemoData.h"
 #include "sources/demo/DemoWriters.h"
@@ -203,7 +204,9 @@ TEST(MessageDecodingText, NoticesStandInOnlyWhereNothingElseWouldShow) {
     EXPECT_EQ(system.systemNotice,
               "System notice recorded by Messages (item_type 6); no text is stored for it.");
     EXPECT_EQ(system.text, system.systemNotice);
-    EXPECT_EQ(plain({.text = "named the group", .itemType = 2}).text, "named the group");
+    const auto named = plain({.text = "named the group", .itemType = 2});
+    EXPECT_EQ(named.text, "named the group");
+    EXPECT_EQ(named.systemNotice, std::nullopt);
 }
 
 TEST(MessageDecodingText, RowFieldsMapToTheRecord) {
@@ -232,17 +235,17 @@ TEST(MessageDecodingText, RowFieldsMapToTheRecord) {
     EXPECT_EQ(m.dateRead, std::nullopt);
     EXPECT_TRUE(m.isInRecentlyDeleted);
     EXPECT_EQ(m.deletedAt, std::nullopt);
-    EXPECT_EQ(recentlyDeletedNotice(m),
+    EXPECT_EQ(notes::recentlyDeleted(m),
               "Deleted on an unknown date. Still stored in Messages' Recently Deleted (kept about "
               "30 days).");
     EXPECT_EQ(deliveryErrorNotice(m.errorCode)->rfind("Not delivered (error 22)", 0), 0u);
 
     const auto dated = plain({.text = "t", .deleted = 700'000'000});
     EXPECT_EQ(dated.deletedAt, Date{700'000'000});
-    EXPECT_EQ(recentlyDeletedNotice(dated),
+    EXPECT_EQ(notes::recentlyDeleted(dated),
               "Deleted on March 8, 2023 at 3:26\u202FPM. Still stored in Messages' Recently "
               "Deleted (kept about 30 days).");
-    EXPECT_EQ(recentlyDeletedNotice(plain({.text = "t"})), std::nullopt);
+    EXPECT_EQ(notes::recentlyDeleted(plain({.text = "t"})), std::nullopt);
 }
 
 TEST(MessageDecodingText, AppLabelsEffectsAndRecoveredParts) {

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <ostream>
+#include <span>
 #include <unordered_map>
 
 #include "embedded/archiveTemplate.h"
+#include "model/MessageNotes.h"
 #include "sources/CallHistory.h"
 #include "support/Calendar.h"
 #include "support/CivilClock.h"
@@ -88,7 +90,10 @@ public:
         }
         std::string days = "[", key, section;
         int count = 0;
-        for (const Message* m : c_.rows) {
+        size_t dated = 0;
+        while (dated < c_.rows.size() && notes::isUndated(c_.rows[dated]->date)) ++dated;
+        writeUndated(out, dated);
+        for (const Message* m : std::span(c_.rows).subspan(dated)) {
             const dates::CivilTime time = clock_.at(m->date);
             std::string rowKey = dayKey(time);
             if (rowKey != key) {
@@ -100,11 +105,23 @@ public:
             ++count;
             writeRow(section, *m, time);
         }
-        closeSection(out, section, days, key, count);
+        if (!key.empty()) closeSection(out, section, days, key, count);
         return days + "]";
     }
 
 private:
+    // Undated rows come first (they sort first). They belong to no day, so the day navigation
+    // leaves them out.
+    void writeUndated(std::ostream& out, size_t count) {
+        if (count == 0) return;
+        std::string section = "<section class=\"day\" id=\"d-undated\"><h2><span>" +
+                              HTMLExporter::escape(notes::undated) + "</span></h2>";
+        for (const Message* m : std::span(c_.rows).first(count))
+            writeRow(section, *m, std::nullopt);
+        section += "</section>\n";
+        out.write(section.data(), static_cast<std::streamsize>(section.size()));
+    }
+
     void openSection(std::string& section, const std::string& key, Date date) {
         section += "<section class=\"day\" id=\"d-" + key + "\"><h2><span>" +
                    HTMLExporter::escape(dayHeading_.format(date)) + "</span></h2>";
@@ -119,7 +136,8 @@ private:
         days += (days.size() > 1 ? ",[\"" : "[\"") + key + "\"," + std::to_string(count) + "]";
     }
 
-    void writeRow(std::string& out, const Message& m, const dates::CivilTime& time) {
+    // `time` is absent for an undated row.
+    void writeRow(std::string& out, const Message& m, const std::optional<dates::CivilTime>& time) {
         if (m.call || m.systemNotice) {
             // Calls are not message records: no anchor that a message could collide with.
             out += m.call ? std::string("<div class=\"sys\">")
@@ -130,7 +148,8 @@ private:
             return;
         }
         out += m.isFromMe ? "<div class=\"m me\" id=\"m" : "<div class=\"m them\" id=\"m";
-        out += std::to_string(m.id) + "\"><div class=\"b\" title=\"" + exactTime(time) + "\">";
+        out += std::to_string(m.id) + "\"><div class=\"b\" title=\"" +
+               (time ? exactTime(*time) : HTMLExporter::escape(notes::undated)) + "\">";
         writeReply(out, m);
         // dir="auto": a right-to-left text keeps its punctuation on its own side.
         out += "<div class=\"text\" dir=\"auto\">" + HTMLExporter::linkify(bodyText(m)) + "</div>";
@@ -224,8 +243,12 @@ private:
             out +=
                 "<div class=\"note\">This message was unsent. Messages does not keep the "
                 "original content.</div>";
+        if (const auto deleted = notes::recentlyDeleted(m))
+            out += "<div class=\"note\">" + HTMLExporter::escape(*deleted) + "</div>";
+        if (const auto app = notes::appLabel(m))
+            out += "<div class=\"note\">" + HTMLExporter::escape(*app) + "</div>";
         for (const auto& part : m.recoveredParts) {
-            out += "<div class=\"note\">Recovered deleted part " + std::to_string(part.index + 1);
+            out += "<div class=\"note\">" + notes::recoveredPart(part);
             if (part.deletedAt) out += " (deleted " + exactTime(clock_.at(*part.deletedAt)) + ")";
             out += ": " + HTMLExporter::escape(part.text.value_or("(unreadable)")) + "</div>";
         }
@@ -252,9 +275,8 @@ private:
         out += "<details class=\"edits\"><summary>Edited · " + std::to_string(versions.size()) +
                " versions</summary><ol>";
         for (size_t i = 0; i < versions.size(); ++i) {
-            const std::string label = i == 0                     ? "Original"
-                                      : i + 1 == versions.size() ? "Final"
-                                                                 : "Edit " + std::to_string(i);
+            const std::string label =
+                i > 0 && i + 1 == versions.size() ? "Final" : notes::editVersion(i);
             out += "<li><b>" + label + "</b><div>" +
                    (versions[i].text ? HTMLExporter::escape(*versions[i].text)
                                      : "<em>(version could not be read)</em>") +
@@ -263,10 +285,11 @@ private:
         out += "</ol></details>";
     }
 
-    void writeMeta(std::string& out, const Message& m, const dates::CivilTime& time) {
+    void writeMeta(std::string& out, const Message& m,
+                   const std::optional<dates::CivilTime>& time) {
         out += "<div class=\"meta\">";
         if (!m.isFromMe) out += HTMLExporter::escape(c_.nameFor(false, m.sender)) + " · ";
-        out += clockTime(time);
+        out += time ? clockTime(*time) : HTMLExporter::escape(notes::undated);
         if (m.effect) out += " · Sent with " + HTMLExporter::escape(*m.effect) + " effect";
         if (m.dateDelivered) out += " · Delivered " + clockTime(clock_.at(*m.dateDelivered));
         if (m.dateRead) out += " · Read " + clockTime(clock_.at(*m.dateRead));
@@ -324,9 +347,12 @@ Counts countsOf(const PageContent& c) {
     return counts;
 }
 
+// The dates the rows span; undated rows have no place in it.
 std::string rowsRange(const PageContent& c) {
-    if (c.rows.empty()) return "no messages";
-    return longDate(c.rows.front()->date) + " – " + longDate(c.rows.back()->date);
+    const auto first = std::find_if(c.rows.begin(), c.rows.end(),
+                                    [](const Message* m) { return !notes::isUndated(m->date); });
+    if (first == c.rows.end()) return c.rows.empty() ? "no messages" : "no dates stored";
+    return longDate((*first)->date) + " – " + longDate(c.rows.back()->date);
 }
 
 std::string subtitle(const PageContent& c, const Counts& n) {

@@ -54,6 +54,14 @@ std::optional<ProcessRequest> audioConversion(const fs::path& source, const fs::
 #endif
 }
 
+// The converter names the files it read by their full paths, which lie in the export's
+// temporary folder: the note names them as the archive does, relative to its folder.
+std::string withoutFolder(std::string text, const fs::path& folder) {
+    const std::string prefix = folder.string() + "/";
+    for (size_t at; (at = text.find(prefix)) != std::string::npos;) text.erase(at, prefix.size());
+    return text;
+}
+
 // Returns why no preview was made, or nothing when it was made or no converter is installed
 // (then the original alone is linked, as on any machine without one).
 std::optional<std::string> convertAudio(const fs::path& source, const fs::path& destination,
@@ -70,7 +78,10 @@ std::optional<std::string> convertAudio(const fs::path& source, const fs::path& 
         }
         if (!result.succeeded() || !fs::exists(partial)) {
             fs::remove(partial, ec);
-            return "the audio could not be converted (" + result.standardError.substr(0, 200) + ")";
+            return "the audio could not be converted (" +
+                   withoutFolder(result.standardError, source.parent_path().parent_path())
+                       .substr(0, 200) +
+                   ")";
         }
         fs::rename(partial, destination);
         return std::nullopt;
@@ -91,7 +102,6 @@ void showPreview(CopiedAttachment& copy, const std::string& relative) {
 void notePreviewFailure(CopiedAttachment& copy, const std::string& why) {
     copy.rendered.problem = copy.rendered.name + ": no preview could be made (" + why +
                             "); the original file is linked.";
-    copy.status += "; no preview: " + why;
     // A picture browsers can't show is offered as a file instead of a broken image.
     using Kind = RenderedAttachment::Kind;
     if (copy.rendered.kind == Kind::image || copy.rendered.kind == Kind::sticker)

@@ -69,10 +69,18 @@ Document::Document(DocumentContent content, const CancelFlag& cancel)
     const double top = M::margin + headerHeight_ + ruleGap;
     const double bottom = content_.pageSize.height - M::margin - footerHeight_ - ruleGap;
     Paginator paginator(top, bottom, rowSpacing);
+    std::optional<MeasuredRow> next;
     for (size_t i = 0; i < rows_.size(); ++i) {
         if (i % 64 == 0) cancel.check();
-        const MeasuredRow row = measurer_.measure(rows_[i]);
-        paginator.add(i, row.unitHeights(), row.startsPage);
+        const MeasuredRow row = next ? std::move(*next) : measurer_.measure(rows_[i]);
+        next.reset();
+        double keepWithNext = 0;
+        if (rows_[i].kind == Row::Kind::day && i + 1 < rows_.size()) {
+            next.emplace(measurer_.measure(rows_[i + 1]));
+            const auto heights = next->unitHeights();
+            if (!heights.empty()) keepWithNext = heights.front();
+        }
+        paginator.add(i, row.unitHeights(), row.startsPage, keepWithNext);
     }
     pages_ = paginator.finish();
 }

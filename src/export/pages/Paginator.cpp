@@ -17,13 +17,15 @@ void Paginator::place(size_t row, size_t first, size_t end, double height) {
     cursor_ += height;
 }
 
-void Paginator::add(size_t row, const std::vector<double>& unitHeights, bool startsPage) {
+void Paginator::add(size_t row, const std::vector<double>& unitHeights, bool startsPage,
+                    double keepWithNext) {
     const bool pageIsEmpty = pages_.back().empty();
     if (startsPage && !pageIsEmpty) newPage();
     if (!pages_.back().empty()) cursor_ += spacing_;
 
     const double total = std::accumulate(unitHeights.begin(), unitHeights.end(), 0.0);
-    if (cursor_ + total <= bottom_) return place(row, 0, unitHeights.size(), total);
+    const double withNext = total + (keepWithNext > 0 ? spacing_ + keepWithNext : 0);
+    if (cursor_ + withNext <= bottom_) return place(row, 0, unitHeights.size(), total);
     if (total <= bottom_ - top_) {
         newPage();
         return place(row, 0, unitHeights.size(), total);

@@ -23,7 +23,10 @@ class Paginator {
 public:
     Paginator(double top, double bottom, double rowSpacing);
 
-    void add(size_t row, const std::vector<double>& unitHeights, bool startsPage = false);
+    // `keepWithNext`: the height of the next row's first unit, which must fit on the same page
+    // (a heading never ends a page).
+    void add(size_t row, const std::vector<double>& unitHeights, bool startsPage = false,
+             double keepWithNext = 0);
     std::vector<Page> finish();
 
 private:

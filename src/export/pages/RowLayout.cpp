@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "model/MessageNotes.h"
 #include "support/DateFormat.h"
 
 namespace bc::pages {
@@ -135,7 +136,10 @@ MeasuredRow RowMeasurer::measure(const Row& row) const {
     MeasuredRow out;
     switch (row.kind) {
         case Row::Kind::day:
-            addText(out, dates::formatStyled(row.date, dates::Style::full, dates::Style::none),
+            addText(out,
+                    notes::isUndated(row.date)
+                        ? std::string(notes::undated)
+                        : dates::formatStyled(row.date, dates::Style::full, dates::Style::none),
                     dayStyle, 6);
             break;
         case Row::Kind::gap:
@@ -165,7 +169,9 @@ void RowMeasurer::addMessage(MeasuredRow& out, const Row& row) const {
     const std::string record = message.call
                                    ? "call record " + std::to_string(message.call->recordID)
                                    : "#" + std::to_string(message.id);
-    const std::string stamp = "   " + timeFormat_.format(message.date) + "   " + record;
+    const std::string when = notes::isUndated(message.date) ? std::string(notes::undated)
+                                                            : timeFormat_.format(message.date);
+    const std::string stamp = "   " + when + "   " + record;
     addText(out, stamp, headingStyle, 0, senderName(message));
     out.blocks.back().indent = 0;
     if (row.partLabel) addText(out, *row.partLabel, metaStyle);
@@ -174,7 +180,7 @@ void RowMeasurer::addMessage(MeasuredRow& out, const Row& row) const {
 
     const auto attachments = visibleAttachments(message);
     if (row.isFirst) {
-        if (const auto text = withoutAttachmentMarks(message.text); !text.empty())
+        if (const auto text = withoutAttachmentMarks(notes::text(message, false)); !text.empty())
             addText(out, text, bodyStyle);
         else if (attachments.empty())
             addText(out, "(attachment or no text)", noticeStyle);
@@ -212,8 +218,10 @@ void RowMeasurer::addClosingLines(MeasuredRow& out, const Message& message) cons
         addText(out, "Not delivered (error " + std::to_string(message.errorCode) + ")",
                 noticeStyle);
     if (message.effect) addText(out, *message.effect + " effect", noticeStyle);
+    if (const auto app = notes::appLabel(message)) addText(out, *app, noticeStyle);
+    if (const auto deleted = notes::recentlyDeleted(message)) addText(out, *deleted, noticeStyle);
     for (const RecoveredPart& part : message.recoveredParts) {
-        std::string label = "Recovered deleted part " + std::to_string(part.index);
+        std::string label = notes::recoveredPart(part);
         if (part.deletedAt) label += " (deleted " + timeFormat_.format(*part.deletedAt) + ")";
         addText(out, part.text.value_or("(no text stored)"), bodyStyle, 2, label + ": ");
     }
@@ -237,8 +245,8 @@ void RowMeasurer::addEditHistory(MeasuredRow& out, const Message& message) const
     addText(out, "Edited", noticeStyle);
     for (size_t i = 0; i < message.editHistory.size(); ++i) {
         const EditVersion& version = message.editHistory[i];
-        const std::string label = (i == 0 ? std::string("Original") : "Edit " + std::to_string(i)) +
-                                  " (" + timeFormat_.format(version.date) + "): ";
+        const std::string label =
+            notes::editVersion(i) + " (" + timeFormat_.format(version.date) + "): ";
         addText(out, version.text.value_or("(unreadable)"), bodyStyle, 1, label);
     }
 }
