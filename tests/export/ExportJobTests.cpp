@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "custody/CustodyLog.h"
 #include "sources/MessageDatabase.h"
@@ -46,6 +47,10 @@ TEST(ExportRequest, NamesTheRangeItCovers) {
     // A name is one file or folder: a slash in a group's name must not make a path of it.
     request.title = "Mum/Dad: plans";
     EXPECT_EQ(request.baseName(), "Mum-Dad- plans \u2013 2024-03");
+    // Cut at 80 characters as a reader counts them: the flag stays whole.
+    const std::string flag = "\U0001F1E9\U0001F1EA";
+    request.title = std::string(79, 'a') + flag + " family";
+    EXPECT_EQ(request.baseName(), std::string(79, 'a') + flag + " \u2013 2024-03");
 }
 
 TEST(ExportRequest, UniqueNamesAndSettingsDefaults) {
@@ -152,6 +157,33 @@ TEST_F(ExportPipelineTest, ArchiveIsHashedLoggedAndCertified) {
     // The same name again is the application's to make unique, never the pipeline's to reuse.
     EXPECT_EQ(run(job, out() / "Sample").status, ExportOutcome::Status::failed);
     EXPECT_EQ(destinationIn(out(), RangeExportFormat::html, "Sample"), out() / "Sample 2");
+}
+
+TEST_F(ExportPipelineTest, ArchiveSummarySetsEachAttachmentCountApartAlike) {
+    auto job = this->job(RangeExportFormat::html);
+    // Every stored file present, but one of them a folder, which cannot be copied.
+    fs::create_directories(dir_ / "a folder.jpg");
+    bc::testing::writeText(dir_ / "present.jpg", "x");
+    bool first = true;
+    for (auto& m : job.messages)
+        for (auto& a : m.attachments)
+            a.path = (dir_ /
+                      (!a.isHidden && std::exchange(first, false) ? "a folder.jpg" : "present.jpg"))
+                         .string();
+    ASSERT_FALSE(first);
+    const auto failedOnly = run(job, out() / "Failed");
+    EXPECT_NE(
+        failedOnly.message.find("\u201CFailed\u201D. 1 attachments could not be copied (listed in "
+                                "attachments.csv). Certificate"),
+        std::string::npos)
+        << failedOnly.message;
+
+    job.messages.back().attachments.push_back({.path = (dir_ / "gone.jpg").string()});
+    const auto both = run(job, out() / "Both");
+    EXPECT_NE(both.message.find("\u201CBoth\u201D. 1 attachments aren't stored on this Mac "
+                                "(marked in the page). 1 attachments could not be copied"),
+              std::string::npos)
+        << both.message;
 }
 
 TEST_F(ExportPipelineTest, CancelFailureOrNoRowsLeavesNothing) {
