@@ -121,6 +121,7 @@ void RepeatingRounds::loop() {
     auto due = timing_.now();
     std::unique_lock lock(mutex_);
     while (!stopping_) {
+        // In short steps: the clock a wait sleeps on stops while the machine is suspended.
         while (!stopping_ && !requested_ && timing_.now() < due) {
             const std::chrono::nanoseconds left = due - timing_.now();
             wake_.wait_for(lock, std::min<std::chrono::nanoseconds>(left, timing_.recheck));

@@ -134,8 +134,7 @@ QString storeProblemsShown(MainWindow& window) {
             std::chrono::seconds(5));
     if (!box) return {};
     const QString text = box->informativeText();
-    box->close();
-    QCoreApplication::processEvents();
+    delete box;
     return text;
 }
 
