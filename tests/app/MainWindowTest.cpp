@@ -152,7 +152,8 @@ TEST_F(WindowTest, EveryDamagedStoreIsShownOnceTheWindowIsUpAndLogged) {
         EXPECT_TRUE(shown.contains(line)) << shown.toStdString();
         EXPECT_NE(logged.find(line.toStdString()), std::string::npos) << logged;
     }
-    EXPECT_TRUE(shown.contains("Kept in " + QString::fromStdString(folder_.string())));
+    EXPECT_TRUE(shown.contains(
+        "Kept in " + QString::fromStdString((folder_ / "evidence.json").parent_path().string())));
     EXPECT_TRUE(model_->takeStoreProblems().isEmpty()) << "each problem is shown once";
 
     // The attachment record is read later, by the watch: its damage is shown when found.
