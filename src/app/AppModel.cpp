@@ -1,6 +1,7 @@
 #include "app/AppModel.h"
 
 #include <algorithm>
+#include <iostream>
 
 #include <QSettings>
 
@@ -120,12 +121,7 @@ AppModel::AppModel(QObject* parent)
     snapshots_ = std::make_unique<Snapshots>(*this);
     connect(snapshots_.get(), &Snapshots::statusReported, this, &AppModel::reportStatus);
     connect(&exports_, &Exports::statusReported, this, &AppModel::reportStatus);
-    for (auto* store : {&EvidenceStore::loadError(), &TimelineEventStore::loadError()}) {
-        if (auto problem = store->get()) {
-            reportStatus(qs(*problem));
-            store->set(std::nullopt);
-        }
-    }
+    collectStoreProblems();
 }
 
 AppModel::~AppModel() {
@@ -513,6 +509,7 @@ void AppModel::startAttachmentWatch() {
                 QMetaObject::invokeMethod(
                     this,
                     [this, report] {
+                        collectStoreProblems();
                         evictionReport_ = report;
                         emit evictionReportChanged();
                     },
@@ -521,6 +518,7 @@ void AppModel::startAttachmentWatch() {
                 QMetaObject::invokeMethod(
                     this,
                     [this, text = std::string(error.what())] {
+                        collectStoreProblems();
                         reportStatus("Couldn't check the attachments: " + qs(text));
                     },
                     Qt::QueuedConnection);
@@ -530,6 +528,31 @@ void AppModel::startAttachmentWatch() {
 
 void AppModel::checkAttachmentsStillHere() {
     if (attachmentRounds_) attachmentRounds_->runNow();
+}
+
+// ---- damaged stores
+
+// Each problem is logged at once, and kept until the window can show it: a status line would be
+// overwritten by the first task before anyone saw it.
+void AppModel::collectStoreProblems() {
+    const std::pair<StoreLoadError*, std::filesystem::path> stores[] = {
+        {&EvidenceStore::loadError(), EvidenceStore::location().path()},
+        {&TimelineEventStore::loadError(), TimelineEventStore::location().path()},
+        {&AttachmentWatch::loadError(), AttachmentWatch::location().path()}};
+    const auto before = storeProblems_.size();
+    for (const auto& [store, file] : stores) {
+        const auto problem = store->get();
+        if (!problem) continue;
+        store->set(std::nullopt);
+        const std::string text = *problem + "\nKept in " + file.parent_path().string();
+        std::cerr << text << '\n';
+        storeProblems_.push_back(qs(text));
+    }
+    if (storeProblems_.size() > before) emit storeProblemsFound();
+}
+
+QStringList AppModel::takeStoreProblems() {
+    return std::exchange(storeProblems_, {});
 }
 
 // ---- change polling

@@ -10,6 +10,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <QTimer>
 
 #include "app/Background.h"
@@ -130,6 +131,10 @@ public:
     void checkAttachmentsStillHere();
     const std::optional<AttachmentWatch::Report>& evictionReport() const { return evictionReport_; }
 
+    // Every store that had to be set aside since last asked (its message and where it was kept),
+    // each handed out once.
+    QStringList takeStoreProblems();
+
     // Asks the source whether it changed and reloads when it did; a timer calls it every 3 s.
     void pollForChanges();
     void setPolling(bool on);
@@ -157,6 +162,7 @@ signals:
     void flagsChanged();
     void statusChanged();
     void evictionReportChanged();
+    void storeProblemsFound();
 
 private:
     struct Opened;
@@ -177,6 +183,7 @@ private:
     std::shared_ptr<CancelFlag> beginTask(const QString& progress);
     void endTask(const QString& status = {});
     void reportStatus(const QString& text);
+    void collectStoreProblems();
 
     Background background_;
     // Before the job runner, so that a running job's work ends before the snapshots and exports
@@ -210,6 +217,7 @@ private:
     std::vector<TimelineEvent> events_;
     std::optional<AttachmentWatch::Report> evictionReport_;
     std::unique_ptr<RepeatingRounds> attachmentRounds_;
+    QStringList storeProblems_;
 };
 
 }  // namespace bc::app

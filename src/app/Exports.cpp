@@ -296,7 +296,7 @@ bool Exports::exportSelected(ExportFormat format) {
             const auto bytes = Exporter::render(title, messages, format, senderName);
             cancel.check();
             files::writeFileAtomically(file, bytes);
-            return "Exported " + QString::number(messages.size()) + " messages to " +
+            return "Exported " + qs(Exporter::countText(messages)) + " to " +
                    qs(file.filename().string());
         },
         "Export failed: ");

@@ -10,6 +10,7 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
@@ -143,6 +144,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     connect(&model_, &AppModel::flagsChanged, this, &MainWindow::showEvidence);
     connect(&model_, &AppModel::statusChanged, this, &MainWindow::showStatus);
     connect(&model_, &AppModel::evictionReportChanged, this, &MainWindow::showEvictionReport);
+    connect(&model_, &AppModel::storeProblemsFound, this, &MainWindow::showStoreProblems);
     connect(thumbnails_, &ThumbnailCache::loaded, transcriptView_->viewport(),
             qOverload<>(&QWidget::update));
     showState();
@@ -495,10 +497,32 @@ void MainWindow::showEvictionReport() {
     if (!show) return;
     evictionText_->setText("<b>" + QString(AppModel::evictionHeading) + "</b><br>" +
                            QString::number(report->newlyMissing.size()) +
-                           " attachment files disappeared since the last check (" +
-                           QString::number(report->missingNow) + " of " +
-                           QString::number(report->total) + " missing now). " +
+                           (report->newlyMissing.size() == 1 ? " attachment file disappeared"
+                                                             : " attachment files disappeared") +
+                           " since the last check (" + QString::number(report->missingNow) +
+                           " of " + QString::number(report->total) + " missing now). " +
                            AppModel::evictionAdvice);
+}
+
+void MainWindow::showEvent(QShowEvent* event) {
+    QMainWindow::showEvent(event);
+    // Once the window is on screen, so that the dialog has something to sit on.
+    QTimer::singleShot(0, this, &MainWindow::showStoreProblems);
+}
+
+void MainWindow::showStoreProblems() {
+    if (!isVisible()) return;  // shown when the window appears
+    const QStringList problems = model_.takeStoreProblems();
+    if (problems.isEmpty()) return;
+    auto* box = new QMessageBox(
+        QMessageBox::Warning, "Saved data couldn't be read",
+        "Some of your saved data couldn't be read. Each damaged file was set aside under a new "
+        "name and is left untouched; Brindlecourt continues without its contents.",
+        QMessageBox::Ok, this);
+    box->setObjectName("storeProblems");
+    box->setInformativeText(problems.join("\n\n"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
 }
 
 void MainWindow::showSelectedMessage() {

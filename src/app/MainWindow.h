@@ -45,6 +45,9 @@ public:
     SnapshotsWindow& snapshotsWindow();
     CustodyLogWindow& custodyLogWindow();
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     QWidget* makeSourceBar();
     QWidget* makeEvictionWarning();
@@ -65,6 +68,8 @@ private:
     void showEvidence();
     void showStatus();
     void showEvictionReport();
+    // The stores set aside as damaged, each listed once with where it was kept.
+    void showStoreProblems();
     void showSelectedMessage();
 
     const Message* selectedMessage() const;

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <set>
 
-#include "custody/SafeStore.h"
+#include <time.h>
+
+#include "support/Errors.h"
 
 namespace bc {
 
@@ -43,10 +45,29 @@ StoreLocation& AttachmentWatch::location() {
     return location;
 }
 
+void to_json(Json& j, const AttachmentWatch::Record& record) {
+    j = Json{{"checkedAt", record.checkedAt}, {"present", record.present}};
+}
+
+void from_json(const Json& j, AttachmentWatch::Record& record) {
+    j.at("checkedAt").get_to(record.checkedAt);
+    const Json& present = j.at("present");
+    if (!present.is_array()) throw Error("Couldn't read the present attachments: not a list.");
+    record.present.clear();
+    for (const Json& id : present) record.present.push_back(json::integer(id, "an attachment id"));
+}
+
+StoreLoadError& AttachmentWatch::loadError() {
+    static StoreLoadError error;
+    return error;
+}
+
 AttachmentWatch::Report AttachmentWatch::check(const AttachmentPaths& attachments) {
     const fs::path file = location().path();
     const std::vector<int64_t> present = presentIDs(attachments);
-    const auto previous = SafeStore::load<Record>(file).value;
+    const auto loaded = SafeStore::load<Record>(file);
+    if (loaded.error) loadError().set(loaded.error->message);
+    const auto& previous = loaded.value;
 
     Report report;
     report.total = static_cast<int64_t>(attachments.size());
@@ -59,9 +80,23 @@ AttachmentWatch::Report AttachmentWatch::check(const AttachmentPaths& attachment
     return report;
 }
 
-RepeatingRounds::RepeatingRounds(std::chrono::steady_clock::duration interval,
-                                 std::function<bool()> isBusy, std::function<void()> round)
-    : interval_(interval), isBusy_(std::move(isBusy)), round_(std::move(round)) {
+ContinuousClock::time_point ContinuousClock::now() noexcept {
+#ifdef __APPLE__
+    constexpr clockid_t clock = CLOCK_MONOTONIC;  // keeps counting while asleep, unlike UPTIME
+#else
+    constexpr clockid_t clock = CLOCK_BOOTTIME;
+#endif
+    timespec now{};
+    clock_gettime(clock, &now);
+    return time_point(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
+}
+
+RepeatingRounds::RepeatingRounds(std::chrono::nanoseconds interval, std::function<bool()> isBusy,
+                                 std::function<void()> round, RoundTiming timing)
+    : interval_(interval),
+      isBusy_(std::move(isBusy)),
+      round_(std::move(round)),
+      timing_(std::move(timing)) {
     thread_ = std::thread([this] { loop(); });
 }
 
@@ -83,15 +118,17 @@ void RepeatingRounds::runNow() {
 }
 
 void RepeatingRounds::loop() {
-    auto due = std::chrono::steady_clock::now();
+    auto due = timing_.now();
     std::unique_lock lock(mutex_);
     while (!stopping_) {
-        wake_.wait_until(lock, due, [&] {
-            return stopping_ || requested_ || std::chrono::steady_clock::now() >= due;
-        });
+        // In short steps: the clock a wait sleeps on stops while the machine is suspended.
+        while (!stopping_ && !requested_ && timing_.now() < due) {
+            const std::chrono::nanoseconds left = due - timing_.now();
+            wake_.wait_for(lock, std::min<std::chrono::nanoseconds>(left, timing_.recheck));
+        }
         if (stopping_) break;
         const bool asked = std::exchange(requested_, false);
-        const auto now = std::chrono::steady_clock::now();
+        const auto now = timing_.now();
         // Counted from this round, so a long pause (or a slow round) never queues a burst of
         // rounds.
         if (now >= due) due = now + interval_;

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "custody/SafeStore.h"
 #include "support/Date.h"
 #include "support/Files.h"
 #include "support/Json.h"
@@ -43,20 +44,43 @@ class AttachmentWatch {
     // "attachment-presence.json" in the application data folder unless overridden.
     static StoreLocation& location();
 
+    // A damaged record, set aside by the last check, waiting to be shown.
+    static StoreLoadError& loadError();
+
     // Compares the files present now with the last record and writes the new record; throws when
     // the record cannot be written (the report must then not be shown).
     static Report check(const AttachmentPaths& attachments);
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AttachmentWatch::Record, checkedAt, present)
+void to_json(Json& j, const AttachmentWatch::Record& record);
+void from_json(const Json& j, AttachmentWatch::Record& record);
 
-// Runs a round on its own thread once at start and then every `interval` on a steady clock,
-// skipping a round while `isBusy` says other heavy work (an export or snapshot) is running.
-// Rounds run one after another; a round handles its own failures.
+// Counts the time the machine spends asleep as well, so that a round due in ten minutes comes ten
+// minutes later however long the lid was shut: CLOCK_BOOTTIME on Linux, the continuous clock on
+// macOS.
+struct ContinuousClock {
+    using duration = std::chrono::nanoseconds;
+    using rep = duration::rep;
+    using period = duration::period;
+    using time_point = std::chrono::time_point<ContinuousClock>;
+    static constexpr bool is_steady = true;
+    static time_point now() noexcept;
+};
+
+// The clock rounds are timed on, and how often a wait looks at it again: the waits themselves run
+// on a clock that stops while the machine is suspended.
+struct RoundTiming {
+    std::function<ContinuousClock::time_point()> now = ContinuousClock::now;
+    std::chrono::milliseconds recheck{5000};
+};
+
+// Runs a round on its own thread once at start and then every `interval`, skipping a round while
+// `isBusy` says other heavy work (an export or snapshot) is running. Rounds run one after another;
+// a round handles its own failures.
 class RepeatingRounds {
   public:
-    RepeatingRounds(std::chrono::steady_clock::duration interval, std::function<bool()> isBusy,
-                    std::function<void()> round);
+    RepeatingRounds(std::chrono::nanoseconds interval, std::function<bool()> isBusy,
+                    std::function<void()> round, RoundTiming timing = {});
     ~RepeatingRounds();  // stops, waiting for a running round to finish
     RepeatingRounds(const RepeatingRounds&) = delete;
     RepeatingRounds& operator=(const RepeatingRounds&) = delete;
@@ -67,9 +91,10 @@ class RepeatingRounds {
   private:
     void loop();
 
-    std::chrono::steady_clock::duration interval_;
+    std::chrono::nanoseconds interval_;
     std::function<bool()> isBusy_;
     std::function<void()> round_;
+    RoundTiming timing_;
     std::mutex mutex_;
     std::condition_variable wake_;
     bool stopping_ = false;

@@ -26,8 +26,8 @@ struct EvidenceFlag {
 
 using EvidenceFlagMap = std::map<std::string, EvidenceFlag>;  // guid → flag
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(EvidenceFlag, guid, messageID, chatID, note, flaggedAt,
-                                   updatedAt)
+void to_json(Json& j, const EvidenceFlag& flag);
+void from_json(const Json& j, EvidenceFlag& flag);
 
 // "evidence.json": the flags live here, never in the message source.
 class EvidenceStore {

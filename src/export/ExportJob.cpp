@@ -175,10 +175,7 @@ int64_t ExportJob::attachmentCount() const {
 }
 
 std::string ExportJob::countText() const {
-    const int64_t calls = static_cast<int64_t>(messages.size()) - messageCount();
-    std::string text = std::to_string(messageCount()) + " messages";
-    if (calls > 0) text += " and " + std::to_string(calls) + " calls";
-    return text;
+    return Exporter::countText(messages);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -283,10 +280,11 @@ Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                        quoted(destination);
     if (!summary.attachmentsMissing.empty())
         text += ". " + std::to_string(summary.attachmentsMissing.size()) +
-                " attachments aren't stored on " + thisMachine + " (marked in the page).";
+                " attachments aren't stored on " + thisMachine + " (marked in the page)";
     if (!summary.attachmentsFailed.empty())
-        text += " " + std::to_string(summary.attachmentsFailed.size()) +
-                " attachments could not be copied (listed in attachments.csv).";
+        text += ". " + std::to_string(summary.attachmentsFailed.size()) +
+                " attachments could not be copied (listed in attachments.csv)";
+    if (summary.attachmentsMissing.size() + summary.attachmentsFailed.size() > 0) text += ".";
     if (summary.hashMismatches > 0)
         text += " WARNING: " + std::to_string(summary.hashMismatches) +
                 " copies did not match their source; see attachments.csv.";

@@ -8,6 +8,7 @@
 #include "support/Calendar.h"
 #include "support/DateFormat.h"
 #include "support/Json.h"
+#include "support/Text.h"
 
 namespace bc {
 
@@ -46,20 +47,6 @@ namespace Exporter {
 
 namespace {
 
-// Characters, not bytes: counts every byte that does not continue a UTF-8 sequence.
-size_t characterCount(std::string_view s) {
-    return static_cast<size_t>(
-        std::count_if(s.begin(), s.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
-std::string firstCharacters(std::string_view s, size_t limit) {
-    size_t seen = 0;
-    for (size_t i = 0; i < s.size(); ++i) {
-        if ((s[i] & 0xC0) != 0x80 && seen++ == limit) return std::string(s.substr(0, i));
-    }
-    return std::string(s);
-}
-
 std::string attachmentNames(const Message& m) {
     std::string out;
     for (const auto& a : m.attachments) out += " [Attachment: " + a.name + "]";
@@ -87,7 +74,7 @@ Json jsonDate(const Message& m) {
 std::string renderText(const std::string& title, const std::vector<Message>& messages,
                        const SenderName& senderName) {
     const PatternFormatter formatter("yyyy-MM-dd HH:mm");
-    std::string out = title + "\n" + std::string(characterCount(title), '=') + "\n";
+    std::string out = title + "\n" + std::string(text::graphemeCount(title), '=') + "\n";
     for (const auto& m : messages) {
         out += "\n[" +
                (notes::isUndated(m.date) ? std::string(notes::undated) : formatter.format(m.date)) +
@@ -170,13 +157,21 @@ std::string render(const std::string& title, const std::vector<Message>& message
     return {};
 }
 
+std::string countText(const std::vector<Message>& messages) {
+    const auto calls = std::count_if(messages.begin(), messages.end(),
+                                     [](const Message& m) { return m.isCall(); });
+    std::string text = std::to_string(static_cast<int64_t>(messages.size()) - calls) + " messages";
+    if (calls > 0) text += " and " + std::to_string(calls) + " calls";
+    return text;
+}
+
 std::string fileStem(const std::string& title) {
     static constexpr std::string_view forbidden = "/:\\?%*|\"<>";
     std::string joined = title;
     std::replace_if(
         joined.begin(), joined.end(),
         [](char c) { return forbidden.find(c) != std::string_view::npos; }, '-');
-    return firstCharacters(joined, 80);
+    return text::firstGraphemes(joined, 80);
 }
 
 std::string fileName(const std::string& title, int64_t chatID, ExportFormat format) {

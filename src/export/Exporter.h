@@ -33,6 +33,10 @@ using SenderName = std::function<std::string(const Message&)>;
 std::string render(const std::string& title, const std::vector<Message>& messages,
                    ExportFormat format, const SenderName& senderName);
 
+// The message count + " messages", and " and " + n + " calls" when there are calls: calls are
+// counted apart, as the JSON document's two counts are.
+std::string countText(const std::vector<Message>& messages);
+
 // "Ann/Bob", 12, csv -> "Ann-Bob (12).csv"
 std::string fileName(const std::string& title, int64_t chatID, ExportFormat format);
 

@@ -1,6 +1,7 @@
 #include "export/HTMLExporter.h"
 
 #include <algorithm>
+#include <limits>
 #include <unordered_map>
 
 #include "export/Exporter.h"
@@ -66,12 +67,8 @@ std::string pageFileName(const std::string& title) {
     if (stem.empty() || stem.front() == '.') stem.insert(0, "Conversation");
     // File systems allow 255 bytes; 80 characters of emoji would need more.
     constexpr size_t maxStemBytes = 200;
-    if (stem.size() > maxStemBytes) {
-        size_t cut = maxStemBytes;
-        while (cut > 0 && (stem[cut] & 0xC0) == 0x80) --cut;  // never inside a character
-        stem.resize(cut);
-    }
-    return stem + " – Messages.html";
+    return text::firstGraphemes(stem, std::numeric_limits<size_t>::max(), maxStemBytes) +
+           " – Messages.html";
 }
 
 // An export period: from its first instant to the start of the day after its last day.

@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 
@@ -161,6 +162,20 @@ void setCurrentLocale(const std::string& localeID) {
     icu::Locale::setDefault(icu::Locale(localeID.c_str()), status);
     if (U_FAILURE(status))
         throw Error("Couldn't use the locale " + localeID + ": " + u_errorName(status));
+}
+
+std::optional<std::string> localeOfTimeFormats() {
+    for (const char* variable : {"LC_TIME", "LC_ALL", "LANG"}) {
+        const char* value = std::getenv(variable);
+        if (!value || !*value) continue;
+        // Drops the character set ("en_GB.UTF-8") and maps "C" and "POSIX" to ICU's own names.
+        return std::string(icu::Locale::createCanonical(value).getName());
+    }
+    return std::nullopt;
+}
+
+void useTimeFormatsOfTheUser() {
+    if (const auto locale = localeOfTimeFormats()) setCurrentLocale(*locale);
 }
 
 std::string currentTimeZone() {

@@ -33,4 +33,11 @@ void setCurrentLocale(const std::string& localeID);
 std::string currentTimeZone();
 void setCurrentTimeZone(const std::string& zoneID);
 
+// The locale of the date formats the user chose, as Linux sessions say it: LC_TIME, else LC_ALL,
+// else LANG ("en_GB.UTF-8" gives "en_GB"); nothing when none is set. English messages with
+// British formats thus give Monday weeks and British dates.
+std::optional<std::string> localeOfTimeFormats();
+// Makes that locale the current one, when there is one.
+void useTimeFormatsOfTheUser();
+
 }  // namespace bc::dates

@@ -1,5 +1,7 @@
 #include "support/Json.h"
 
+#include <limits>
+
 #include "support/DateFormat.h"
 #include "support/Errors.h"
 
@@ -23,14 +25,27 @@ Json decode(std::string_view text) {
     }
 }
 
+int64_t integer(const Json& value, std::string_view what) {
+    const bool fits = value.is_number_integer() &&
+                      !(value.is_number_unsigned() &&
+                        value.get<uint64_t>() > uint64_t(std::numeric_limits<int64_t>::max()));
+    if (!fits)
+        throw Error("Couldn't read " + std::string(what) + ": " + value.dump() +
+                    " is not a whole number.");
+    return value.get<int64_t>();
+}
+
 }  // namespace json
 
 void to_json(Json& j, const Date& date) { j = dates::iso8601(date); }
 
 void from_json(const Json& j, Date& date) {
     if (!j.is_string()) throw Error("Couldn't read a date: expected ISO 8601 text.");
-    const auto parsed = dates::parseIso8601(j.get_ref<const std::string&>());
-    if (!parsed) throw Error("Couldn't read the date " + j.get<std::string>() + ": not ISO 8601.");
+    const auto& text = j.get_ref<const std::string&>();
+    const auto parsed = dates::parseIso8601(text);
+    if (!parsed || dates::iso8601(*parsed) != text)
+        throw Error("Couldn't read the date " + text +
+                    ": not a whole-second UTC time such as 2024-03-05T14:07:09Z.");
     date = *parsed;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -35,9 +36,14 @@ std::optional<T> getOptional(const Json& object, const char* key) {
     return it->template get<T>();
 }
 
+// A stored whole number: a fraction, text or a value out of range is damage, never rounded.
+// `what` names the value in the error.
+int64_t integer(const Json& value, std::string_view what);
+
 }  // namespace json
 
-// Dates travel as ISO 8601 with whole seconds and "Z"; floats stay out of hashed text.
+// Dates travel as ISO 8601 with whole seconds and "Z"; floats stay out of hashed text. Reading
+// takes only that form: anything else was not written here.
 void to_json(Json& j, const Date& date);
 void from_json(const Json& j, Date& date);
 

@@ -1,6 +1,7 @@
 #include <QLabel>
 #include <QListView>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -121,7 +122,47 @@ TEST_F(WindowTest, RemovedAttachmentsRaiseTheWarningWithItsAdvice) {
     model_->checkAttachmentsStillHere();
     ASSERT_TRUE(waitFor([&] { return warning->isVisible(); }));
     EXPECT_TRUE(warning->text().contains(AppModel::evictionHeading));
+    EXPECT_TRUE(warning->text().contains("1 attachment file disappeared since the last check"))
+        << warning->text().toStdString();
     EXPECT_TRUE(warning->text().contains("Click Check Again here, then seal a snapshot."));
+}
+
+// The text of the damaged-store dialog once it is up; empty when none appeared.
+QString storeProblemsShown(MainWindow& window) {
+    QMessageBox* box = nullptr;
+    waitFor([&] { return (box = window.findChild<QMessageBox*>("storeProblems")) != nullptr; },
+            std::chrono::seconds(5));
+    if (!box) return {};
+    const QString text = box->informativeText();
+    delete box;
+    return text;
+}
+
+TEST_F(WindowTest, EveryDamagedStoreIsShownOnceTheWindowIsUpAndLogged) {
+    ::testing::internal::CaptureStderr();
+    bc::testing::writeText(folder_ / "evidence.json", "{ not json");
+    bc::testing::writeText(folder_ / "events.json", "[{\"id\": 3}]");
+    openWindow();
+    const std::string logged = ::testing::internal::GetCapturedStderr();
+
+    const QString shown = storeProblemsShown(*window_);
+    for (const QString store : {"evidence", "events"}) {
+        const QString line =
+            store + ".json couldn't be read and was kept as " + store + ".corrupt-";
+        EXPECT_TRUE(shown.contains(line)) << shown.toStdString();
+        EXPECT_NE(logged.find(line.toStdString()), std::string::npos) << logged;
+    }
+    EXPECT_TRUE(shown.contains(
+        "Kept in " + QString::fromStdString((folder_ / "evidence.json").parent_path().string())));
+    EXPECT_TRUE(model_->takeStoreProblems().isEmpty()) << "each problem is shown once";
+
+    // The attachment record is read later, by the watch: its damage is shown when found.
+    bc::testing::writeText(folder_ / "attachment-presence.json", "[]");
+    model_->startAttachmentWatch();
+    const QString later = storeProblemsShown(*window_);
+    EXPECT_TRUE(later.contains("attachment-presence.json couldn't be read and was kept as "))
+        << later.toStdString();
+    EXPECT_FALSE(later.contains("evidence.json"));
 }
 
 }  // namespace

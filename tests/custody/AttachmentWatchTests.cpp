@@ -50,14 +50,28 @@ TEST_F(AttachmentWatchTest, ReportsEvictedFilesButNotDeletedRows) {
     EXPECT_EQ(json::decode(files::readFile(record()))["present"], Json({20}));
 }
 
-TEST_F(AttachmentWatchTest, CorruptRecordIsSetAsideAndAFreshOneWritten) {
-    testing::writeText(record(), "{\"present\": [");
-    const auto report = AttachmentWatch::check(listing());
-    EXPECT_TRUE(report.newlyMissing.empty());
-    EXPECT_FALSE(report.previousCheck);
-    EXPECT_TRUE(std::filesystem::exists(dir / "Kestrove" /
-                                        "attachment-presence.corrupt-2024-03-05T140709Z.json"));
-    EXPECT_EQ(json::decode(files::readFile(record()))["present"], Json({10, 20, 30}));
+TEST_F(AttachmentWatchTest, DamagedRecordIsSetAsideReportedAndAFreshOneWritten) {
+    // Broken JSON, a rounded id and a date in a form this program never writes.
+    for (const char* damaged :
+         {"{\"present\": [", R"({"checkedAt": "2024-03-05T14:00:00Z", "present": [10, 20.5]})",
+          R"({"checkedAt": "2024-03-05T15:00:00+01:00", "present": [10]})"}) {
+        testing::writeText(record(), damaged);
+        const auto report = AttachmentWatch::check(listing());
+        EXPECT_TRUE(report.newlyMissing.empty()) << damaged;
+        EXPECT_FALSE(report.previousCheck) << damaged;
+        const auto problem = AttachmentWatch::loadError().get();
+        AttachmentWatch::loadError().set(std::nullopt);
+        ASSERT_TRUE(problem) << damaged;
+        EXPECT_TRUE(
+            problem->starts_with("attachment-presence.json couldn't be read and was kept as "
+                                 "attachment-presence.corrupt-2024-03-05T140709Z"))
+            << *problem;
+        EXPECT_EQ(json::decode(files::readFile(record()))["present"], Json({10, 20, 30}));
+        for (const auto& entry : std::filesystem::directory_iterator(dir / "Kestrove"))
+            if (entry.path() != record()) std::filesystem::remove(entry.path());
+    }
+    AttachmentWatch::check(listing());
+    EXPECT_FALSE(AttachmentWatch::loadError().get()) << "a sound record is no problem";
 }
 
 TEST_F(AttachmentWatchTest, UnwritableRecordFailsTheCheck) {
@@ -69,6 +83,23 @@ TEST_F(AttachmentWatchTest, UnwritableRecordFailsTheCheck) {
 bool eventually(const std::function<bool()>& condition) {
     for (int i = 0; i < 500 && !condition(); ++i) std::this_thread::sleep_for(10ms);
     return condition();
+}
+
+TEST(RepeatingRounds, TimeTheMachineSpentAsleepCountsTowardsTheNextRound) {
+    // A timing clock that jumps an hour at once, as the suspend-counting clock does on waking,
+    // while the clock the waits sleep on has hardly moved.
+    std::atomic<int64_t> asleepHours{0};
+    const RoundTiming timing{
+        .now = [&] { return ContinuousClock::time_point(std::chrono::hours(asleepHours)); },
+        .recheck = 5ms};
+    std::atomic<int> rounds{0};
+    RepeatingRounds schedule(
+        1h, [] { return false; }, [&] { ++rounds; }, timing);
+    ASSERT_TRUE(eventually([&] { return rounds == 1; }));
+    std::this_thread::sleep_for(30ms);
+    EXPECT_EQ(rounds, 1);
+    asleepHours = 1;
+    EXPECT_TRUE(eventually([&] { return rounds == 2; })) << "the hour asleep was not counted";
 }
 
 TEST(RepeatingRounds, RunsOnceAtStartSkipsRoundsWhileBusyButRunsWhenAsked) {

@@ -86,5 +86,28 @@ TEST_F(EvidenceFlagsTest, CorruptFileIsSetAsideAndTheNextSaveWritesAFreshOne) {
               R"({"G-1": {"guid": "G-1"}})");
 }
 
+TEST_F(EvidenceFlagsTest, AFlagNotInTheStoresOwnFormIsDamageNeverRounded) {
+    EvidenceFlags flags;
+    flags.setNote("threat", message(12, "G-12"));
+    const auto path = EvidenceStore::location().path();
+    const Json written = json::decode(files::readFile(path));
+    for (const auto& [key, value] : {std::pair<std::string, Json>{"messageID", 12.5},
+                                     {"chatID", "7"},
+                                     {"flaggedAt", "2024-03-05T14:07:09.000Z"},
+                                     {"updatedAt", "2024-03-05T15:07:09+01:00"}}) {
+        Json damaged = written;
+        damaged["G-12"][key] = value;
+        testing::writeText(path, damaged.dump());
+        EXPECT_TRUE(EvidenceStore::load().empty()) << key;
+        EXPECT_NE(EvidenceStore::loadError().get().value_or("").find(
+                      "evidence.json couldn't be read and was kept as "),
+                  std::string::npos)
+            << key;
+        EvidenceStore::loadError().set(std::nullopt);
+    }
+    testing::writeText(path, written.dump());
+    EXPECT_EQ(EvidenceStore::load(), flags.flags()) << "the store's own form reads back";
+}
+
 }  // namespace
 }  // namespace bc

@@ -39,6 +39,13 @@ TEST(TimelineEventStore, SavesSortedByDateAndSetsAsideABadFile) {
     testing::writeText(dir / "events.json", file.dump());
     EXPECT_EQ(TimelineEventStore::load().at(0).id, events[0].id);
 
+    file[0]["date"] = "2024-05-01T11:00:00+02:00";  // the right instant, not the stored form
+    testing::writeText(dir / "events.json", file.dump());
+    EXPECT_TRUE(TimelineEventStore::load().empty());
+    EXPECT_NE(TimelineEventStore::loadError().get().value_or("").find("2024-05-01T11:00:00+02:00"),
+              std::string::npos);
+
+    file[0]["date"] = events[0].date;
     file[0]["id"] = "not-a-uuid";
     testing::writeText(dir / "events.json", file.dump());
     EXPECT_TRUE(TimelineEventStore::load().empty());

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "PagesTesting.h"
 #include "custody/CustodyLog.h"
@@ -12,6 +13,7 @@
 #include "sources/demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
+#include "support/Machine.h"
 #include "support/Sqlite.h"
 #include "testing/Testing.h"
 
@@ -50,6 +52,10 @@ TEST(ExportRequest, NamesTheRangeItCovers) {
     // A name is one file or folder: a slash in a group's name must not make a path of it.
     request.title = "Mum/Dad: plans";
     EXPECT_EQ(request.baseName(), "Mum-Dad- plans \u2013 2024-03");
+    // Cut at 80 characters as a reader counts them: the flag stays whole.
+    const std::string flag = "\U0001F1E9\U0001F1EA";
+    request.title = std::string(79, 'a') + flag + " family";
+    EXPECT_EQ(request.baseName(), std::string(79, 'a') + flag + " \u2013 2024-03");
 }
 
 TEST(ExportRequest, UniqueNamesAndSettingsDefaults) {
@@ -182,6 +188,36 @@ TEST_F(ExportPipelineTest, ArchiveIsHashedLoggedAndCertified) {
     // The same name again is the application's to make unique, never the pipeline's to reuse.
     EXPECT_EQ(run(job, out() / "Sample").status, ExportOutcome::Status::failed);
     EXPECT_EQ(destinationIn(out(), RangeExportFormat::html, "Sample"), out() / "Sample 2");
+}
+
+TEST_F(ExportPipelineTest, ArchiveSummarySetsEachAttachmentCountApartAlike) {
+    auto job = this->job(RangeExportFormat::html);
+    // Every stored file present, but one of them a folder, which cannot be copied.
+    std::string photo;
+    for (const auto& m : job.messages)
+        for (const auto& a : m.visibleAttachments())
+            if (photo.empty() && fs::exists(a.path)) photo = a.path;
+    ASSERT_FALSE(photo.empty());
+    fs::create_directories(dir_ / "a folder.jpg");
+    bool first = true;
+    for (auto& m : job.messages)
+        for (auto& a : m.attachments)
+            a.path = !a.isHidden && std::exchange(first, false) ? (dir_ / "a folder.jpg").string()
+                                                                : photo;
+    const auto failedOnly = run(job, out() / "Failed");
+    EXPECT_NE(
+        failedOnly.message.find("\u201CFailed\u201D. 1 attachments could not be copied (listed in "
+                                "attachments.csv). Certificate"),
+        std::string::npos)
+        << failedOnly.message;
+
+    job.messages.back().attachments.push_back({.path = (dir_ / "gone.jpg").string()});
+    const auto both = run(job, out() / "Both");
+    EXPECT_NE(both.message.find("\u201CBoth\u201D. 1 attachments aren't stored on " +
+                                std::string(thisMachine) +
+                                " (marked in the page). 1 attachments could not be copied"),
+              std::string::npos)
+        << both.message;
 }
 
 TEST_F(ExportPipelineTest, CancelFailureOrNoRowsLeavesNothing) {

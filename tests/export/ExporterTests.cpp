@@ -29,6 +29,14 @@ const std::string callSummary = CallHistory::summary(*callRow(9, at(60), true).c
 
 TEST(ExporterText, writesTitleUnderlineAndOneLinePerRow) {
     EXPECT_EQ(Exporter::render("😀éü", {}, ExportFormat::text, sender), "😀éü\n===\n");
+    // The underline is as long as the title looks: a flag, a family and an accented "e" are one
+    // character each.
+    const std::string flag = "\U0001F1E9\U0001F1EA";
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466";
+    EXPECT_EQ(Exporter::render(flag + " Flag", {}, ExportFormat::text, sender),
+              flag + " Flag\n======\n");
+    EXPECT_EQ(Exporter::render(family + "e\u0301", {}, ExportFormat::text, sender),
+              family + "e\u0301\n==\n");
     const std::string text = Exporter::render("Ann", sampleRows(), ExportFormat::text, sender);
     EXPECT_EQ(text,
               "Ann\n===\n\n"
@@ -97,6 +105,13 @@ TEST(ExporterFileName, replacesForbiddenCharactersCutsLongTitlesAndNamesFormats)
     std::string cut;
     for (int i = 0; i < 80; ++i) cut += "é";
     EXPECT_EQ(Exporter::fileName(cut + "éééé", 3, ExportFormat::json), cut + " (3).json");
+
+    // The 80th character is whole or absent, never half a flag, family or accented letter.
+    const std::string flag = "\U0001F1E9\U0001F1EA";
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466";
+    const std::string start(79, 'a');
+    for (const std::string& last : {flag, family, std::string("e\u0301")})
+        EXPECT_EQ(Exporter::fileStem(start + last + "and more"), start + last);
 }
 
 }  // namespace

@@ -286,6 +286,16 @@ TEST(HTMLExporterArchive, emptyRangeSaysSoAndALongEmojiTitleStillMakesAValidFile
     EXPECT_NE(page.find("const DAYS = [];"), std::string::npos);
     EXPECT_EQ(readRows(a.folder / "messages.csv").size(), 1u);
     EXPECT_FALSE(fs::exists(a.folder / "calls.csv"));
+
+    // The byte limit of the name falls inside a family: the family goes whole.
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466";
+    std::string families = "a";
+    for (int i = 0; i < 80; ++i) families += family;
+    Archive b;
+    std::string kept = "a";
+    for (int i = 0; i < 7; ++i) kept += family;
+    EXPECT_EQ(b.run({}, {.title = families}).htmlURL.filename().string(),
+              kept + " – Messages.html");
 }
 
 TEST(HTMLExporterArchive, voiceMemoGetsAnM4aPreviewWhenFfmpegIsInstalled) {

@@ -1,9 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <optional>
+#include <vector>
+
+#include "support/Calendar.h"
 #include "support/Date.h"
 #include "support/DateFormat.h"
 #include "support/Errors.h"
 #include "support/Json.h"
+#include "testing/Scoped.h"
 
 namespace bc {
 namespace {
@@ -43,6 +49,10 @@ TEST(JsonDates, EncodeAsWholeSecondIsoAndRoundTrip) {
     EXPECT_EQ(j.get<std::string>(), "2024-03-05T14:07:09Z");
     EXPECT_EQ(j.get<Date>(), Date::fromUnix(1709647629));
     EXPECT_THROW(Json(42).get<Date>(), Error);
+    // Only the form written here reads back: an offset, a fraction or an impossible day was not.
+    for (const char* other : {"2024-03-05T15:07:09+01:00", "2024-03-05T14:07:09.000Z",
+                              "2024-02-30T14:07:09Z", "2024-03-05T14:07:60Z"})
+        EXPECT_THROW(Json(other).get<Date>(), Error) << other;
 }
 
 TEST(LocaleFormatting, StylesPatternsAndFirstWeekdayFollowTheCurrentLocale) {
@@ -60,6 +70,62 @@ TEST(LocaleFormatting, StylesPatternsAndFirstWeekdayFollowTheCurrentLocale) {
     EXPECT_EQ(dates::firstWeekday(), 2);
     EXPECT_EQ(dates::formatPattern(date, "LLLL yyyy"), "März 2024");
     dates::setCurrentLocale("en_US");
+}
+
+// Sets the locale variables for one test; an empty value unsets one.
+class ScopedLocaleEnvironment {
+public:
+    ScopedLocaleEnvironment(const char* lcTime, const char* lcAll, const char* lang) {
+        for (const char* name : names) {
+            const char* value = std::getenv(name);
+            saved_.push_back(value ? std::optional<std::string>(value) : std::nullopt);
+        }
+        const char* values[] = {lcTime, lcAll, lang};
+        for (size_t i = 0; i < std::size(names); ++i) set(names[i], values[i]);
+    }
+    ~ScopedLocaleEnvironment() {
+        for (size_t i = 0; i < std::size(names); ++i)
+            set(names[i], saved_[i] ? saved_[i]->c_str() : "");
+    }
+
+private:
+    static void set(const char* name, const char* value) {
+        if (*value)
+            ::setenv(name, value, 1);
+        else
+            ::unsetenv(name);
+    }
+    static constexpr const char* names[] = {"LC_TIME", "LC_ALL", "LANG"};
+    std::vector<std::optional<std::string>> saved_;
+};
+
+TEST(LocaleFormatting, DateFormatsComeFromTheTimeCategoryBeforeTheLanguage) {
+    const Date tuesday = Date::fromUnix(1709647629);  // 5 March 2024, New York
+    {
+        ScopedLocaleEnvironment environment("en_GB.UTF-8", "", "en_US.UTF-8");
+        testing::ScopedLocale restored("en_US");
+        dates::useTimeFormatsOfTheUser();
+        EXPECT_EQ(dates::firstWeekday(), 2) << "British weeks start on Monday";
+        EXPECT_EQ(dates::formatStyled(tuesday, dates::Style::abbreviated, dates::Style::none),
+                  "5 Mar 2024");
+        EXPECT_EQ(Calendar().start(Calendar::Unit::week, tuesday),
+                  testing::utc("2024-03-04T05:00:00Z"));
+    }
+    {
+        ScopedLocaleEnvironment environment("", "de_DE.UTF-8", "en_US.UTF-8");
+        EXPECT_EQ(dates::localeOfTimeFormats(), "de_DE");
+    }
+    {
+        ScopedLocaleEnvironment environment("", "", "fr_FR.UTF-8");
+        EXPECT_EQ(dates::localeOfTimeFormats(), "fr_FR");
+    }
+    {
+        ScopedLocaleEnvironment environment("", "", "");
+        EXPECT_EQ(dates::localeOfTimeFormats(), std::nullopt);
+        testing::ScopedLocale restored("en_US");
+        dates::useTimeFormatsOfTheUser();
+        EXPECT_EQ(dates::currentLocale(), "en_US") << "nothing set leaves the locale alone";
+    }
 }
 
 TEST(LocaleFormatting, TimeZoneIsSettableAndUnknownZonesAreRefused) {

@@ -39,6 +39,20 @@ TEST(JsonOptionals, AbsentValuesAreOmittedAndReadBackAsAbsent) {
     EXPECT_EQ(json::getOptional<std::string>(object, "note"), "kept");
 }
 
+TEST(JsonIntegers, OnlyWholeNumbersInRangeRead) {
+    EXPECT_EQ(json::integer(Json(-7), "an id"), -7);
+    EXPECT_EQ(json::integer(Json(INT64_MAX), "an id"), INT64_MAX);
+    for (const Json& other : {Json(2.5), Json("3"), Json(uint64_t(INT64_MAX) + 1), Json()}) {
+        try {
+            json::integer(other, "an id");
+            ADD_FAILURE() << other.dump();
+        } catch (const Error& error) {
+            EXPECT_EQ(std::string(error.what()),
+                      "Couldn't read an id: " + other.dump() + " is not a whole number.");
+        }
+    }
+}
+
 TEST(JsonDecoder, MalformedInputIsOneSentence) {
     try {
         json::decode("{\"a\": ");
