@@ -11,6 +11,7 @@
 #include "app/TranscriptModel.h"
 #include "model/MessageNotes.h"
 #include "support/DateFormat.h"
+#include "support/Machine.h"
 
 namespace bc::app {
 
@@ -282,17 +283,19 @@ void TranscriptDelegate::paintBlock(QPainter& painter, const Block& block, const
             painter.setBrush(QColor(0xfa, 0xfa, 0xfa));
             painter.drawRect(area.adjusted(0, 0, -1, -1));
             painter.drawText(area.adjusted(6, 6, -6, -6), Qt::AlignCenter | Qt::TextWordWrap,
-                             !entry.known    ? QString("Loading…")
-                             : entry.missing ? "⚠ Missing from this Mac\n" + block.text
-                                             : block.text);
+                             !entry.known ? QString("Loading…")
+                             : entry.missing
+                                 ? "⚠ Missing from " + QString(thisMachine) + "\n" + block.text
+                                 : block.text);
             return;
         }
         case Kind::file: {
             const auto entry = thumbnails_.lookup(block.path, false);
             if (entry.missing) painter.setPen(flagColour);
-            painter.drawText(
-                area, Qt::TextWordWrap,
-                entry.missing ? "⚠ " + block.text + " (missing from this Mac)" : block.text);
+            painter.drawText(area, Qt::TextWordWrap,
+                             entry.missing
+                                 ? "⚠ " + block.text + " (missing from " + thisMachine + ")"
+                                 : block.text);
             return;
         }
         case Kind::footer:

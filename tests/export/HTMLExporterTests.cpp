@@ -9,6 +9,7 @@
 #include "HTMLExporterSamples.h"
 #include "support/Files.h"
 #include "support/Image.h"
+#include "support/Machine.h"
 #include "support/Process.h"
 #include "support/Sha256.h"
 #include "testing/Heic.h"
@@ -145,7 +146,7 @@ TEST(HTMLExporterArchive, copiesVerifiesAndMarksBadAttachmentsWhereTheyOccur) {
                            "31", "1", "copied", "0", "IMG 1.jpg", "image/jpeg",
                            (a.sources / "one/IMG 1.jpg").string(), "attachments/31-IMG_1.jpg", "10",
                            Sha256::hex("jpeg bytes"), Sha256::hex("jpeg bytes"), "1"}));
-    EXPECT_EQ(rows[4][2], "missing: not on this Mac");
+    EXPECT_EQ(rows[4][2], std::string("missing: not on ") + thisMachine);
     EXPECT_EQ(rows[4][7], "");
     EXPECT_EQ(rows[4][11], "");
     EXPECT_TRUE(rows[5][2].starts_with("copy failed: ")) << rows[5][2];
@@ -162,9 +163,11 @@ TEST(HTMLExporterArchive, copiesVerifiesAndMarksBadAttachmentsWhereTheyOccur) {
         std::string::npos);
     EXPECT_NE(
         page.find("<div class=\"att file missing\">⚠️ gone.jpg: listed in the database but "
-                  "not stored on this Mac</div>"),
+                  "not stored on " +
+                  std::string(thisMachine) + "</div>"),
         std::string::npos);
-    EXPECT_NE(page.find("⚠️ a folder: exists on this Mac but could not be copied"),
+    EXPECT_NE(page.find("⚠️ a folder: exists on " + std::string(thisMachine) +
+                        " but could not be copied"),
               std::string::npos);
     EXPECT_NE(page.find("Text in image (machine-generated, may contain errors): Words in a photo"),
               std::string::npos);
@@ -380,7 +383,8 @@ TEST(HTMLExporterArchive, aFileThatVanishesBeforeItsCopyIsMarkedMissing) {
         a.run({.messages = {m}}, {}, {}, [&](const std::string&) { fs::remove(later); });
     EXPECT_EQ(summary.attachmentsCopied, 1);
     EXPECT_EQ(summary.attachmentsMissing, std::vector<std::string>{"later.jpg"});
-    EXPECT_EQ(readRows(a.folder / "attachments.csv")[2][2], "missing: not on this Mac");
+    EXPECT_EQ(readRows(a.folder / "attachments.csv")[2][2],
+              std::string("missing: not on ") + thisMachine);
 }
 
 TEST(HTMLExporterArchive, cancellationStopsBeforeTheNextAttachment) {

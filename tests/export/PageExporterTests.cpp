@@ -6,6 +6,7 @@
 #include "PagesTesting.h"
 #include "sources/CallHistory.h"
 #include "support/Files.h"
+#include "support/Machine.h"
 #include "testing/Testing.h"
 
 namespace bc {
@@ -63,30 +64,30 @@ TEST(PageExporterContent, PrintsEveryPartOfAMessage) {
                  cancel)
         ->writePDF(dir / "out.pdf");
     const std::string text = pdfText(dir / "out.pdf");
-    for (const char* expected :
-         {"Dana (+15551234567) 2024-03-05 09:12:09 EST #42",
-          "In conversation: Family group",
-          "Meet me at the usual place tonight",
-          "photo.jpg",
-          "Machine-read text: STOP SIGN",
-          "gone.mov: not stored on this Mac",
-          "Attachment: broken.jpg",
-          "Flagged as evidence",
-          "Note: ask counsel",
-          "Edited",
-          "Original (2024-03-05 09:10:09 EST): first wording",
-          "Edit 1 (2024-03-05 09:11:09 EST): (unreadable)",
-          "This message was unsent.",
-          "Not delivered (error 22)",
-          "Slam effect",
-          "Recovered deleted part 2 (deleted 2024-03-05 09:14:09 EST): deleted words",
-          "Reply to Dana (+15551234567): “Original question here”",
-          "Reactions: ❤️ Me",
-          "(attachment or no text)",
-          "Reply to a message not found in these conversations",
-          "Edited. Earlier versions were not stored by Messages",
-          "Me 2024-03-05 09:14:09 EST #44",
-          "2024-03-05 09:15:09 EST call record 9"})
+    for (const std::string& expected : std::vector<std::string>{
+             "Dana (+15551234567) 2024-03-05 09:12:09 EST #42",
+             "In conversation: Family group",
+             "Meet me at the usual place tonight",
+             "photo.jpg",
+             "Machine-read text: STOP SIGN",
+             "gone.mov: not stored on " + std::string(thisMachine),
+             "Attachment: broken.jpg",
+             "Flagged as evidence",
+             "Note: ask counsel",
+             "Edited",
+             "Original (2024-03-05 09:10:09 EST): first wording",
+             "Edit 1 (2024-03-05 09:11:09 EST): (unreadable)",
+             "This message was unsent.",
+             "Not delivered (error 22)",
+             "Slam effect",
+             "Recovered deleted part 2 (deleted 2024-03-05 09:14:09 EST): deleted words",
+             "Reply to Dana (+15551234567): “Original question here”",
+             "Reactions: ❤️ Me",
+             "(attachment or no text)",
+             "Reply to a message not found in these conversations",
+             "Edited. Earlier versions were not stored by Messages",
+             "Me 2024-03-05 09:14:09 EST #44",
+             "2024-03-05 09:15:09 EST call record 9"})
         EXPECT_NE(text.find(expected), std::string::npos) << expected << "\n" << text;
     for (const auto& word : words) EXPECT_NE(text.find(word), std::string::npos) << word;
     EXPECT_EQ(text.find("#0"), std::string::npos) << "a call is not a message record";

@@ -6,6 +6,7 @@
 
 #include "export/HTMLExporter.h"
 #include "support/Files.h"
+#include "support/Machine.h"
 #include "support/Text.h"
 
 namespace bc::html {
@@ -94,7 +95,7 @@ CopiedAttachment copyAttachment(const Attachment& attachment, int64_t messageID,
     if (attachment.totalBytes >= 0) result.bytes = attachment.totalBytes;
     std::error_code ec;
     if (attachment.path.empty() || !fs::exists(result.source, ec)) {
-        result.status = "missing: not on this Mac";
+        result.status = std::string("missing: not on ") + thisMachine;
         result.rendered.kind = Kind::missing;
         return result;
     }

@@ -13,6 +13,7 @@
 #include "support/CivilClock.h"
 #include "support/Date.h"
 #include "support/DateFormat.h"
+#include "support/Machine.h"
 
 namespace bc::html {
 
@@ -227,11 +228,11 @@ private:
                 break;
             case Kind::missing:
                 out += "<div class=\"att file missing\">⚠️ " + name +
-                       ": listed in the database but not stored on this Mac</div>";
+                       ": listed in the database but not stored on " + thisMachine + "</div>";
                 break;
             case Kind::failed:
-                out += "<div class=\"att file missing\">⚠️ " + name +
-                       ": exists on this Mac but could not be copied (see attachments.csv)</div>";
+                out += "<div class=\"att file missing\">⚠️ " + name + ": exists on " +
+                       thisMachine + " but could not be copied (see attachments.csv)</div>";
                 break;
         }
         if (a.problem)
@@ -397,10 +398,11 @@ std::string about(const PageContent& c, const Counts& n) {
          std::to_string(n.messages) + (c.rows.empty() ? "" : ", dated " + rowsRange(c))}};
     if (n.calls > 0)
         items.emplace_back("Calls included",
-                           std::to_string(n.calls) +
-                               " phone and FaceTime calls from this Mac's call history, shown "
-                               "between the messages and listed in calls.csv. Only calls synced to "
-                               "this Mac are known.");
+                           std::to_string(n.calls) + " phone and FaceTime calls from " +
+                               thisMachine +
+                               "'s call history, shown between the messages and listed in "
+                               "calls.csv. Only calls synced to " +
+                               thisMachine + " are known.");
     if (c.options.callLogIssue) items.emplace_back("Calls", *c.options.callLogIssue);
     items.emplace_back("Times", zoneLine());
     items.emplace_back(
@@ -421,13 +423,15 @@ std::string about(const PageContent& c, const Counts& n) {
                        n.missing == 0 ? "None"
                                       : std::to_string(n.missing) +
                                             " files are listed in the Messages database but are "
-                                            "not stored on this Mac (usually kept only in iCloud). "
+                                            "not stored on " +
+                                            thisMachine +
+                                            " (usually kept only in iCloud). "
                                             "They are marked where they occur and listed in "
                                             "attachments.csv.");
     items.emplace_back("Copy failures",
                        n.failed == 0 ? "None"
-                                     : std::to_string(n.failed) +
-                                           " files exist on this Mac but could not be read or "
+                                     : std::to_string(n.failed) + " files exist on " + thisMachine +
+                                           " but could not be read or "
                                            "copied; each is marked where it occurs and the error "
                                            "is in attachments.csv.");
     items.emplace_back("Integrity",

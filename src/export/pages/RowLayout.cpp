@@ -4,6 +4,7 @@
 
 #include "model/MessageNotes.h"
 #include "support/DateFormat.h"
+#include "support/Machine.h"
 
 namespace bc::pages {
 
@@ -193,7 +194,7 @@ void RowMeasurer::addMessage(MeasuredRow& out, const Row& row) const {
 void RowMeasurer::addAttachment(MeasuredRow& out, const Attachment& attachment) const {
     const std::string name = fileName(attachment);
     if (!isStored(attachment)) {
-        addText(out, name + ": not stored on this Mac", noticeStyle);
+        addText(out, name + ": not stored on " + thisMachine, noticeStyle);
     } else if (const auto size =
                    isPhoto(attachment) ? thumbnails_.previewSize(attachment) : std::nullopt) {
         Block block{.indent = bodyIndent, .spaceBefore = 4, .photoSize = *size};
