@@ -41,9 +41,10 @@ int CommandLineImport::importFile() {
         const ImportInfo& info = imported.info;
         Imports::saveSettings(info, chosenSettings(arguments_, info.settings()));
         out_ << "Done. " << info.id << " sealed at " << info.folder().string() << "\n";
-        if (info.kind == ImportInfo::Kind::chatExport)
-            for (const auto& note : WhatsAppExportSource(info).notes())
-                out_ << "  note: " << note << "\n";
+        if (info.kind == ImportInfo::Kind::chatExport) {
+            const WhatsAppExportSource source(info);
+            for (const auto& note : source.notes()) out_ << "  note: " << note << "\n";
+        }
         out_ << "  messages: " << imported.messageCount << "\n";
         if (imported.custodyFailure) {
             err_ << "error: The import WAS saved but could NOT be recorded in the custody log: "
