@@ -152,7 +152,7 @@ void checkUnpacked(const fs::path& destination) {
 
 void unpackZip(const fs::path& archivePath, const fs::path& destination, const CancelFlag* cancel) {
     int error = 0;
-    Archive archive(zip_open(archivePath.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error));
+    Archive archive(zip_open(archivePath.c_str(), ZIP_RDONLY, &error));
     if (!archive) throw Error(unreadable);
     const auto entries =
         checkedEntries(archive.get(), static_cast<int64_t>(fs::file_size(archivePath)));

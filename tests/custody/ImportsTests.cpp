@@ -94,7 +94,10 @@ TEST_F(ImportsTest, ZipExportIsSealedWholeAndLogged) {
     EXPECT_EQ(info.originalSHA256, Sha256::hexOfFile(zip));
     EXPECT_EQ(info.originalBytes, static_cast<int64_t>(fs::file_size(zip)));
     EXPECT_EQ(progress, (std::vector<std::string>{"Unpacking the export…", "Sealing the import…"}));
-    EXPECT_EQ(rootEntries(), std::vector<std::string>{"WhatsApp 2024-03-05T140709"});
+    // The settings file beside the folder holds the day/month order the file decided.
+    EXPECT_EQ(rootEntries(),
+              (std::vector<std::string>{"WhatsApp 2024-03-05T140709",
+                                        "WhatsApp 2024-03-05T140709.settings.json"}));
     const fs::path folder = root() / info.id;
     EXPECT_FALSE(fs::exists(folder / "extracted" / "__MACOSX"));
     std::vector<std::string> paths;
@@ -290,7 +293,11 @@ TEST_F(ImportsTest, RealExportsImportWithTheirMedia) {
     clock_.set(testing::utc("2024-03-05T19:08:00Z"));
     const auto android = Imports::importFile(dir_ / "android-2017-rwhatsapp.zip");
     WhatsAppExportSource androidSource(android.info);
-    EXPECT_GT(androidSource.fetchMessages(WhatsAppExportSource::chatID).size(), 10u);
+    const auto androidMessages = androidSource.fetchMessages(WhatsAppExportSource::chatID);
+    ASSERT_EQ(androidMessages.size(), 9u);
+    EXPECT_EQ(androidMessages[2].systemNotice,
+              "Media was not included in this WhatsApp export (<Media omitted>).");
+    EXPECT_EQ(androidMessages[4].text, "It's fun doing text analysis with R\nisn't it?");
     EXPECT_EQ(android.info.settings().dayFirst, true);
 
     clock_.set(testing::utc("2024-03-05T19:09:00Z"));
