@@ -8,9 +8,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <mutex>
-#include <tuple>
+#include <unordered_map>
 
 #include "sources/WhatsAppDatabase.h"
 #include "support/DateFormat.h"
@@ -187,8 +188,8 @@ Order decideOrder(const std::vector<RawLine>& records, const std::optional<bool>
     return dayFirst ? Order::dayFirst : Order::monthFirst;
 }
 
-// Wall-clock fields to instants in one zone. Lines of a chat mostly share their hour, so the
-// hour's start is kept and minutes and seconds are added to it.
+// Wall-clock fields to instants in one zone. A chat's lines fall into comparatively few hours,
+// so each hour's start is computed once and minutes and seconds are added to it.
 class Dates {
 public:
     explicit Dates(const std::string& zoneID) {
@@ -203,12 +204,12 @@ public:
     // The instant, and whether the fields named a real date.
     std::pair<Date, bool> make(int year, int month, int day, int hour, int minute, int second) {
         if (minute < 60 && second < 60) {
-            const std::array key{year, month, day, hour};
-            if (key != hourKey_) {
-                hourKey_ = key;
-                std::tie(hourStart_, hourValid_) = compute(year, month, day, hour, 0, 0);
-            }
-            return {hourStart_ + minute * 60 + second, hourValid_};
+            // Every field is below 10,000 (the pattern allows at most four digits).
+            const int64_t key = ((int64_t{year} * 10000 + month) * 10000 + day) * 10000 + hour;
+            auto found = hours_.find(key);
+            if (found == hours_.end())
+                found = hours_.emplace(key, compute(year, month, day, hour, 0, 0)).first;
+            return {found->second.first + minute * 60 + second, found->second.second};
         }
         return compute(year, month, day, hour, minute, second);
     }
@@ -228,9 +229,7 @@ private:
     }
 
     std::unique_ptr<icu::Calendar> calendar_;
-    std::array<int, 4> hourKey_{-1, -1, -1, -1};
-    Date hourStart_;
-    bool hourValid_ = false;
+    std::unordered_map<int64_t, std::pair<Date, bool>> hours_;
 };
 
 int clockHour(const RawLine& raw) {
