@@ -8,6 +8,7 @@
 #include "cli/Arguments.h"
 #include "cli/Benchmark.h"
 #include "cli/CommandLineExport.h"
+#include "cli/CommandLineImport.h"
 #include "cli/Interrupt.h"
 
 namespace bc::cli {
@@ -26,6 +27,9 @@ constexpr std::string_view help =
     "               [--format pdf|jpg] and the page options above\n"
     "  brindlecourt --export-html --snapshot [--chats 1,123] [--scope \"Label\"]\n"
     "  brindlecourt --export-html --verify-snapshots\n"
+    "  brindlecourt --import FILE [--chat-name NAME] [--owner NAME] [--time-zone ZONE]\n"
+    "               [--day-first|--month-first]\n"
+    "  brindlecourt --list-sources\n"
     "  brindlecourt --benchmark [--generate <messages>]\n"
     "  brindlecourt [--demo]            open the window\n"
     "\n"
@@ -64,16 +68,19 @@ const std::set<std::string> flags{"--export-html",
                                   "--redact-contact-details",
                                   "--include-notes",
                                   "--no-certificate"};
+const std::set<std::string> importOptionsWithValue{"--import", "--chat-name", "--owner",
+                                                   "--time-zone"};
+const std::set<std::string> importFlags{"--list-sources", "--day-first", "--month-first"};
 
 // The first argument that is neither a known option nor the value after one.
 std::optional<std::string> unknownOption(const Arguments& arguments) {
     const auto& items = arguments.items();
     for (size_t i = 0; i < items.size(); ++i) {
-        if (optionsWithValue.contains(items[i])) {
+        if (optionsWithValue.contains(items[i]) || importOptionsWithValue.contains(items[i])) {
             ++i;
             continue;
         }
-        if (!flags.contains(items[i])) return items[i];
+        if (!flags.contains(items[i]) && !importFlags.contains(items[i])) return items[i];
     }
     return std::nullopt;
 }
@@ -96,6 +103,11 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         return 2;
     }
     if (arguments.contains("--benchmark")) return Benchmark(arguments, out, err).run();
+    if (arguments.contains("--import") || arguments.contains("--list-sources")) {
+        const auto cancel = cancelOnInterrupt();
+        CommandLineImport imports(arguments, out, err, *cancel);
+        return arguments.contains("--import") ? imports.importFile() : imports.listSources();
+    }
     if (arguments.contains("--export-html")) {
         const auto cancel = cancelOnInterrupt();
         return CommandLineExport(arguments, out, err, *cancel).run();

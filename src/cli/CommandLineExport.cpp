@@ -4,6 +4,7 @@
 #include <chrono>
 #include <memory>
 
+#include "cli/CommandLineImport.h"
 #include "cli/DatabaseChoice.h"
 #include "cli/PageArguments.h"
 #include "custody/CustodyLog.h"
@@ -270,6 +271,7 @@ int CommandLineExport::verifySnapshots() {
             intact = false;
             out_ << "WARNING: " << problem << "\n";
         }
+        intact = CommandLineImport::verifyImports(out_, cancel_) && intact;
         const auto chain = CustodyLog::verify();
         out_ << "custody log: " << chain.records << " records, chain "
              << (chain.isIntact() ? std::string("intact")

@@ -2,6 +2,7 @@
 
 #include "custody/AttachmentWatch.h"
 #include "custody/CustodyLog.h"
+#include "custody/Imports.h"
 #include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
@@ -45,6 +46,7 @@ fs::path redirectStoresToDemo() {
         throw Error("Couldn't create the demo folder " + folder.string() + ": " + error.message());
     CustodyLog::setOverrideURL(folder / "custody-log.jsonl");
     Preservation::setOverrideRoot(folder / "Snapshots");
+    Imports::setOverrideRoot(folder / "Imports");
     AttachmentWatch::location().setOverride(folder / "attachment-presence.json");
     EvidenceStore::location().setOverride(folder / "evidence.json");
     if (!fs::exists(folder / "evidence.json")) EvidenceStore::save(sampleFlags(Clock::now()));

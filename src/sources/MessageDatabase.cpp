@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <unordered_map>
 
-#include <sqlite3.h>
-
 #include "sources/ChatListing.h"
 #include "sources/MessageDecoding.h"
 #include "sources/TranscriptOrder.h"
@@ -46,25 +44,6 @@ std::string messageStatement(const std::function<std::string(const char*, const 
            "LEFT JOIN handle h ON h.ROWID = m.handle_id\n"
            "WHERE m.ROWID IN (SELECT message_id FROM ids)";
 }
-
-// Several statements read one state of a database that Messages may be writing meanwhile. A
-// read transaction takes no write lock; inside a caller's transaction there is nothing to do.
-class ReadTransaction {
-public:
-    explicit ReadTransaction(sqlite::Connection& db)
-        : db_(db), owned_(sqlite3_get_autocommit(db.handle()) != 0) {
-        if (owned_) db_.execute("BEGIN");
-    }
-    ~ReadTransaction() {
-        if (owned_) sqlite3_exec(db_.handle(), "COMMIT", nullptr, nullptr, nullptr);
-    }
-    ReadTransaction(const ReadTransaction&) = delete;
-    ReadTransaction& operator=(const ReadTransaction&) = delete;
-
-private:
-    sqlite::Connection& db_;
-    bool owned_;
-};
 
 messages::StoredRow storedRow(const sqlite::Statement& row) {
     auto text = row.optionalText(5);
@@ -184,7 +163,7 @@ std::string MessageDatabase::messageColumn(const std::string& column, const std:
 
 std::vector<Chat> MessageDatabase::fetchChats() {
     std::lock_guard guard(lock_);
-    const ReadTransaction oneState(*db_);
+    const sqlite::ReadTransaction oneState(*db_);
     return chatListing::list(*db_);
 }
 
@@ -293,14 +272,14 @@ std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> MessageDatabase::rea
 
 Transcript MessageDatabase::fetchTranscript(const std::vector<int64_t>& chatIDs) {
     std::lock_guard guard(lock_);
-    const ReadTransaction oneState(*db_);
+    const sqlite::ReadTransaction oneState(*db_);
     const std::string ids = idList(chatIDs);
     return readTranscript(idsPrefix(ids), ids);
 }
 
 Transcript MessageDatabase::fetchRecentRows(const std::vector<int64_t>& chatIDs, size_t rows) {
     std::lock_guard guard(lock_);
-    const ReadTransaction oneState(*db_);
+    const sqlite::ReadTransaction oneState(*db_);
     const std::string ids = idList(chatIDs);
     return readTranscript(recentIDsPrefix(ids, rows), ids);
 }

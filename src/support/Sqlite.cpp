@@ -290,4 +290,13 @@ std::optional<std::string> Statement::optionalBlob(int column) const {
     return blob(column);
 }
 
+ReadTransaction::ReadTransaction(Connection& db)
+    : db_(db), owned_(sqlite3_get_autocommit(db.handle()) != 0) {
+    if (owned_) db_.execute("BEGIN");
+}
+
+ReadTransaction::~ReadTransaction() {
+    if (owned_) sqlite3_exec(db_.handle(), "COMMIT", nullptr, nullptr, nullptr);
+}
+
 }  // namespace bc::sqlite

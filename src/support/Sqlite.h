@@ -107,5 +107,20 @@ private:
     sqlite3* db_;
 };
 
+// Several statements read one state of a database that its owner may be writing meanwhile. A
+// read transaction takes no write lock; inside a caller's transaction there is nothing to do.
+// COMMIT runs on every way out, failures included: the transaction only read.
+class ReadTransaction {
+public:
+    explicit ReadTransaction(Connection& db);
+    ~ReadTransaction();
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+private:
+    Connection& db_;
+    bool owned_;
+};
+
 }  // namespace sqlite
 }  // namespace bc

@@ -1,0 +1,386 @@
+#include "custody/Imports.h"
+
+#include <algorithm>
+#include <cmath>
+#include <unordered_set>
+
+#include "custody/CustodyLog.h"
+#include "custody/CustodySystemInfo.h"
+#include "custody/SafeStore.h"
+#include "custody/SnapshotCopy.h"
+#include "custody/ZipUnpacking.h"
+#include "sources/WhatsAppDatabase.h"
+#include "sources/WhatsAppExportSource.h"
+#include "support/DateFormat.h"
+#include "support/Errors.h"
+#include "support/Files.h"
+#include "support/Sha256.h"
+#include "support/Sqlite.h"
+#include "support/Text.h"
+#include "support/Uuid.h"
+
+namespace bc {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* manifestName = "manifest.json";
+constexpr const char* partialSuffix = ".partial";
+constexpr const char* databaseCopy = "database/ChatStorage.sqlite";
+
+StoreLocation& rootLocation() {
+    static StoreLocation location("Imports");
+    return location;
+}
+
+std::string kindName(ImportInfo::Kind kind) {
+    return kind == ImportInfo::Kind::database ? "database" : "chatExport";
+}
+
+std::string reason(const std::exception& error) {
+    if (const auto* fsError = dynamic_cast<const fs::filesystem_error*>(&error))
+        return fsError->code().message();
+    return error.what();
+}
+
+ImportInfo readManifest(const fs::path& folder) {
+    try {
+        return json::decode(files::readFile(folder / manifestName)).get<ImportInfo>();
+    } catch (const std::exception& error) {
+        throw Error("Couldn't read the manifest of " + folder.filename().string() + ": " +
+                    reason(error));
+    }
+}
+
+ImportInfo::Kind kindOf(const fs::path& file) {
+    const std::string extension = text::toLowerAscii(file.extension().string());
+    if (extension == ".sqlite") return ImportInfo::Kind::database;
+    if (extension == ".zip" || extension == ".txt") return ImportInfo::Kind::chatExport;
+    throw Error("Choose a WhatsApp chat export (.zip or .txt) or a ChatStorage.sqlite file.");
+}
+
+// "WhatsApp 2024-03-05T140709", a second import within the same second gets " 2", " 3"…
+std::string freeID(const fs::path& root, Date createdAt) {
+    const std::string base =
+        "WhatsApp " + dates::formatPattern(createdAt, "yyyy-MM-dd'T'HHmmss", "en_US_POSIX");
+    std::string id = base;
+    for (int number = 2; fs::exists(root / id); ++number) id = base + " " + std::to_string(number);
+    return id;
+}
+
+void discard(const fs::path& work) {
+    try {
+        if (!fs::exists(fs::symlink_status(work))) return;
+        Preservation::unlock(work);
+        files::removeAll(work);
+    } catch (const std::exception&) {
+        // The original failure is the one to report.
+    }
+}
+
+std::vector<SnapshotInfo::FileEntry> hashFiles(const fs::path& work, const CancelFlag* cancel) {
+    std::vector<SnapshotInfo::FileEntry> entries;
+    for (const auto& entry : fs::recursive_directory_iterator(work)) {
+        if (!entry.is_regular_file()) continue;
+        entries.push_back({entry.path().lexically_relative(work).generic_string(),
+                           static_cast<int64_t>(entry.file_size()),
+                           Sha256::hexOfFile(entry.path(), cancel)});
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const auto& a, const auto& b) { return a.path < b.path; });
+    return entries;
+}
+
+void copyDatabase(const fs::path& chosen, const fs::path& work, const CancelFlag* cancel,
+                  const ProgressFn& progress) {
+    if (progress) progress("Copying the WhatsApp database…");
+    if (cancel) cancel->check();
+    fs::create_directories(work / "database");
+    // From the chosen file, not the plain copy: the online backup folds in its write-ahead log.
+    try {
+        sqlite::Connection source(chosen, sqlite::OpenMode::readOnly);
+        source.backupTo(work / databaseCopy, cancel);
+    } catch (const DBError& error) {
+        throw Error("The database couldn't be opened: " + error.text());
+    }
+    WhatsAppDatabase check(work / databaseCopy, std::nullopt, false, "check", true);
+}
+
+void gatherExport(const fs::path& chosen, const fs::path& original, const fs::path& work,
+                  const CancelFlag* cancel, const ProgressFn& progress) {
+    if (progress) progress("Unpacking the export…");
+    const fs::path extracted = work / "extracted";
+    if (text::toLowerAscii(chosen.extension().string()) == ".zip") {
+        unpackZip(original, extracted, cancel);
+    } else {
+        fs::create_directories(extracted);
+        copyVerified(original, extracted / original.filename(), cancel);
+    }
+    if (!WhatsAppExportSource::findChatText(extracted))
+        throw Error("This doesn't look like a WhatsApp chat export: no chat text file inside.");
+}
+
+ImportInfo build(const fs::path& chosen, ImportInfo::Kind kind, const fs::path& work,
+                 const CancelFlag* cancel, const ProgressFn& progress) {
+    ImportInfo info;
+    info.kind = kind;
+    info.originalName = chosen.filename().string();
+    fs::create_directories(work / "original");
+    const fs::path original = work / "original" / info.originalName;
+    const VerifiedCopy copy = copyVerified(chosen, original, cancel);
+    if (!copy.matches()) throw Error("the copy's SHA-256 differs from the file's");
+    info.originalSHA256 = copy.sourceSHA256;
+    info.originalBytes = copy.bytes;
+
+    if (kind == ImportInfo::Kind::database)
+        copyDatabase(chosen, work, cancel, progress);
+    else
+        gatherExport(chosen, original, work, cancel, progress);
+
+    if (progress) progress("Sealing the import…");
+    if (cancel) cancel->check();
+    info.files = hashFiles(work, cancel);
+    info.app = custodySystemInfo::current();
+    return info;
+}
+
+CustodyRecord custodyRecord(const Imports::Imported& imported, const fs::path& chosen) {
+    const ImportInfo& info = imported.info;
+    const fs::path folder = info.folder();
+    CustodyRecord record;
+    record.id = newUUID();
+    record.createdAt = Clock::now();
+    record.action = info.kind == ImportInfo::Kind::database ? "whatsapp-database-import"
+                                                            : "whatsapp-export-import";
+    record.format = info.label();
+    record.title = info.originalName;
+    record.rangeDescription = "Everything in the file as received";
+    record.messageCount = imported.messageCount;
+    record.source = {.kind = "upload",
+                     .path = fs::absolute(chosen).string(),
+                     .databaseSHA256 = info.originalSHA256,
+                     .note = "Uploaded file " + info.originalName + ", sealed as received"};
+    for (const auto& entry : info.files)
+        record.outputs.push_back(
+            {(folder / entry.path).generic_string(), entry.bytes, entry.sha256});
+    record.system = custodySystemInfo::current();
+    return record;
+}
+
+int64_t countMessages(const ImportInfo& info) {
+    const auto source = Imports::open(info);
+    int64_t count = 0;
+    for (const auto& chat : source->fetchChats()) count += chat.messageCount;
+    return count;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// The manifest's and the settings' JSON forms.
+
+void to_json(Json& j, const ImportInfo& info) {
+    j = Json{{"id", info.id},
+             {"createdAt", info.createdAt},
+             {"kind", kindName(info.kind)},
+             {"originalName", info.originalName},
+             {"originalSHA256", info.originalSHA256},
+             {"originalBytes", info.originalBytes},
+             {"files", info.files},
+             {"app", info.app}};
+}
+
+void from_json(const Json& j, ImportInfo& info) {
+    info.id = j.at("id").get<std::string>();
+    info.createdAt = j.at("createdAt").get<Date>();
+    const auto kind = j.at("kind").get<std::string>();
+    if (kind != "chatExport" && kind != "database") throw Error("unknown import kind " + kind);
+    info.kind = kind == "database" ? ImportInfo::Kind::database : ImportInfo::Kind::chatExport;
+    info.originalName = j.at("originalName").get<std::string>();
+    info.originalSHA256 = j.at("originalSHA256").get<std::string>();
+    info.originalBytes = j.at("originalBytes").get<int64_t>();
+    info.files = j.at("files").get<std::vector<SnapshotInfo::FileEntry>>();
+    info.app = j.at("app").get<CustodySystemInfo>();
+}
+
+void to_json(Json& j, const ImportInfo::Settings& settings) {
+    j = Json{{"chatName", settings.chatName}};
+    json::setOptional(j, "ownerName", settings.ownerName);
+    json::setOptional(j, "timeZone", settings.timeZone);
+    json::setOptional(j, "dayFirst", settings.dayFirst);
+}
+
+void from_json(const Json& j, ImportInfo::Settings& settings) {
+    settings.chatName = j.value("chatName", std::string());
+    settings.ownerName = json::getOptional<std::string>(j, "ownerName");
+    settings.timeZone = json::getOptional<std::string>(j, "timeZone");
+    settings.dayFirst = json::getOptional<bool>(j, "dayFirst");
+}
+
+fs::path ImportInfo::folder() const {
+    return fs::absolute(Imports::root()) / id;
+}
+
+fs::path ImportInfo::settingsURL() const {
+    return fs::path(folder().string() + ".settings.json");
+}
+
+ImportInfo::Settings ImportInfo::settings() const {
+    Settings settings = SafeStore::load<Settings>(settingsURL()).value.value_or(Settings{});
+    if (settings.chatName.empty()) settings.chatName = fs::path(originalName).stem().string();
+    return settings;
+}
+
+std::string ImportInfo::label() const {
+    return kind == Kind::database ? "Imported WhatsApp database (sealed on import)"
+                                  : "Imported WhatsApp chat export (sealed on import)";
+}
+
+// ---------------------------------------------------------------------------------------------
+
+fs::path Imports::root() {
+    return rootLocation().path();
+}
+
+void Imports::setOverrideRoot(std::optional<fs::path> folder) {
+    rootLocation().setOverride(std::move(folder));
+}
+
+Imports::Imported Imports::importFile(const fs::path& file, const CancelFlag* cancel,
+                                      const ProgressFn& progress) {
+    const ImportInfo::Kind kind = kindOf(file);
+    const fs::path rootFolder = fs::absolute(root());
+    std::error_code error;
+    fs::create_directories(rootFolder, error);
+    if (error)
+        throw Error("Couldn't create the imports folder " + rootFolder.string() + ": " +
+                    error.message());
+    const Date createdAt{std::floor(Clock::now().seconds)};
+    const std::string id = freeID(rootFolder, createdAt);
+    const fs::path work = rootFolder / (id + partialSuffix);
+    const fs::path destination = rootFolder / id;
+    Imported imported;
+    try {
+        discard(work);
+        imported.info = build(file, kind, work, cancel, progress);
+        imported.info.id = id;
+        imported.info.createdAt = createdAt;
+        files::writeFileAtomically(work / manifestName, json::encodePretty(imported.info));
+        Preservation::lock(work);
+        fs::rename(work, destination);
+        files::syncFolder(rootFolder);
+    } catch (const Error&) {
+        discard(work);
+        throw;
+    } catch (const std::exception& failure) {
+        discard(work);
+        throw Error(reason(failure));
+    }
+    try {
+        imported.messageCount = countMessages(imported.info);
+        CustodyLog::append(custodyRecord(imported, file));
+    } catch (const std::exception& failure) {
+        imported.custodyFailure = failure.what();
+    }
+    return imported;
+}
+
+std::string Imports::failureText(std::exception_ptr error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const CancelledError&) {
+        return "Import cancelled. Nothing was kept.";
+    } catch (const std::exception& failure) {
+        return "Import failed, nothing was kept: " + reason(failure);
+    }
+}
+
+std::vector<ImportInfo> Imports::list() {
+    std::vector<ImportInfo> imports;
+    std::error_code error;
+    std::vector<fs::path> folders;
+    for (const auto& entry : fs::directory_iterator(root(), error))
+        if (entry.is_directory() && !entry.path().filename().string().ends_with(partialSuffix) &&
+            fs::exists(entry.path() / manifestName))
+            folders.push_back(entry.path());
+    std::sort(folders.begin(), folders.end());
+    for (const auto& folder : folders) {
+        try {
+            imports.push_back(readManifest(folder));
+        } catch (const Error&) {
+            // A damaged manifest shows when the import is verified; the others are listed.
+        }
+    }
+    return imports;
+}
+
+std::unique_ptr<MessageSource> Imports::open(const ImportInfo& info) {
+    if (info.kind == ImportInfo::Kind::chatExport)
+        return std::make_unique<WhatsAppExportSource>(info);
+    return std::make_unique<WhatsAppDatabase>(
+        info.folder() / databaseCopy, std::nullopt, false,
+        "an imported WhatsApp database (" + info.id + ", from " + info.originalName + ")", true);
+}
+
+void Imports::saveSettings(const ImportInfo& info, const ImportInfo::Settings& settings) {
+    files::writeFileAtomically(info.settingsURL(), json::encodePretty(settings));
+}
+
+Preservation::Verification Imports::verify(const ImportInfo& info, const CancelFlag* cancel) {
+    const fs::path folder = info.folder();
+    const ImportInfo manifest = readManifest(folder);
+    Preservation::Verification result;
+    std::unordered_set<std::string> listed;
+    for (const auto& entry : manifest.files) {
+        ++result.checked;
+        listed.insert(entry.path);
+        const fs::path file = folder / entry.path;
+        std::error_code error;
+        if (!fs::is_regular_file(fs::symlink_status(file, error))) {
+            result.missing.push_back(entry.path);
+            continue;
+        }
+        try {
+            if (Sha256::hexOfFile(file, cancel) != entry.sha256)
+                result.mismatched.push_back(entry.path);
+        } catch (const CancelledError&) {
+            throw;
+        } catch (const Error&) {
+            result.mismatched.push_back(entry.path);
+        }
+    }
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        const std::string relative = entry.path().lexically_relative(folder).generic_string();
+        // The engine may leave a shared-memory file beside the database it opened.
+        if (entry.is_directory() || relative == manifestName ||
+            relative == std::string(databaseCopy) + "-shm" || listed.contains(relative))
+            continue;
+        result.extra.push_back(relative);
+    }
+    std::sort(result.extra.begin(), result.extra.end());
+    return result;
+}
+
+std::string Imports::describe(const Preservation::Verification& verification,
+                              const ImportInfo& info) {
+    SnapshotInfo named;
+    named.id = info.id;
+    std::string line = Preservation::describe(verification, named);
+    // Imports are not cross-checked with the log; the snapshot wording about it does not apply.
+    const std::string aside = " (No custody-log record found to cross-check.)";
+    if (line.ends_with(aside)) line.erase(line.size() - aside.size());
+    return line;
+}
+
+void Imports::unlock(const ImportInfo& info) {
+    Preservation::unlock(info.folder());
+}
+
+std::string Imports::trashConfirmation(const ImportInfo& info) {
+    return "\"" + info.id +
+           "\" will be unlocked and moved to the Trash. You can restore it from the Trash until "
+           "you empty it.";
+}
+
+}  // namespace bc
