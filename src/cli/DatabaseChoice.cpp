@@ -1,6 +1,7 @@
 #include "cli/DatabaseChoice.h"
 
 #include "cli/DemoStores.h"
+#include "support/Errors.h"
 
 namespace bc::cli {
 
@@ -15,7 +16,11 @@ DatabaseChoice DatabaseChoice::from(const Arguments& arguments) {
 }
 
 std::unique_ptr<MessageDatabase> DatabaseChoice::open() const {
-    return std::make_unique<MessageDatabase>(path);
+    try {
+        return std::make_unique<MessageDatabase>(path);
+    } catch (const std::exception& error) {
+        throw Error("Couldn't open the Messages database " + path.string() + ": " + error.what());
+    }
 }
 
 }  // namespace bc::cli

@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "model/MessageSource.h"
+#include "support/DateFormat.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sha256.h"
@@ -95,6 +96,15 @@ bool isUpperCaseUUID(std::string_view text) {
     return true;
 }
 
+// The encoder's own form only (whole seconds, "Z"): another spelling of the same instant would
+// re-encode differently from what was hashed, so it counts as an edit.
+Date canonicalDate(const Json& object, const char* key) {
+    const std::string text = textAt(object, key);
+    const Date date = member(object, key).get<Date>();
+    if (dates::iso8601(date) != text) wrongType("a date like 2024-03-05T14:07:09Z");
+    return date;
+}
+
 }  // namespace
 
 void to_json(Json& j, const CustodySystemInfo& info) {
@@ -164,7 +174,7 @@ void to_json(Json& j, const CustodyRecord& record) {
 void from_json(const Json& j, CustodyRecord& record) {
     record.id = textAt(j, "id");
     if (!isUpperCaseUUID(record.id)) wrongType("an upper-case UUID as \"id\"");
-    record.createdAt = member(j, "createdAt").get<Date>();
+    record.createdAt = canonicalDate(j, "createdAt");
     record.action = textAt(j, "action");
     record.format = textAt(j, "format");
     record.title = textAt(j, "title");

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <pwd.h>
+#include <signal.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -10,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "support/Errors.h"
 
@@ -89,6 +92,53 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes) {
         throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(saved));
     }
     syncFolder(file.has_parent_path() ? file.parent_path() : fs::path("."));
+}
+
+namespace {
+
+constexpr std::string_view temporaryMark = ".tmp-";
+
+// The process that made a temporarySibling name, or nothing for any other name.
+std::optional<pid_t> temporaryOwner(const std::string& name) {
+    const size_t mark = name.rfind(temporaryMark);
+    if (!name.starts_with('.') || mark == std::string::npos) return std::nullopt;
+    const size_t start = mark + temporaryMark.size();
+    const size_t dash = name.find('-', start);
+    if (dash == std::string::npos || dash == start) return std::nullopt;
+    pid_t pid = 0;
+    for (size_t i = start; i < dash; ++i) {
+        if (name[i] < '0' || name[i] > '9') return std::nullopt;
+        pid = pid * 10 + (name[i] - '0');
+    }
+    return pid;
+}
+
+bool hasEnded(pid_t pid) {
+    return pid != ::getpid() && ::kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+}  // namespace
+
+void removeAbandonedTemporaries(const fs::path& folder) {
+    std::error_code error;
+    std::vector<fs::path> abandoned;
+    for (auto it = fs::directory_iterator(folder, error);
+         !error && it != fs::directory_iterator(); it.increment(error)) {
+        const auto owner = temporaryOwner(it->path().filename().string());
+        if (owner && hasEnded(*owner)) abandoned.push_back(it->path());
+    }
+    for (const auto& path : abandoned) removeAll(path);
+}
+
+void moveIntoPlace(const fs::path& from, const fs::path& to) {
+#ifdef __APPLE__
+    const int result = ::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL);
+#else
+    const int result = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+#endif
+    if (result != 0)
+        throw Error("Couldn't move " + to.filename().string() + " into place: " +
+                    std::strerror(errno));
 }
 
 void removeAll(const fs::path& target) {

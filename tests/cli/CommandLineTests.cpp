@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <random>
 #include <thread>
 
 #include "custody/CustodyLog.h"
@@ -86,6 +87,9 @@ TEST_F(CommandLine, ArgumentErrorsStopWithStatusTwoAndTouchNothing) {
          "error: --to must be a date like 2025-03-01, got \"2025-02-30\"\n"},
         {{"--export-html", "--demo", "--snapshot", "--chats", "one"},
          "error: --chats must be a comma-separated list of chat IDs, got \"one\"\n"},
+        {{"--export-html", "--demo", "--chats", "1", "--out", "x", "--from"},
+         "error: --from needs a value\n"},
+        {{"--export-html", "--demo", "--snapshot", "--scope"}, "error: --scope needs a value\n"},
     };
     for (const auto& [arguments, message] : cases) {
         const auto result = run(arguments);
@@ -110,12 +114,15 @@ TEST_F(CommandLine, RefusedExportsExitWithStatusOneAndLeaveNothing) {
         run({"--export-html", "--database", "absent.db", "--chats", "1", "--out", "new"});
     EXPECT_EQ(unreadable.exitStatus, 1);
     EXPECT_TRUE(unreadable.standardError.starts_with("error: ")) << unreadable.standardError;
+    EXPECT_NE(unreadable.standardError.find((dir_ / "absent.db").string()), std::string::npos)
+        << unreadable.standardError;
     EXPECT_FALSE(fs::exists(dir_ / "new"));
 }
 
 TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
+    // A folder named with a trailing slash is the same folder.
     const auto result = run(
-        {"--export-html", "--demo", "--chats", "1", "--title", "Flat share", "--out", "archive"});
+        {"--export-html", "--demo", "--chats", "1", "--title", "Flat share", "--out", "archive/"});
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
     EXPECT_TRUE(result.standardOutput.starts_with(
         "Done.\n  page:           " +
@@ -145,7 +152,7 @@ TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
     // A database file given by path is recorded as the source, in the user's own custody log.
     fs::copy_file(demoFolder() / "chat.db", dir_ / "copy.db");
     const auto pages = run({"--export-html", "--database", "copy.db", "--chats", "1", "--format",
-                            "pdf", "--title", "Ann/Bob", "--out", "pages"});
+                            "pdf", "--title", "Ann/Bob", "--out", "pages/"});
     ASSERT_EQ(pages.exitStatus, 0) << pages.standardError;
     const auto own = custodyRecords(dir_ / "home" / "data" / "Kestrove" / "custody-log.jsonl");
     ASSERT_EQ(own.size(), 1u);
@@ -174,7 +181,10 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
 
     const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
     EXPECT_NE(verified.exitStatus, 0);
-    EXPECT_NE(verified.standardOutput.find(snapshots[0].id), std::string::npos);
+    EXPECT_NE(verified.standardOutput.find(snapshots[0].id + " failed verification: 1 changed.\n"
+                                                              "  changed: chat.db\n"),
+              std::string::npos)
+        << verified.standardOutput;
     EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact"),
               std::string::npos)
         << verified.standardOutput;
@@ -187,6 +197,15 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
                                           snapshots[0].id + ": "),
               std::string::npos)
         << damaged.standardOutput;
+
+    // Nor does taking the manifest away hide it.
+    fs::remove(folder / "manifest.json");
+    const auto manifestless = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_NE(manifestless.exitStatus, 0);
+    EXPECT_NE(manifestless.standardOutput.find("WARNING: " + snapshots[0].id +
+                                               " has no manifest; it cannot be verified\n"),
+              std::string::npos)
+        << manifestless.standardOutput;
 }
 
 TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
@@ -208,14 +227,15 @@ bool hasHiddenEntry(const fs::path& folder) {
     return false;
 }
 
-// An export of the sample conversation into parent/archive, started in the background and
-// interrupted with `signal` once its archive is being built (a hidden temporary exists).
+// An export of the sample conversation into parent/name, started in the background.
 class InterruptedExport {
 public:
-    InterruptedExport(const fs::path& root, const fs::path& parent) : parent_(parent) {
+    InterruptedExport(const fs::path& root, const fs::path& parent, const std::string& name = "archive",
+                      const std::string& format = "html")
+        : parent_(parent), out_(parent / name) {
         fs::create_directories(parent);
-        auto arguments = inside(root, {"--export-html", "--demo", "--chats", "1", "--out",
-                                       (parent / "archive").string()});
+        auto arguments = inside(root, {"--export-html", "--demo", "--chats", "1", "--format",
+                                       format, "--out", out_.string()});
         std::vector<char*> argv{const_cast<char*>("/bin/sh")};
         for (auto& argument : arguments) argv.push_back(argument.data());
         argv.push_back(nullptr);
@@ -229,54 +249,97 @@ public:
         stderrFile_ = errors;
     }
 
-    // The exit status, or -signal when the signal ended it.
-    int interrupt(int signal, int delayMs) {
+    // Sends `signal` `delayMs` after the export began building (a hidden temporary appeared in
+    // the parent) or, with `fromStart`, after it was started. The exit status, or -signal when
+    // the signal ended it.
+    int interrupt(int signal, int delayMs, bool fromStart = false) {
         if (!spawned_) return -1000;
         int status = 0;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         bool ended = false;
-        while (!hasHiddenEntry(parent_) && std::chrono::steady_clock::now() < deadline)
+        while (!fromStart && !hasHiddenEntry(parent_) &&
+               std::chrono::steady_clock::now() < deadline)
             if ((ended = ::waitpid(pid_, &status, WNOHANG) == pid_))
                 break;
             else
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
         if (!ended) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+            std::this_thread::sleep_for(std::chrono::microseconds(delayMs * 1000));
             ::kill(pid_, signal);
             ::waitpid(pid_, &status, 0);
         }
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
 
-    fs::path out() const { return parent_ / "archive"; }
+    fs::path out() const { return out_; }
     std::string errors() const { return files::readFile(stderrFile_); }
 
 private:
     fs::path parent_;
+    fs::path out_;
     fs::path stderrFile_;
     pid_t pid_ = 0;
     bool spawned_ = false;
 };
 
-// Killed while the archive is being built, an export leaves either the whole archive or no
-// folder of that name, only a hidden temporary one; that does not stop the next run.
-TEST_F(CommandLine, KilledExportLeavesNoFolderThatLooksComplete) {
-    ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);  // sample written
-    int killedMidway = 0;
-    for (const int delayMs : {0, 2, 5, 10, 20, 40}) {
-        const fs::path parent = dir_ / ("run-" + std::to_string(delayMs));
-        InterruptedExport job(dir_.path(), parent);
-        job.interrupt(SIGKILL, delayMs);
-        if (!fs::exists(job.out())) {
-            killedMidway += hasHiddenEntry(parent);
-            continue;
-        }
-        const auto check = checkSums(job.out());
-        EXPECT_TRUE(check.succeeded()) << delayMs << " ms: " << check.standardOutput;
+// What a run killed at a random moment left: the whole export (files that check, their custody
+// record and certificate) or nothing under its name. Returns whether the export was there.
+bool wholeOrNothing(const fs::path& out, const fs::path& log, bool pdf) {
+    if (!fs::exists(fs::symlink_status(out))) return false;
+    const fs::path product = pdf ? out / "Messages.pdf" : out;
+    const fs::path certificate =
+        pdf ? out / "Messages \u2013 Certificate.txt"
+            : out.parent_path() / (out.filename().string() + " \u2013 Certificate.txt");
+    if (!pdf) {
+        EXPECT_TRUE(checkSums(out).succeeded()) << out;
     }
-    EXPECT_GT(killedMidway, 0);
-    const auto again = run({"--export-html", "--demo", "--chats", "1", "--out", "after"});
-    EXPECT_EQ(again.exitStatus, 0) << again.standardError;
+    const auto outputs = CustodyLog::outputs(product);
+    const auto records = custodyRecords(log);
+    const auto record = std::find_if(records.begin(), records.end(),
+                                     [&](const auto& r) { return r.outputs == outputs; });
+    EXPECT_NE(record, records.end()) << out << " is there without its custody record";
+    EXPECT_TRUE(fs::exists(certificate)) << out << " is there without its certificate";
+    if (record != records.end() && fs::exists(certificate)) {
+        EXPECT_NE(files::readFile(certificate).find(record->recordSHA256), std::string::npos);
+    }
+    return true;
+}
+
+// Killed at any moment, an export leaves the whole result or nothing under the chosen name; the
+// hidden temporaries of killed runs go with the next export into the same folder, and a killed
+// PDF export never leaves a folder that blocks the same command.
+TEST_F(CommandLine, KilledExportsLeaveTheWholeResultOrNothing) {
+    const auto timed = std::chrono::steady_clock::now();
+    ASSERT_EQ(run({"--export-html", "--demo", "--chats", "1", "--out", "first"}).exitStatus, 0);
+    const auto fullRun = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - timed);
+    const fs::path log = demoFolder() / "custody-log.jsonl";
+    const fs::path parent = dir_ / "exports";
+    std::mt19937 random(16);
+    std::uniform_int_distribution<int> moment(0, static_cast<int>(fullRun.count() * 3 / 2000));
+    int present = 0, killed = 0;
+    for (int trial = 0; trial < 32; ++trial) {
+        const bool pdf = trial % 4 == 3;
+        const std::string name = (pdf ? "pdf-" : "archive-") + std::to_string(trial);
+        InterruptedExport job(dir_.path(), parent, name, pdf ? "pdf" : "html");
+        killed += job.interrupt(SIGKILL, moment(random), true) == -SIGKILL;
+        if (wholeOrNothing(job.out(), log, pdf)) {
+            ++present;
+        } else if (pdf) {
+            const auto again = run({"--export-html", "--demo", "--chats", "1", "--format", "pdf",
+                                    "--out", job.out().string()});
+            EXPECT_EQ(again.exitStatus, 0) << again.standardError;
+        }
+    }
+    EXPECT_GT(killed, 0);
+    EXPECT_LT(present, 32) << "no run was cut short";
+
+    const auto last = run({"--export-html", "--demo", "--chats", "1", "--out", "exports/last"});
+    ASSERT_EQ(last.exitStatus, 0) << last.standardError;
+    EXPECT_FALSE(hasHiddenEntry(parent)) << "the next export removes what killed runs left";
+    const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_NE(verified.standardOutput.find("chain intact"), std::string::npos)
+        << verified.standardOutput;
 }
 
 TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
