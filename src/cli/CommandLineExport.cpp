@@ -93,8 +93,8 @@ ExportJob buildJob(MessageDatabase& database, const std::vector<int64_t>& ids,
 }  // namespace
 
 bool CommandLineExport::valuesGiven() {
-    const auto option = arguments_.withoutValue(
-        {"--title", "--from", "--to", "--format", "--scope", "--database"});
+    const auto option =
+        arguments_.withoutValue({"--title", "--from", "--to", "--format", "--scope", "--database"});
     if (option) err_ << "error: " << *option << " needs a value\n";
     return !option;
 }
@@ -199,9 +199,8 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
     // A PDF goes into the new folder beside its certificate; page images are the folder.
     const bool pdf = job.format == RangeExportFormat::pdf;
     const fs::path destination = pdf ? folder / (Exporter::fileStem(job.title) + ".pdf") : folder;
-    const auto outcome =
-        ExportPipeline::run(job, destination, context, cancel_, phasesTo(err_),
-                            pdf ? std::optional<fs::path>(folder) : std::nullopt);
+    const auto outcome = ExportPipeline::run(job, destination, context, cancel_, phasesTo(err_),
+                                             pdf ? std::optional<fs::path>(folder) : std::nullopt);
     if (!outcome.filesKept()) return fail(outcome.message);
     out_ << "Done.\n  " << (pdf ? "pdf:            " : "pages:          ") << destination.string()
          << "\n  messages:       " << job.messageCount()
@@ -255,8 +254,8 @@ int CommandLineExport::verifySnapshots() {
                     out_ << "  " << finding << "\n";
             } catch (const std::exception& e) {
                 intact = false;
-                out_ << Preservation::folder(snapshot).filename().string() << ": error "
-                     << e.what() << "\n";
+                out_ << Preservation::folder(snapshot).filename().string() << ": error " << e.what()
+                     << "\n";
             }
         }
         for (const auto& problem : damaged) {

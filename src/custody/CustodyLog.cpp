@@ -275,7 +275,7 @@ void preadAll(int fd, char* into, size_t size, off_t offset) {
 // Walks a file's lines from the end, reading fixed blocks, so that the work depends on how far
 // back the wanted line is, not on the size of the file.
 class BackwardLines {
-  public:
+public:
     BackwardLines(int fd, off_t end) : fd_(fd), start_(end) {}
 
     // The line before the previous one returned (possibly empty); nothing at the top.
@@ -297,7 +297,7 @@ class BackwardLines {
         }
     }
 
-  private:
+private:
     static constexpr off_t blockSize = 1 << 16;
 
     static std::string joined(std::string head, const std::vector<std::string>& later) {
@@ -347,7 +347,7 @@ void writeAll(int fd, std::string_view bytes) {
 
 // The log opened for appending under an exclusive advisory lock, released on every way out.
 class LockedLog {
-  public:
+public:
     explicit LockedLog(const fs::path& file) {
         fd_ = ::open(file.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
         if (fd_ < 0)
@@ -402,7 +402,7 @@ class LockedLog {
         }
     }
 
-  private:
+private:
     off_t size() const {
         struct stat info {};
         if (::fstat(fd_, &info) != 0) throw Error(readFailure + std::string(std::strerror(errno)));

@@ -510,8 +510,8 @@ std::vector<std::string> vanishedSnapshots() {
         std::error_code error;
         if (fs::exists(fs::symlink_status(folder, error)) || !reported.insert(folder).second)
             continue;
-        problems.push_back("The custody log records the snapshot " + folder.string() +
-                           " (record " + record.id + "), but its folder no longer exists");
+        problems.push_back("The custody log records the snapshot " + folder.string() + " (record " +
+                           record.id + "), but its folder no longer exists");
     }
     return problems;
 }

@@ -20,14 +20,17 @@ namespace bc::files {
 
 namespace {
 
-std::string describe(const std::error_code& error) { return error.message(); }
+std::string describe(const std::error_code& error) {
+    return error.message();
+}
 
 void writeAll(int fd, std::string_view bytes, const fs::path& file) {
     size_t written = 0;
     while (written < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
+        if (n < 0)
+            throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
         written += static_cast<size_t>(n);
     }
 }
@@ -44,7 +47,8 @@ fs::path appDataFolder() {
 #ifdef __APPLE__
     return homeFolder() / "Library" / "Application Support" / "Kestrove";
 #else
-    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg) return fs::path(xdg) / "Kestrove";
+    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg)
+        return fs::path(xdg) / "Kestrove";
     return homeFolder() / ".local" / "share" / "Kestrove";
 #endif
 }
@@ -75,7 +79,8 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes) {
     }
     const fs::path temporary = temporarySibling(file);
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
+    if (fd < 0)
+        throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
     try {
         writeAll(fd, bytes, file);
         if (::fsync(fd) != 0)
@@ -122,8 +127,8 @@ bool hasEnded(pid_t pid) {
 void removeAbandonedTemporaries(const fs::path& folder) {
     std::error_code error;
     std::vector<fs::path> abandoned;
-    for (auto it = fs::directory_iterator(folder, error);
-         !error && it != fs::directory_iterator(); it.increment(error)) {
+    for (auto it = fs::directory_iterator(folder, error); !error && it != fs::directory_iterator();
+         it.increment(error)) {
         const auto owner = temporaryOwner(it->path().filename().string());
         if (owner && hasEnded(*owner)) abandoned.push_back(it->path());
     }
@@ -137,8 +142,8 @@ void moveIntoPlace(const fs::path& from, const fs::path& to) {
     const int result = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
 #endif
     if (result != 0)
-        throw Error("Couldn't move " + to.filename().string() + " into place: " +
-                    std::strerror(errno));
+        throw Error("Couldn't move " + to.filename().string() +
+                    " into place: " + std::strerror(errno));
 }
 
 void removeAll(const fs::path& target) {
@@ -154,7 +159,8 @@ void removeAll(const fs::path& target) {
         }
     }
     fs::remove_all(target, error);
-    if (error) throw Error("Couldn't remove " + target.filename().string() + ": " + describe(error));
+    if (error)
+        throw Error("Couldn't remove " + target.filename().string() + ": " + describe(error));
 }
 
 void syncFolder(const fs::path& folder) {

@@ -12,7 +12,8 @@ namespace fs = std::filesystem;
 
 fs::path homeFolder();
 
-// macOS: ~/Library/Application Support/Kestrove; elsewhere ${XDG_DATA_HOME:-~/.local/share}/Kestrove.
+// macOS: ~/Library/Application Support/Kestrove; elsewhere
+// ${XDG_DATA_HOME:-~/.local/share}/Kestrove.
 fs::path appDataFolder();
 
 // Whole file into memory; only for small files (stores, logs' tails use their own reads).

@@ -182,7 +182,7 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
     const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
     EXPECT_NE(verified.exitStatus, 0);
     EXPECT_NE(verified.standardOutput.find(snapshots[0].id + " failed verification: 1 changed.\n"
-                                                              "  changed: chat.db\n"),
+                                                             "  changed: chat.db\n"),
               std::string::npos)
         << verified.standardOutput;
     EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact"),
@@ -230,8 +230,8 @@ bool hasHiddenEntry(const fs::path& folder) {
 // An export of the sample conversation into parent/name, started in the background.
 class InterruptedExport {
 public:
-    InterruptedExport(const fs::path& root, const fs::path& parent, const std::string& name = "archive",
-                      const std::string& format = "html")
+    InterruptedExport(const fs::path& root, const fs::path& parent,
+                      const std::string& name = "archive", const std::string& format = "html")
         : parent_(parent), out_(parent / name) {
         fs::create_directories(parent);
         auto arguments = inside(root, {"--export-html", "--demo", "--chats", "1", "--format",

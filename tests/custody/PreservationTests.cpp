@@ -202,8 +202,9 @@ TEST_F(PreservationTest, OutsideFilesKeepDistinctNamesAndUncopyableOnesCountAsFa
     EXPECT_EQ(map[(elsewhere / "a" / "scan.pdf").string()], "Attachments/_other/scan.pdf");
     EXPECT_EQ(map[(elsewhere / "b" / "SCAN.pdf").string()], "Attachments/_other/SCAN 2.pdf");
     EXPECT_FALSE(map.contains((elsewhere / "folder.pdf").string()));
-    EXPECT_THAT(files::readFile(root() / info.id / "README.txt"),
-                HasSubstr("                1 could not be read; listed in failed-attachments.csv\n"));
+    EXPECT_THAT(
+        files::readFile(root() / info.id / "README.txt"),
+        HasSubstr("                1 could not be read; listed in failed-attachments.csv\n"));
     const auto failed = Preservation::failedAttachments(info);
     ASSERT_EQ(failed.size(), 1u);
     EXPECT_EQ(failed[0].path, (elsewhere / "folder.pdf").string());
@@ -306,10 +307,10 @@ TEST_F(PreservationTest, EveryFolderIsVerifiedWhereItLies) {
     });
     ASSERT_NE(renamed, listed.end());
     EXPECT_TRUE(Preservation::verify(*renamed).isIntact());
-    EXPECT_THAT(Preservation::unreadable(),
-                ElementsAre("The custody log records the snapshot " + original.string() +
-                            " (record " + CustodyLog::readAll().front().id +
-                            "), but its folder no longer exists"));
+    EXPECT_THAT(
+        Preservation::unreadable(),
+        ElementsAre("The custody log records the snapshot " + original.string() + " (record " +
+                    CustodyLog::readAll().front().id + "), but its folder no longer exists"));
 }
 
 TEST_F(PreservationTest, LinksNeverPassVerification) {

@@ -21,7 +21,8 @@ TEST(AtomicWrite, CreatesFoldersReplacesWholeAndLeavesNoTemporaries) {
     files::writeFileAtomically(file, "first");
     files::writeFileAtomically(file, "second");
     EXPECT_EQ(files::readFile(file), "second");
-    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), fs::directory_iterator()),
+              1);
 }
 
 TEST(AtomicWrite, FailureKeepsTheOldFileAndSaysWhy) {
@@ -63,8 +64,8 @@ TEST(Temporaries, OnlyThoseOfEndedProcessesAreRemoved) {
     testing::writeText(dir / (".page.pdf.tmp-" + std::to_string(ended) + "-0"), "half");
     const std::vector<std::string> kept{".own.tmp-" + std::to_string(::getpid()) + "-0",
                                         ".parent.tmp-" + std::to_string(::getppid()) + "-1",
-                                        "visible.tmp-" + std::to_string(ended) + "-0",
-                                        ".hidden", ".x.tmp-12ab-0"};
+                                        "visible.tmp-" + std::to_string(ended) + "-0", ".hidden",
+                                        ".x.tmp-12ab-0"};
     for (const auto& name : kept) testing::writeText(dir / name, "");
     files::removeAbandonedTemporaries(dir.path());
     std::vector<std::string> left;
