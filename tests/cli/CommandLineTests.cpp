@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -14,6 +15,7 @@
 #include "custody/Preservation.h"
 #include "support/Files.h"
 #include "support/Process.h"
+#include "support/Sqlite.h"
 #include "testing/Testing.h"
 
 extern char** environ;
@@ -227,60 +229,56 @@ bool hasHiddenEntry(const fs::path& folder) {
     return false;
 }
 
-// An export of the sample conversation into parent/name, started in the background.
-class InterruptedExport {
+// The program started in the background with `arguments`, its errors kept in a file.
+class BackgroundRun {
 public:
-    InterruptedExport(const fs::path& root, const fs::path& parent,
-                      const std::string& name = "archive", const std::string& format = "html")
-        : parent_(parent), out_(parent / name) {
-        fs::create_directories(parent);
-        auto arguments = inside(root, {"--export-html", "--demo", "--chats", "1", "--format",
-                                       format, "--out", out_.string()});
+    BackgroundRun(const fs::path& root, std::vector<std::string> arguments) {
+        arguments = inside(root, std::move(arguments));
         std::vector<char*> argv{const_cast<char*>("/bin/sh")};
         for (auto& argument : arguments) argv.push_back(argument.data());
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        const std::string errors = (root / "stderr.txt").string();
-        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                         0644);
+        stderrFile_ = root / "stderr.txt";
+        posix_spawn_file_actions_addopen(&actions, 2, stderrFile_.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
         spawned_ = posix_spawn(&pid_, "/bin/sh", &actions, nullptr, argv.data(), environ) == 0;
         posix_spawn_file_actions_destroy(&actions);
-        stderrFile_ = errors;
     }
 
-    // Sends `signal` `delayMs` after the export began building (a hidden temporary appeared in
-    // the parent) or, with `fromStart`, after it was started. The exit status, or -signal when
-    // the signal ended it.
-    int interrupt(int signal, int delayMs, bool fromStart = false) {
+    // Sends `signal` `delayMs` after `ready` holds (at once when it is empty). The exit status,
+    // or -signal when the signal ended it.
+    int interrupt(int signal, int delayMs, const std::function<bool()>& ready = {}) {
         if (!spawned_) return -1000;
         int status = 0;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         bool ended = false;
-        while (!fromStart && !hasHiddenEntry(parent_) &&
-               std::chrono::steady_clock::now() < deadline)
+        while (ready && !ready() && std::chrono::steady_clock::now() < deadline)
             if ((ended = ::waitpid(pid_, &status, WNOHANG) == pid_))
                 break;
             else
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
         if (!ended) {
-            std::this_thread::sleep_for(std::chrono::microseconds(delayMs * 1000));
+            std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
             ::kill(pid_, signal);
             ::waitpid(pid_, &status, 0);
         }
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
 
-    fs::path out() const { return out_; }
     std::string errors() const { return files::readFile(stderrFile_); }
 
 private:
-    fs::path parent_;
-    fs::path out_;
     fs::path stderrFile_;
     pid_t pid_ = 0;
     bool spawned_ = false;
 };
+
+// An export of the sample conversation into parent/name.
+std::vector<std::string> exportTo(const fs::path& out, const std::string& format = "html") {
+    fs::create_directories(out.parent_path());
+    return {"--export-html", "--demo", "--chats", "1", "--format", format, "--out", out.string()};
+}
 
 // What a run killed at a random moment left: the whole export (files that check, their custody
 // record and certificate) or nothing under its name. Returns whether the export was there.
@@ -321,13 +319,13 @@ TEST_F(CommandLine, KilledExportsLeaveTheWholeResultOrNothing) {
     for (int trial = 0; trial < 32; ++trial) {
         const bool pdf = trial % 4 == 3;
         const std::string name = (pdf ? "pdf-" : "archive-") + std::to_string(trial);
-        InterruptedExport job(dir_.path(), parent, name, pdf ? "pdf" : "html");
-        killed += job.interrupt(SIGKILL, moment(random), true) == -SIGKILL;
-        if (wholeOrNothing(job.out(), log, pdf)) {
+        BackgroundRun job(dir_.path(), exportTo(parent / name, pdf ? "pdf" : "html"));
+        killed += job.interrupt(SIGKILL, moment(random)) == -SIGKILL;
+        if (wholeOrNothing(parent / name, log, pdf)) {
             ++present;
         } else if (pdf) {
             const auto again = run({"--export-html", "--demo", "--chats", "1", "--format", "pdf",
-                                    "--out", job.out().string()});
+                                    "--out", (parent / name).string()});
             EXPECT_EQ(again.exitStatus, 0) << again.standardError;
         }
     }
@@ -348,8 +346,8 @@ TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
     // proves nothing about cancelling, so it is tried again.
     for (int attempt = 0; attempt < 10; ++attempt) {
         const fs::path parent = dir_ / ("parent-" + std::to_string(attempt));
-        InterruptedExport job(dir_.path(), parent);
-        const int status = job.interrupt(SIGTERM, 0);
+        BackgroundRun job(dir_.path(), exportTo(parent / "archive"));
+        const int status = job.interrupt(SIGTERM, 0, [&] { return hasHiddenEntry(parent); });
         if (status == 0) continue;
         EXPECT_EQ(status, 1);
         const std::string errors = job.errors();
@@ -360,6 +358,38 @@ TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
         return;
     }
     FAIL() << "every export finished before the termination request reached it";
+}
+
+// Enough attachments that a snapshot of `database` is still copying when it is interrupted.
+void addManyAttachments(const fs::path& database, int count) {
+    const std::string bytes(256 * 1024, 'b');
+    sqlite::Connection db(database, sqlite::OpenMode::readWriteCreate);
+    db.execute("BEGIN");
+    for (int number = 0; number < count; ++number) {
+        const fs::path file = database.parent_path() / "Attachments" / std::to_string(number);
+        testing::writeText(file, bytes + std::to_string(number));
+        db.prepare("INSERT INTO attachment (filename) VALUES (?)").bind(1, file.string()).step();
+    }
+    db.execute("COMMIT");
+}
+
+TEST_F(CommandLine, CancelledSnapshotSaysNothingWasKept) {
+    ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);  // sample written
+    const fs::path database = dir_ / "Messages" / "chat.db";
+    fs::create_directories(database.parent_path());
+    fs::copy_file(demoFolder() / "chat.db", database);
+    addManyAttachments(database, 400);
+    const fs::path root = dir_ / "home" / "data" / "Kestrove" / "Snapshots";
+    BackgroundRun job(dir_.path(),
+                      {"--export-html", "--database", database.string(), "--snapshot"});
+    const int status = job.interrupt(SIGTERM, 0, [&] {
+        std::error_code error;
+        return !fs::is_empty(root, error) && !error;
+    });
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(job.errors().ends_with("error: Snapshot cancelled. Nothing was kept.\n"))
+        << job.errors();
+    EXPECT_TRUE(fs::is_empty(root));
 }
 
 }  // namespace
