@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <QCheckBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -79,6 +80,8 @@ CustodyLogWindow::CustodyLogWindow(AppModel& model, QWidget* parent)
     heading_ = new QLabel(this);
     heading_->setObjectName("custodyHeading");
     heading_->setWordWrap(true);
+    every_ = new QCheckBox("Show every record", this);
+    every_->setObjectName("everyRecord");
     auto* splitter = new QSplitter(Qt::Vertical, this);
     list_ = new QTreeWidget(splitter);
     list_->setObjectName("custodyRecords");
@@ -99,11 +102,13 @@ CustodyLogWindow::CustodyLogWindow(AppModel& model, QWidget* parent)
     row->addWidget(verifyButton);
     row->addWidget(verdict_, 1);
     column->addWidget(heading_);
+    column->addWidget(every_);
     column->addWidget(splitter, 1);
     column->addLayout(row);
     resize(900, 560);
 
     connect(verifyButton, &QPushButton::clicked, this, &CustodyLogWindow::verify);
+    connect(every_, &QCheckBox::toggled, this, &CustodyLogWindow::showRecords);
     connect(list_, &QTreeWidget::currentItemChanged, this, &CustodyLogWindow::showDetails);
     connect(&model_, &AppModel::transcriptChanged, this, [this](bool keepPosition) {
         if (!keepPosition) showRecords();
@@ -118,19 +123,26 @@ void CustodyLogWindow::showRecords() {
     list_->clear();
     details_->clear();
     const auto* conversation = model_.selectedConversation();
-    if (!conversation) {
+    const bool every = every_->isChecked();
+    if (!conversation && !every) {
         heading_->setText("Choose a conversation to see its custody records.");
         return;
     }
     try {
-        records_ = recordsFor(conversation->chatIDs);
+        if (every) {
+            records_ = CustodyLog::readAll();
+            std::reverse(records_.begin(), records_.end());
+        } else {
+            records_ = recordsFor(conversation->chatIDs);
+        }
     } catch (const std::exception& error) {
         heading_->setText(error.what());
         return;
     }
-    heading_->setText(QString::number(records_.size()) +
-                      (records_.size() == 1 ? " custody record for " : " custody records for ") +
-                      qs(conversation->title) + " in " + qs(CustodyLog::url().string()));
+    const QString count = QString::number(records_.size()) +
+                          (records_.size() == 1 ? " custody record" : " custody records");
+    heading_->setText(count + (every ? QString() : " for " + qs(conversation->title)) + " in " +
+                      qs(CustodyLog::url().string()));
     for (const auto& record : records_) {
         auto* item = new QTreeWidgetItem(list_);
         item->setText(0, when(record.createdAt));
@@ -141,6 +153,10 @@ void CustodyLogWindow::showRecords() {
         item->setText(5, QString::number(record.outputs.size()));
     }
     if (list_->topLevelItemCount() > 0) list_->setCurrentItem(list_->topLevelItem(0));
+}
+
+void CustodyLogWindow::setShowingEveryRecord(bool every) {
+    every_->setChecked(every);
 }
 
 void CustodyLogWindow::showDetails() {

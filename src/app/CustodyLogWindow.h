@@ -7,6 +7,7 @@
 
 #include "model/CustodyRecord.h"
 
+class QCheckBox;
 class QLabel;
 class QPlainTextEdit;
 class QTreeWidget;
@@ -15,8 +16,8 @@ namespace bc::app {
 
 class AppModel;
 
-// The custody records of the open conversation, newest first, each in full, and the check of
-// the whole log's hash chain.
+// The custody records of the open conversation, or every record (snapshots of all conversations
+// included), newest first, each in full, and the check of the whole log's hash chain.
 class CustodyLogWindow : public QDialog {
     Q_OBJECT
 public:
@@ -27,8 +28,9 @@ public:
     static std::vector<CustodyRecord> recordsFor(const std::vector<int64_t>& chatIDs);
 
     const std::vector<CustodyRecord>& records() const { return records_; }
-    // Reads the log again for the open conversation.
+    // Reads the log again for the open conversation, or all of it.
     void showRecords();
+    void setShowingEveryRecord(bool every);
     // Walks the chain and shows the verdict.
     void verify();
     QString verdict() const;
@@ -39,6 +41,7 @@ private:
     AppModel& model_;
     std::vector<CustodyRecord> records_;
     QLabel* heading_;
+    QCheckBox* every_;
     QTreeWidget* list_;
     QPlainTextEdit* details_;
     QLabel* verdict_;

@@ -51,6 +51,12 @@ const SnapshotInfo* Snapshots::find(const std::string& id) const {
     return nullptr;
 }
 
+const SnapshotInfo* Snapshots::findAt(const std::filesystem::path& folder) const {
+    for (const auto& snapshot : list_)
+        if (Preservation::folder(snapshot) == folder) return &snapshot;
+    return nullptr;
+}
+
 void Snapshots::refresh() {
     const auto generation = ++listGeneration_;
     listing_.run(
@@ -104,13 +110,17 @@ bool Snapshots::verify(const SnapshotInfo& snapshot) {
     return model_.jobs().start(
         "Verifying " + qs(snapshot.id) + "…",
         [snapshot](const CancelFlag& cancel, const ProgressFn& progress) {
-            return Preservation::describe(Preservation::verify(snapshot, &cancel, progress),
-                                          snapshot);
+            const auto verification = Preservation::verify(snapshot, &cancel, progress);
+            return std::pair(Preservation::describe(verification, snapshot),
+                             Preservation::findings(verification));
         },
-        [this, id = snapshot.id](std::string verdict) {
-            verdicts_[id] = qs(verdict);
+        [this, folder = Preservation::folder(snapshot)](
+            std::pair<std::string, std::vector<std::string>> verdict) {
+            QString full = qs(verdict.first);
+            for (const auto& finding : verdict.second) full += "\n" + qs(finding);
+            verdicts_[folder] = full;
             emit verdictsChanged();
-            return qs(verdict);
+            return qs(verdict.first);
         },
         [id = qs(snapshot.id)](std::exception_ptr error) {
             if (isCancellation(error)) return "Verification of " + id + " cancelled.";
@@ -118,8 +128,8 @@ bool Snapshots::verify(const SnapshotInfo& snapshot) {
         });
 }
 
-std::optional<QString> Snapshots::verdict(const std::string& id) const {
-    const auto found = verdicts_.find(id);
+std::optional<QString> Snapshots::verdict(const SnapshotInfo& snapshot) const {
+    const auto found = verdicts_.find(Preservation::folder(snapshot));
     if (found == verdicts_.end()) return std::nullopt;
     return found->second;
 }
@@ -144,8 +154,8 @@ bool Snapshots::moveToTrash(const SnapshotInfo& snapshot) {
             unlockAndTrash(folder, cancel);
             return true;
         },
-        [this, id](bool) {
-            verdicts_.erase(id.toStdString());
+        [this, id, folder = Preservation::folder(snapshot)](bool) {
+            verdicts_.erase(folder);
             refresh();
             return id + " moved to the Trash.";
         },

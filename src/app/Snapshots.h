@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -34,6 +35,8 @@ public:
     // The sealed snapshots under the root, newest first, as last read.
     const std::vector<SnapshotInfo>& list() const { return list_; }
     const SnapshotInfo* find(const std::string& id) const;
+    // The snapshot found in this folder (copies may share an id, never a folder).
+    const SnapshotInfo* findAt(const std::filesystem::path& folder) const;
     // Reads the root again off the main thread; `listChanged` follows.
     void refresh();
 
@@ -42,9 +45,10 @@ public:
     // Seals every conversation of the live source. False, with the reason in the status line,
     // when it cannot start.
     bool take();
-    // The verdict ends up in the status line and in `verdict`.
+    // The verdict ends up in the status line and, with one line per file concerned, in
+    // `verdict`.
     bool verify(const SnapshotInfo& snapshot);
-    std::optional<QString> verdict(const std::string& id) const;
+    std::optional<QString> verdict(const SnapshotInfo& snapshot) const;
     void openAsSource(const SnapshotInfo& snapshot);
     // Unlocks the folder and moves it to the Trash (the caller has asked the user).
     bool moveToTrash(const SnapshotInfo& snapshot);
@@ -63,7 +67,7 @@ private:
     Background listing_;
     uint64_t listGeneration_ = 0;
     std::vector<SnapshotInfo> list_;
-    std::map<std::string, QString> verdicts_;
+    std::map<std::filesystem::path, QString> verdicts_;  // by folder
 };
 
 }  // namespace bc::app

@@ -19,7 +19,7 @@ namespace bc::app {
 
 namespace {
 
-constexpr int idRole = Qt::UserRole + 1;
+constexpr int folderRole = Qt::UserRole + 1;
 
 QString attachmentsText(const SnapshotInfo& snapshot) {
     QString text = QString::number(snapshot.attachmentsCopied) + " preserved";
@@ -42,6 +42,11 @@ SnapshotsWindow::SnapshotsWindow(AppModel& model, QWidget* parent)
     list_->setHeaderLabels(
         {"Snapshot", "Taken", "Scope", "Messages", "Attachments", "Size", "Last verification"});
     list_->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    // The chosen snapshot's last verdict in full, with every file concerned.
+    verdict_ = new QLabel(this);
+    verdict_->setObjectName("snapshotVerdict");
+    verdict_->setWordWrap(true);
+    verdict_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     note_ = new QLabel(this);
     note_->setObjectName("snapshotNote");
     note_->setWordWrap(true);
@@ -53,6 +58,7 @@ SnapshotsWindow::SnapshotsWindow(AppModel& model, QWidget* parent)
     for (auto* button : {take_, verify_, open_, trash_}) buttons->addWidget(button);
     buttons->addStretch();
     column->addWidget(list_, 1);
+    column->addWidget(verdict_);
     column->addWidget(note_);
     column->addLayout(buttons);
     resize(900, 420);
@@ -77,14 +83,14 @@ SnapshotsWindow::SnapshotsWindow(AppModel& model, QWidget* parent)
 
 void SnapshotsWindow::showList() {
     const auto* chosen = selected();
-    const std::string keep = chosen ? chosen->id : std::string();
+    const std::string keep = chosen ? Preservation::folder(*chosen).string() : std::string();
     {
         const QSignalBlocker quiet(list_);
         list_->clear();
         for (const auto& snapshot : model_.snapshots().list()) {
             auto* item = new QTreeWidgetItem(list_);
-            item->setData(0, idRole, qs(snapshot.id));
-            item->setText(0, qs(snapshot.id));
+            item->setData(0, folderRole, qs(Preservation::folder(snapshot).string()));
+            item->setText(0, qs(Preservation::folder(snapshot).filename().string()));
             item->setText(1, qs(dates::formatStyled(snapshot.createdAt, dates::Style::abbreviated,
                                                     dates::Style::abbreviated)));
             item->setText(2, qs(snapshot.scope));
@@ -92,8 +98,9 @@ void SnapshotsWindow::showList() {
                 3, snapshot.messageRows ? QString::number(*snapshot.messageRows) : QString("–"));
             item->setText(4, attachmentsText(snapshot));
             item->setText(5, QLocale().formattedDataSize(snapshot.totalBytes));
-            const auto verdict = model_.snapshots().verdict(snapshot.id);
-            item->setText(6, verdict.value_or("Not verified in this session"));
+            const auto verdict = model_.snapshots().verdict(snapshot);
+            item->setText(6, verdict ? verdict->section('\n', 0, 0)
+                                     : QString("Not verified in this session"));
             if (verdict) item->setToolTip(6, *verdict);
         }
     }
@@ -107,6 +114,11 @@ void SnapshotsWindow::showState() {
     const auto whyNot = model_.snapshots().whyNotTake();
     const bool busy = model_.jobs().isRunning();
     const bool chosen = selected() != nullptr;
+    const auto verdict = chosen ? model_.snapshots().verdict(*selected()) : std::nullopt;
+    verdict_->setText(verdict.value_or(QString()));
+    verdict_->setVisible(verdict.has_value());
+    const bool failed = verdict && verdict->startsWith("WARNING: ");
+    verdict_->setStyleSheet(failed ? "QLabel { color: #b00020; font-weight: bold; }" : QString());
     take_->setEnabled(!whyNot && !busy);
     verify_->setEnabled(chosen && !busy);
     open_->setEnabled(chosen);
@@ -120,14 +132,19 @@ void SnapshotsWindow::showState() {
 const SnapshotInfo* SnapshotsWindow::selected() const {
     const auto* item = list_->currentItem();
     if (!item) return nullptr;
-    return model_.snapshots().find(item->data(0, idRole).toString().toStdString());
+    return model_.snapshots().findAt(item->data(0, folderRole).toString().toStdString());
 }
 
-void SnapshotsWindow::select(const std::string& id) {
+void SnapshotsWindow::select(const std::string& folder) {
     for (int row = 0; row < list_->topLevelItemCount(); ++row) {
         auto* item = list_->topLevelItem(row);
-        if (item->data(0, idRole).toString().toStdString() == id) list_->setCurrentItem(item);
+        if (item->data(0, folderRole).toString().toStdString() == folder)
+            list_->setCurrentItem(item);
     }
+}
+
+QString SnapshotsWindow::verdictText() const {
+    return verdict_->isVisibleTo(this) ? verdict_->text() : QString();
 }
 
 bool SnapshotsWindow::confirmTrash(const SnapshotInfo& snapshot) {

@@ -21,7 +21,10 @@ public:
 
     // The chosen row's snapshot, if any.
     const SnapshotInfo* selected() const;
-    void select(const std::string& id);
+    // Chooses the row of the snapshot in this folder.
+    void select(const std::string& folder);
+    // The chosen snapshot's last verdict in full, one line per file concerned; empty if none.
+    QString verdictText() const;
     // Asks before the selected snapshot goes to the Trash; a "yes" moves it.
     void trashSelected();
 
@@ -32,6 +35,7 @@ private:
 
     AppModel& model_;
     QTreeWidget* list_;
+    QLabel* verdict_;
     QLabel* note_;
     QPushButton* take_;
     QPushButton* verify_;

@@ -14,4 +14,10 @@ std::optional<std::string> Arguments::value(const std::string& name) const {
     return *(found + 1);
 }
 
+std::optional<std::string> Arguments::withoutValue(const std::vector<std::string>& options) const {
+    for (const auto& option : options)
+        if (contains(option) && !value(option)) return option;
+    return std::nullopt;
+}
+
 }  // namespace bc::cli

@@ -14,6 +14,8 @@ public:
     bool contains(const std::string& name) const;
     // The argument after the first occurrence of `name`; nothing when it is absent or last.
     std::optional<std::string> value(const std::string& name) const;
+    // The first of `options` that is present without a value (the last argument), if any.
+    std::optional<std::string> withoutValue(const std::vector<std::string>& options) const;
     bool empty() const { return items_.empty(); }
     const std::vector<std::string>& items() const { return items_; }
 

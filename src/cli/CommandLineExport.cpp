@@ -95,6 +95,13 @@ ExportJob buildJob(MessageDatabase& database, const std::vector<int64_t>& ids,
 
 }  // namespace
 
+bool CommandLineExport::valuesGiven() {
+    const auto option =
+        arguments_.withoutValue({"--title", "--from", "--to", "--format", "--scope", "--database"});
+    if (option) err_ << "error: " << *option << " needs a value\n";
+    return !option;
+}
+
 int CommandLineExport::fail(const std::string& description) {
     err_ << "error: " << description << "\n";
     return 1;
@@ -137,6 +144,7 @@ int CommandLineExport::run() {
         err_ << usage << "\n";
         return 2;
     }
+    if (!valuesGiven()) return 2;
     const auto ids = chatIDs(*list);
     if (!ids) return 2;
     const auto from = day("--from");
@@ -162,7 +170,9 @@ int CommandLineExport::run() {
     } catch (const std::exception& e) {
         return fail(e.what());
     }
-    const fs::path folder = fs::absolute(*outArgument);
+    // "out/" names the folder "out", never an entry inside it.
+    fs::path folder = fs::absolute(*outArgument).lexically_normal();
+    if (folder.filename().empty()) folder = folder.parent_path();
     if (fs::exists(fs::symlink_status(folder)))
         return fail(*outArgument + " already exists; choose a new folder");
     try {
@@ -203,16 +213,9 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
     // A PDF goes into the new folder beside its certificate; page images are the folder.
     const bool pdf = job.format == RangeExportFormat::pdf;
     const fs::path destination = pdf ? folder / (Exporter::fileStem(job.title) + ".pdf") : folder;
-    if (pdf) {
-        std::error_code error;
-        if (!fs::create_directories(folder, error))
-            return fail("Couldn't create " + folder.string() + ": " + error.message());
-    }
-    const auto outcome = ExportPipeline::run(job, destination, context, cancel_, phasesTo(err_));
-    if (!outcome.filesKept()) {
-        if (pdf) files::removeAll(folder);
-        return fail(outcome.message);
-    }
+    const auto outcome = ExportPipeline::run(job, destination, context, cancel_, phasesTo(err_),
+                                             pdf ? std::optional<fs::path>(folder) : std::nullopt);
+    if (!outcome.filesKept()) return fail(outcome.message);
     out_ << "Done.\n  " << (pdf ? "pdf:            " : "pages:          ") << destination.string()
          << "\n  messages:       " << job.messageCount()
          << "\n  pages:          " << outcome.pages->pages << "\n";
@@ -226,6 +229,7 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
 }
 
 int CommandLineExport::snapshot() {
+    if (!valuesGiven()) return 2;
     std::optional<std::vector<int64_t>> ids;
     if (const auto list = arguments_.value("--chats")) {
         ids = chatIDs(*list);
@@ -242,10 +246,12 @@ int CommandLineExport::snapshot() {
              << info.attachmentsMissing << " not on " << thisMachine << ", "
              << info.attachmentsFailed << " failed\n  chat.db SHA-256: " << info.databaseSHA256
              << "\n";
+        for (const auto& failure : Preservation::failedAttachments(info))
+            out_ << "  could not be read: " << failure.path << ": " << failure.error << "\n";
         if (taken.custodyFailure) return fail(taken.statusLine());
         return 0;
-    } catch (const std::exception& e) {
-        return fail(e.what());
+    } catch (const std::exception&) {
+        return fail(snapshotNotTakenLine(std::current_exception()));
     }
 }
 
@@ -262,9 +268,12 @@ int CommandLineExport::verifySnapshots() {
                 const auto verification = Preservation::verify(snapshot, &cancel_);
                 intact = intact && verification.isIntact();
                 out_ << Preservation::describe(verification, snapshot) << "\n";
+                for (const auto& finding : Preservation::findings(verification))
+                    out_ << "  " << finding << "\n";
             } catch (const std::exception& e) {
                 intact = false;
-                out_ << snapshot.id << ": error " << e.what() << "\n";
+                out_ << Preservation::folder(snapshot).filename().string() << ": error " << e.what()
+                     << "\n";
             }
         }
         for (const auto& problem : damaged) {

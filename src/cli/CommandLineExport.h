@@ -36,6 +36,8 @@ private:
     std::optional<std::vector<int64_t>> chatIDs(const std::string& list);
     // Start of the named day in the current time zone; nothing (error printed) when malformed.
     std::optional<std::optional<Date>> day(const std::string& option);
+    // False (and the error printed) when an option that takes a value ends the arguments.
+    bool valuesGiven();
     int fail(const std::string& description);
     void reportHTML(const ExportOutcome& outcome);
 

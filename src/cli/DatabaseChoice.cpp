@@ -1,6 +1,7 @@
 #include "cli/DatabaseChoice.h"
 
 #include "cli/DemoStores.h"
+#include "support/Errors.h"
 
 namespace bc::cli {
 

@@ -13,6 +13,7 @@
 
 #include "model/MessageSource.h"
 #include "sources/demo/DemoData.h"
+#include "support/DateFormat.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Machine.h"
@@ -98,6 +99,15 @@ bool isUpperCaseUUID(std::string_view text) {
     return true;
 }
 
+// The encoder's own form only (whole seconds, "Z"): another spelling of the same instant would
+// re-encode differently from what was hashed, so it counts as an edit.
+Date canonicalDate(const Json& object, const char* key) {
+    const std::string text = textAt(object, key);
+    const Date date = member(object, key).get<Date>();
+    if (dates::iso8601(date) != text) wrongType("a date like 2024-03-05T14:07:09Z");
+    return date;
+}
+
 }  // namespace
 
 void to_json(Json& j, const CustodySystemInfo& info) {
@@ -167,7 +177,7 @@ void to_json(Json& j, const CustodyRecord& record) {
 void from_json(const Json& j, CustodyRecord& record) {
     record.id = textAt(j, "id");
     if (!isUpperCaseUUID(record.id)) wrongType("an upper-case UUID as \"id\"");
-    record.createdAt = member(j, "createdAt").get<Date>();
+    record.createdAt = canonicalDate(j, "createdAt");
     record.action = textAt(j, "action");
     record.format = textAt(j, "format");
     record.title = textAt(j, "title");
@@ -268,7 +278,7 @@ void preadAll(int fd, char* into, size_t size, off_t offset) {
 // Walks a file's lines from the end, reading fixed blocks, so that the work depends on how far
 // back the wanted line is, not on the size of the file.
 class BackwardLines {
-  public:
+public:
     BackwardLines(int fd, off_t end) : fd_(fd), start_(end) {}
 
     // The line before the previous one returned (possibly empty); nothing at the top.
@@ -290,7 +300,7 @@ class BackwardLines {
         }
     }
 
-  private:
+private:
     static constexpr off_t blockSize = 1 << 16;
 
     static std::string joined(std::string head, const std::vector<std::string>& later) {
@@ -340,7 +350,7 @@ void writeAll(int fd, std::string_view bytes) {
 
 // The log opened for appending under an exclusive advisory lock, released on every way out.
 class LockedLog {
-  public:
+public:
     explicit LockedLog(const fs::path& file) {
         fd_ = ::open(file.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
         if (fd_ < 0)
@@ -395,7 +405,7 @@ class LockedLog {
         }
     }
 
-  private:
+private:
     off_t size() const {
         struct stat info {};
         if (::fstat(fd_, &info) != 0) throw Error(readFailure + std::string(std::strerror(errno)));

@@ -78,6 +78,7 @@ namespace {
 constexpr const char* manifestName = "manifest.json";
 constexpr const char* mapName = "attachment-map.json";
 constexpr const char* missingName = "missing-attachments.csv";
+constexpr const char* failedName = "failed-attachments.csv";
 constexpr const char* databaseName = "chat.db";
 constexpr const char* readmeName = "README.txt";
 constexpr const char* partialSuffix = ".partial";
@@ -112,9 +113,20 @@ std::string snapshotID(Date createdAt) {
     return "Snapshot " + stamp;
 }
 
+// The id itself, or with " 2", " 3"… when a snapshot of the same second exists. Chosen under the
+// root lock, so concurrent creates never pick the same one.
+std::string freeID(const fs::path& root, const std::string& id) {
+    std::string chosen = id;
+    for (int number = 2; fs::exists(fs::symlink_status(root / chosen)); ++number)
+        chosen = id + " " + std::to_string(number);
+    return chosen;
+}
+
 SnapshotInfo readManifest(const fs::path& folder) {
     try {
-        return json::decode(files::readFile(folder / manifestName)).get<SnapshotInfo>();
+        auto info = json::decode(files::readFile(folder / manifestName)).get<SnapshotInfo>();
+        info.folder = fs::absolute(folder);
+        return info;
     } catch (const std::exception& error) {
         throw Error("Couldn't read the manifest of " + folder.filename().string() + ": " +
                     reason(error));
@@ -132,35 +144,108 @@ bool isInside(const std::string& relative) {
     return !relative.empty() && path.is_relative() && *path.begin() != "..";
 }
 
+// A regular file reached through real folders only: a link, or a folder replaced by one, may
+// point at identical bytes elsewhere, which were never sealed.
+bool isPlainFile(const fs::path& folder, const std::string& relative) {
+    std::error_code error;
+    fs::path at = folder;
+    for (const auto& part : fs::path(relative).lexically_normal()) {
+        at /= part;
+        const auto type = fs::symlink_status(at, error).type();
+        if (type == fs::file_type::symlink || error) return false;
+    }
+    return fs::symlink_status(at, error).type() == fs::file_type::regular;
+}
+
 std::string csvField(const std::string& value) {
     std::string quoted = "\"";
     for (const char c : value) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     return quoted + "\"";
 }
 
-std::string missingCSV(const std::vector<std::string>& missing) {
-    std::string csv = "\xEF\xBB\xBF" + csvField("path_listed_in_messages") + "\r\n";
-    for (const auto& path : missing) csv += csvField(path) + "\r\n";
+std::string csvRows(const std::vector<std::vector<std::string>>& rows) {
+    std::string csv = "\xEF\xBB\xBF";
+    for (const auto& row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) csv += (i ? "," : "") + csvField(row[i]);
+        csv += "\r\n";
+    }
     return csv;
 }
 
-// Where each attachment goes inside the snapshot: its place under the Messages attachments
-// folder, or "_other/" + its name; names already taken (compared without case, as on macOS
-// volumes) get " 2", " 3"… before the extension.
+std::string missingCSV(const std::vector<std::string>& missing) {
+    std::vector<std::vector<std::string>> rows{{"path_listed_in_messages"}};
+    for (const auto& path : missing) rows.push_back({path});
+    return csvRows(rows);
+}
+
+std::string failedCSV(const std::vector<Preservation::FailedAttachment>& failed) {
+    std::vector<std::vector<std::string>> rows{{"path_listed_in_messages", "error"}};
+    for (const auto& failure : failed) rows.push_back({failure.path, failure.error});
+    return csvRows(rows);
+}
+
+// The rows after the header of a CSV written by csvRows (every field quoted).
+std::vector<std::vector<std::string>> readCSVRows(const std::string& csv) {
+    std::vector<std::vector<std::string>> rows(1);
+    std::string field;
+    bool quoted = false;
+    for (size_t i = csv.starts_with("\xEF\xBB\xBF") ? 3 : 0; i < csv.size(); ++i) {
+        const char c = csv[i];
+        if (quoted && c == '"' && i + 1 < csv.size() && csv[i + 1] == '"') {
+            field += '"';
+            ++i;
+        } else if (c == '"') {
+            quoted = !quoted;
+        } else if (quoted || (c != ',' && c != '\r' && c != '\n')) {
+            field += c;
+        } else if (c == ',') {
+            rows.back().push_back(std::move(field));
+            field.clear();
+        } else if (c == '\n') {
+            rows.back().push_back(std::move(field));
+            field.clear();
+            rows.emplace_back();
+        }
+    }
+    rows.pop_back();  // after the last line feed
+    if (!rows.empty()) rows.erase(rows.begin());
+    return rows;
+}
+
+// `path` relative to `folder` when it lies inside it.
+std::optional<fs::path> under(const fs::path& path, const fs::path& folder) {
+    const fs::path relative = path.lexically_relative(folder);
+    if (!path.is_absolute() || relative.empty() || relative == "." || *relative.begin() == "..")
+        return std::nullopt;
+    return relative;
+}
+
+// Where each attachment is read from and where it goes inside the snapshot: its place under the
+// Messages attachments folder, or "_other/" + its name; names already taken (compared without
+// case, as on macOS volumes) get " 2", " 3"… before the extension.
 class Destinations {
 public:
     explicit Destinations(const fs::path& attachmentsFolder)
-        : attachmentsFolder_(attachmentsFolder.lexically_normal()) {}
+        : attachmentsFolder_(attachmentsFolder.lexically_normal()),
+          homeAttachments_(
+              (files::homeFolder() / "Library" / "Messages" / "Attachments").lexically_normal()) {}
 
-    std::string choose(const std::string& listedPath) {
-        const fs::path source = fs::path(listedPath).lexically_normal();
-        const fs::path relative = source.lexically_relative(attachmentsFolder_);
-        const bool inside = source.is_absolute() && !relative.empty() && relative != "." &&
-                            *relative.begin() != "..";
+    // The file a listed path names. One under the user's Messages attachments folder ("~/…" as
+    // the database lists it) is read beside the database taken: a copied Messages folder keeps
+    // its Attachments beside chat.db.
+    fs::path source(const std::string& listedPath) const {
+        const fs::path listed = fs::path(listedPath).lexically_normal();
+        if (const auto relative = under(listed, homeAttachments_))
+            return attachmentsFolder_ / *relative;
+        return listed;
+    }
+
+    std::string choose(const fs::path& source) {
+        const auto relative = under(source, attachmentsFolder_);
         const std::string name =
             source.filename().empty() ? "attachment" : source.filename().string();
         const fs::path wanted =
-            inside ? "Attachments" / relative : fs::path("Attachments") / "_other" / name;
+            relative ? "Attachments" / *relative : fs::path("Attachments") / "_other" / name;
         fs::path chosen = wanted;
         for (int number = 2; !taken_.insert(text::toLowerAscii(chosen.generic_string())).second;
              ++number)
@@ -171,6 +256,7 @@ public:
 
 private:
     fs::path attachmentsFolder_;
+    fs::path homeAttachments_;
     std::unordered_set<std::string> taken_;
 };
 
@@ -217,29 +303,30 @@ struct Attachments {
     Json map = Json::object();
     std::vector<std::string> missing;
     std::vector<SnapshotInfo::FileEntry> files;
-    int64_t failed = 0;
+    std::vector<Preservation::FailedAttachment> failed;
 };
 
 void preserveOne(const std::string& listedPath, const fs::path& work, Destinations& destinations,
                  Attachments& result, const CancelFlag* cancel) {
     std::error_code error;
-    if (listedPath.empty() || !fs::exists(listedPath, error)) {
+    const fs::path source = destinations.source(listedPath);
+    if (listedPath.empty() || !fs::exists(source, error)) {
         result.missing.push_back(listedPath);
         return;
     }
-    const std::string relative = destinations.choose(listedPath);
+    const std::string relative = destinations.choose(source);
     const fs::path destination = work / relative;
     try {
         fs::create_directories(destination.parent_path());
-        const VerifiedCopy copy = copyVerified(listedPath, destination, cancel);
+        const VerifiedCopy copy = copyVerified(source, destination, cancel);
         if (!copy.matches()) throw Error("the copy's SHA-256 differs from the original's");
         result.map[listedPath] = relative;
         result.files.push_back({relative, copy.bytes, copy.copySHA256});
     } catch (const CancelledError&) {
         throw;
-    } catch (const std::exception&) {
+    } catch (const std::exception& failure) {
         fs::remove(destination, error);
-        ++result.failed;
+        result.failed.push_back({listedPath, reason(failure)});
     }
 }
 
@@ -290,13 +377,17 @@ void build(SnapshotInfo& info, MessageDatabase& database, const fs::path& work,
         rows, fs::path(info.sourcePath).parent_path() / "Attachments", work, cancel, progress);
     info.attachmentsCopied = static_cast<int64_t>(attachments.files.size());
     info.attachmentsMissing = static_cast<int64_t>(attachments.missing.size());
-    info.attachmentsFailed = attachments.failed;
+    info.attachmentsFailed = static_cast<int64_t>(attachments.failed.size());
     info.files = std::move(attachments.files);
 
     if (progress) progress("Sealing the snapshot…");
     if (!attachments.missing.empty()) {
         files::writeFileAtomically(work / missingName, missingCSV(attachments.missing));
         info.files.push_back(hashedEntry(work, missingName));
+    }
+    if (!attachments.failed.empty()) {
+        files::writeFileAtomically(work / failedName, failedCSV(attachments.failed));
+        info.files.push_back(hashedEntry(work, failedName));
     }
     files::writeFileAtomically(work / mapName, json::encodePretty(attachments.map));
     info.files.push_back(hashedEntry(work, mapName));
@@ -328,7 +419,7 @@ void Preservation::setOverrideRoot(std::optional<fs::path> folder) {
 }
 
 fs::path Preservation::folder(const SnapshotInfo& snapshot) {
-    return fs::absolute(root()) / snapshot.id;
+    return snapshot.folder.empty() ? fs::absolute(root()) / snapshot.id : snapshot.folder;
 }
 
 SnapshotInfo Preservation::create(MessageDatabase& database,
@@ -337,7 +428,6 @@ SnapshotInfo Preservation::create(MessageDatabase& database,
                                   const ProgressFn& progress) {
     SnapshotInfo info;
     info.createdAt = wholeSeconds(Clock::now());
-    info.id = snapshotID(info.createdAt);
     info.scope = scope;
     info.chatIDs = chatIDs;
     info.sourcePath = fs::absolute(database.path()).string();
@@ -349,9 +439,9 @@ SnapshotInfo Preservation::create(MessageDatabase& database,
         throw Error("Couldn't create the snapshots folder " + rootFolder.string() + ": " +
                     error.message());
     RootLock rootLock(rootFolder);
+    info.id = freeID(rootFolder, snapshotID(info.createdAt));
     const fs::path destination = rootFolder / info.id;
-    if (fs::exists(destination))
-        throw Error("Couldn't take the snapshot: " + info.id + " already exists");
+    info.folder = destination;
     const fs::path work = rootFolder / (info.id + partialSuffix);
     try {
         removeLeftovers(rootFolder);
@@ -371,27 +461,74 @@ SnapshotInfo Preservation::create(MessageDatabase& database,
 
 namespace {
 
-// Calls `read` with every sealed snapshot folder under the root (one holding a manifest).
-void forEachSnapshotFolder(const std::function<void(const fs::path&)>& read) {
+// Every snapshot folder under the root (work folders of creates left out).
+std::vector<fs::path> snapshotFolders() {
+    std::vector<fs::path> folders;
     std::error_code error;
-    for (const auto& entry : fs::directory_iterator(Preservation::root(), error)) {
-        if (!entry.is_directory() || entry.path().filename().string().ends_with(partialSuffix))
-            continue;
-        if (fs::exists(entry.path() / manifestName)) read(entry.path());
+    for (const auto& entry : fs::directory_iterator(Preservation::root(), error))
+        if (entry.is_directory(error) && !entry.is_symlink(error) &&
+            !entry.path().filename().string().ends_with(partialSuffix))
+            folders.push_back(fs::absolute(entry.path()));
+    return folders;
+}
+
+bool hasManifest(const fs::path& folder) {
+    std::error_code error;
+    return fs::exists(fs::symlink_status(folder / manifestName, error));
+}
+
+bool isEmptyFolder(const fs::path& folder) {
+    std::error_code error;
+    return fs::is_empty(folder, error) && !error;
+}
+
+// The folder a snapshot record sealed: the deepest folder holding all of its outputs.
+fs::path sealedFolder(const CustodyRecord& record) {
+    fs::path common = fs::path(record.outputs.front().path).parent_path();
+    for (const auto& output : record.outputs) {
+        while (common != common.parent_path()) {
+            const fs::path inside = fs::path(output.path).lexically_relative(common);
+            if (!inside.empty() && *inside.begin() != "..") break;
+            common = common.parent_path();
+        }
     }
+    return common;
+}
+
+// Custody records of snapshots whose folder is gone: a deleted snapshot must not go unnoticed.
+std::vector<std::string> vanishedSnapshots() {
+    std::vector<CustodyRecord> records;
+    try {
+        records = CustodyLog::readAll();
+    } catch (const std::exception&) {
+        return {};  // the chain check reports an unreadable log
+    }
+    std::vector<std::string> problems;
+    std::set<fs::path> reported;
+    for (const auto& record : records) {
+        if (record.action != "snapshot" || record.outputs.empty()) continue;
+        const fs::path folder = sealedFolder(record);
+        std::error_code error;
+        if (fs::exists(fs::symlink_status(folder, error)) || !reported.insert(folder).second)
+            continue;
+        problems.push_back("The custody log records the snapshot " + folder.string() + " (record " +
+                           record.id + "), but its folder no longer exists");
+    }
+    return problems;
 }
 
 }  // namespace
 
 std::vector<SnapshotInfo> Preservation::list() {
     std::vector<SnapshotInfo> snapshots;
-    forEachSnapshotFolder([&](const fs::path& folder) {
+    for (const auto& folder : snapshotFolders()) {
+        if (!hasManifest(folder)) continue;
         try {
             snapshots.push_back(readManifest(folder));
         } catch (const Error&) {
             // Reported by unreadable(); listing goes on with the others.
         }
-    });
+    }
     std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) {
         return a.createdAt != b.createdAt ? b.createdAt < a.createdAt : b.id < a.id;
     });
@@ -400,14 +537,21 @@ std::vector<SnapshotInfo> Preservation::list() {
 
 std::vector<std::string> Preservation::unreadable() {
     std::vector<std::string> problems;
-    forEachSnapshotFolder([&](const fs::path& folder) {
+    for (const auto& folder : snapshotFolders()) {
+        if (!hasManifest(folder)) {
+            if (!isEmptyFolder(folder))
+                problems.push_back(folder.filename().string() +
+                                   " has no manifest; it cannot be verified");
+            continue;
+        }
         try {
             readManifest(folder);
         } catch (const Error& error) {
             problems.emplace_back(error.what());
         }
-    });
+    }
     std::sort(problems.begin(), problems.end());
+    for (auto& problem : vanishedSnapshots()) problems.push_back(std::move(problem));
     return problems;
 }
 
@@ -486,8 +630,10 @@ Preservation::Verification Preservation::verify(const SnapshotInfo& snapshot,
         std::error_code error;
         if (!isInside(entry.path)) {
             result.mismatched.push_back(entry.path);
-        } else if (!fs::is_regular_file(folder / entry.path, error)) {
+        } else if (!fs::exists(fs::symlink_status(folder / entry.path, error))) {
             result.missing.push_back(entry.path);
+        } else if (!isPlainFile(folder, entry.path)) {
+            result.mismatched.push_back(entry.path);
         } else {
             try {
                 if (Sha256::hexOfFile(folder / entry.path, cancel) != entry.sha256)
@@ -503,7 +649,8 @@ Preservation::Verification Preservation::verify(const SnapshotInfo& snapshot,
     std::error_code error;
     for (auto it = fs::recursive_directory_iterator(folder, error);
          !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
-        if (it->is_directory()) continue;
+        // A link is never part of a sealed snapshot, wherever it points.
+        if (it->symlink_status().type() == fs::file_type::directory) continue;
         const std::string relative = it->path().lexically_relative(folder).generic_string();
         // The engine may leave a shared-memory file beside a database it opened.
         if (relative == manifestName || relative == "chat.db-shm" || listed.contains(relative))
@@ -518,8 +665,11 @@ Preservation::Verification Preservation::verify(const SnapshotInfo& snapshot,
 }
 
 std::string Preservation::describe(const Verification& verification, const SnapshotInfo& snapshot) {
+    // A copied or renamed folder is named as found, so the verdict says which one was checked.
+    const std::string name =
+        snapshot.folder.empty() ? snapshot.id : snapshot.folder.filename().string();
     if (verification.isIntact())
-        return snapshot.id + " verified: all " + count(verification.checked) +
+        return name + " verified: all " + count(verification.checked) +
                " files match their SHA-256" +
                (verification.crossCheckedWithLog
                     ? ", and the manifest matches the custody log."
@@ -534,7 +684,29 @@ std::string Preservation::describe(const Verification& verification, const Snaps
     add(verification.manifestDisagreesWithLog, " manifest entries differ from the custody log");
     std::string joined;
     for (const auto& part : parts) joined += (joined.empty() ? "" : ", ") + part;
-    return "WARNING: " + snapshot.id + " failed verification: " + joined + ".";
+    return "WARNING: " + name + " failed verification: " + joined + ".";
+}
+
+std::vector<std::string> Preservation::findings(const Verification& verification) {
+    std::vector<std::string> lines;
+    const auto add = [&](const std::vector<std::string>& paths, const std::string& label) {
+        for (const auto& path : paths) lines.push_back(label + ": " + path);
+    };
+    add(verification.mismatched, "changed");
+    add(verification.missing, "missing");
+    add(verification.extra, "added");
+    add(verification.manifestDisagreesWithLog, "differs from the custody log");
+    return lines;
+}
+
+std::vector<Preservation::FailedAttachment> Preservation::failedAttachments(
+    const SnapshotInfo& snapshot) {
+    const fs::path file = folder(snapshot) / failedName;
+    if (!fs::exists(file)) return {};
+    std::vector<FailedAttachment> failed;
+    for (const auto& row : readCSVRows(files::readFile(file)))
+        if (row.size() == 2) failed.push_back({row[0], row[1]});
+    return failed;
 }
 
 std::vector<CustodyRecord::Output> Preservation::custodyOutputs(const SnapshotInfo& snapshot) {
@@ -583,7 +755,8 @@ std::string Preservation::readme(const SnapshotInfo& info) {
     text += indent + count(info.attachmentsMissing) + " listed in the database but not stored on " +
             thisMachine + " (e.g. iCloud-only)" +
             (info.attachmentsMissing > 0 ? "; listed in missing-attachments.csv" : "") + "\n";
-    text += indent + count(info.attachmentsFailed) + " could not be read\n";
+    text += indent + count(info.attachmentsFailed) + " could not be read" +
+            (info.attachmentsFailed > 0 ? "; listed in failed-attachments.csv" : "") + "\n";
     text += "Made on:        " + info.app.model + ", " + systemPrefix + info.app.macOS + ", by " +
             info.app.user + "\n";
     text += "App:            Brindlecourt " + info.app.appVersion + "\n";

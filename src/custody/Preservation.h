@@ -42,6 +42,9 @@ struct SnapshotInfo {
     int64_t totalBytes = 0;
     CustodySystemInfo app;
     std::vector<FileEntry> files;  // every file of the snapshot except the manifest
+    // Where the manifest was found (not part of it): a copied or renamed folder is checked
+    // where it lies, not where its id points.
+    std::filesystem::path folder;
 
     bool operator==(const SnapshotInfo&) const = default;
 };
@@ -69,11 +72,19 @@ public:
         }
     };
 
+    // An attachment that was on the Mac but could not be preserved, with why.
+    struct FailedAttachment {
+        std::string path;  // as listed in the Messages database
+        std::string error;
+
+        bool operator==(const FailedAttachment&) const = default;
+    };
+
     // "Kestrove/Snapshots" under the application data folder, unless the process-wide override
     // is set (demo mode, the command line, tests).
     static std::filesystem::path root();
     static void setOverrideRoot(std::optional<std::filesystem::path> folder);
-    // The snapshot's folder under the current root.
+    // Where the snapshot was found, or its id's folder under the current root.
     static std::filesystem::path folder(const SnapshotInfo& snapshot);
 
     // Copies the database (online backup) and every attachment of the chats (all when absent),
@@ -88,8 +99,9 @@ public:
 
     // Every sealed snapshot under the root, newest first; ".partial" work folders are ignored.
     static std::vector<SnapshotInfo> list();
-    // The snapshot folders whose manifest cannot be read, each with its error: a damaged
-    // snapshot must be reported, not silently left out of the list.
+    // What verification cannot check, each as one sentence: folders whose manifest cannot be
+    // read or is gone (a deleted manifest must not hide a tampered snapshot), and custody
+    // records of snapshots whose folder no longer exists.
     static std::vector<std::string> unreadable();
 
     // The snapshot's "chat.db" as a read-only, immutable reader whose attachment paths point
@@ -102,11 +114,17 @@ public:
                                const ProgressFn& progress = {});
     // The one-line verdict.
     static std::string describe(const Verification& verification, const SnapshotInfo& snapshot);
+    // One line per file concerned ("changed: chat.db"), in the order of the verdict's counts.
+    static std::vector<std::string> findings(const Verification& verification);
 
     // Every file read-only (0444) and immutable where the system allows, folders 0555; unlock
     // undoes it (0644, 0755). The first failure is thrown.
     static void lock(const std::filesystem::path& folder);
     static void unlock(const std::filesystem::path& folder);
+
+    // The attachments the snapshot could not preserve ("failed-attachments.csv"). Throws Error
+    // when the list exists but cannot be read.
+    static std::vector<FailedAttachment> failedAttachments(const SnapshotInfo& snapshot);
 
     // One output per manifest entry: absolute path, size and SHA-256 as recorded.
     static std::vector<CustodyRecord::Output> custodyOutputs(const SnapshotInfo& snapshot);

@@ -215,26 +215,93 @@ fs::path destinationIn(const fs::path& folder, RangeExportFormat format,
 
 namespace {
 
-// Everything this run wrote, removed again unless the run succeeds.
-class WrittenFiles {
+void refuseExisting(const fs::path& destination) {
+    if (fs::exists(fs::symlink_status(destination)))
+        throw Error(destination.string() + " already exists");
+}
+
+// Every file of a run is built under a hidden temporary name (or inside one hidden folder when the
+// run makes a new enclosing folder) and takes its chosen name only after it was logged and
+// certified, so a kill at any moment leaves the whole export or nothing under the chosen names.
+// The temporaries of a killed run are removed by the next run into the same folder.
+class Staging {
 public:
-    ~WrittenFiles() {
-        if (kept_) return;
-        for (const auto& path : paths_) {
-            try {
-                files::removeAll(path);
-            } catch (const std::exception&) {
-                // Best effort: the failure being reported matters more than this one.
-            }
+    Staging(const fs::path& destination, const std::optional<fs::path>& newFolder)
+        : newFolder_(newFolder) {
+        files::removeAbandonedTemporaries((newFolder ? *newFolder : destination).parent_path());
+        if (!newFolder_) return;
+        refuseExisting(*newFolder_);
+        folder_ = files::temporarySibling(*newFolder_);
+        fs::create_directories(folder_);
+    }
+    ~Staging() {
+        if (published_) return;
+        try {
+            if (newFolder_) files::removeAll(folder_);
+            for (const auto& place : places_) files::removeAll(place.staged);
+        } catch (const std::exception&) {
+            // Best effort: the failure being reported matters more than this one.
         }
     }
-    void add(fs::path path) { paths_.push_back(std::move(path)); }
-    const std::vector<fs::path>& paths() const { return paths_; }
-    void keep() { kept_ = true; }
+    Staging(const Staging&) = delete;
+    Staging& operator=(const Staging&) = delete;
+
+    // Where `final` is built. Products come first, the certificate last.
+    fs::path place(const fs::path& final) {
+        refuseExisting(final);
+        places_.push_back({final, newFolder_ ? folder_ / final.lexically_relative(*newFolder_)
+                                             : files::temporarySibling(final)});
+        return places_.back().staged;
+    }
+    // Forgets the last place, whose file could not be written.
+    void dropLast() {
+        files::removeAll(places_.back().staged);
+        places_.pop_back();
+    }
+    std::vector<fs::path> finals() const {
+        std::vector<fs::path> finals;
+        for (const auto& place : places_) finals.push_back(place.final);
+        return finals;
+    }
+    // The outputs of every product as they will read once published.
+    std::vector<CustodyRecord::Output> outputs() const {
+        std::vector<CustodyRecord::Output> outputs;
+        for (const auto& place : places_) {
+            for (auto& output : CustodyLog::outputs(place.staged)) {
+                const fs::path inside = fs::path(output.path).lexically_relative(place.staged);
+                output.path = (inside == "." ? place.final : place.final / inside).string();
+                outputs.push_back(std::move(output));
+            }
+        }
+        return outputs;
+    }
+    bool isFolder(const fs::path& final) const {
+        for (const auto& place : places_)
+            if (place.final == final) return fs::is_directory(place.staged);
+        return false;
+    }
+    // The certificate first and the product last, so nothing looks finished before it is.
+    void publish() {
+        if (newFolder_) {
+            files::moveIntoPlace(folder_, *newFolder_);
+            files::syncFolder(newFolder_->parent_path());
+        } else {
+            for (auto it = places_.rbegin(); it != places_.rend(); ++it) {
+                files::moveIntoPlace(it->staged, it->final);
+                files::syncFolder(it->final.parent_path());
+            }
+        }
+        published_ = true;
+    }
 
 private:
-    std::vector<fs::path> paths_;
-    bool kept_ = false;
+    struct Place {
+        fs::path final, staged;
+    };
+    std::optional<fs::path> newFolder_;
+    fs::path folder_;
+    std::vector<Place> places_;
+    bool published_ = false;
 };
 
 struct Rendered {
@@ -247,15 +314,9 @@ std::string quoted(const fs::path& path) {
     return "\u201C" + path.filename().string() + "\u201D";
 }
 
-void refuseExisting(const fs::path& destination) {
-    if (fs::exists(fs::symlink_status(destination)))
-        throw Error(destination.string() + " already exists");
-}
-
-// The archive is built under a hidden temporary name and appears whole.
 Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                     const ExportPipeline::Context& context, const CancelFlag& cancel,
-                    const ProgressFn& progress, WrittenFiles& written) {
+                    const ProgressFn& progress, Staging& staging) {
     const HTMLExporter exporter({.title = job.title,
                                  .participants = job.participants,
                                  .from = job.from,
@@ -263,15 +324,9 @@ Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                                  .sourceDescription = job.sourceDescription,
                                  .callLogIssue = job.transcript.callLogIssue},
                                 context.nameFor, job.transcript.messages, context.machineText);
-    const fs::path building = files::temporarySibling(destination);
-    written.add(building);
+    const fs::path building = staging.place(destination);
     auto summary = exporter.exportTranscript({job.messages, job.reactionEvents, std::nullopt},
                                              building, cancel, progress);
-    cancel.check();
-    refuseExisting(destination);
-    written.add(destination);
-    fs::rename(building, destination);
-    files::syncFolder(destination.parent_path());
     summary.htmlURL = destination / summary.htmlURL.lexically_relative(building);
     summary.folder = destination;
 
@@ -298,7 +353,7 @@ std::string batesRange(const PageExporter::Result& result) {
 
 Rendered renderPages(const ExportJob& job, const fs::path& destination,
                      const ExportPipeline::Context& context, const std::string& certificatePage,
-                     const CancelFlag& cancel, const ProgressFn& progress, WrittenFiles& written) {
+                     const CancelFlag& cancel, const ProgressFn& progress, Staging& staging) {
     std::unordered_map<std::string, Message> originals;
     for (const auto& message : job.transcript.messages) originals.emplace(message.guid, message);
     PageExporter::Options options = job.pageOptions;
@@ -308,16 +363,15 @@ Rendered renderPages(const ExportJob& job, const fs::path& destination,
         job.settings.paper,
         [&](const std::string& handle, bool isFromMe) { return context.nameFor(isFromMe, handle); },
         cancel, std::move(options), job.renderedAt, job.sourceDescription);
-    refuseExisting(destination);
-    written.add(destination);
+    const fs::path building = staging.place(destination);
     if (job.format == RangeExportFormat::pdf) {
-        const auto result = exporter.writePDF(destination, progress);
+        const auto result = exporter.writePDF(building, progress);
         return {.summary = "Saved " + std::to_string(job.messageCount()) + " messages on " +
                            std::to_string(result.pages) + " pages to " + quoted(destination) + "." +
                            batesRange(result),
                 .pages = result};
     }
-    const auto result = exporter.writeJPEGs(destination, job.settings.dpi, progress);
+    const auto result = exporter.writeJPEGs(building, job.settings.dpi, progress);
     char dpi[32];
     std::snprintf(dpi, sizeof dpi, "%g", job.settings.dpi);
     return {.summary = "Saved " + std::to_string(result.pages) + " page images at " + dpi +
@@ -335,7 +389,7 @@ fs::path sideFile(const fs::path& destination, const std::string& kind) {
 
 Rendered renderCSV(const ExportJob& job, const fs::path& destination,
                    const ExportPipeline::Context& context, const CancelFlag& cancel,
-                   WrittenFiles& written) {
+                   Staging& staging) {
     std::vector<const Message*> rows;
     std::unordered_map<std::string, const Message*> byGUID;
     std::vector<Message> calls;
@@ -346,9 +400,7 @@ Rendered renderCSV(const ExportJob& job, const fs::path& destination,
     }
     const auto write = [&](const manifest::Rows& content, const fs::path& file) {
         cancel.check();
-        refuseExisting(file);
-        written.add(file);
-        files::writeFileAtomically(file, manifest::text(content));
+        files::writeFileAtomically(staging.place(file), manifest::text(content));
     };
     write(manifest::messageRows(rows, context.nameFor, context.machineText), destination);
     const fs::path reactions = sideFile(destination, "reactions");
@@ -384,52 +436,49 @@ void say(const ProgressFn& progress, const std::string& text) {
 }
 
 // The certificate beside the product: its name without extension + " – Certificate".
-fs::path writeCertificate(const fs::path& product, const CustodyRecord& record) {
+std::string certificateBase(const fs::path& product, bool folder) {
     fs::path base = product;
-    if (!fs::is_directory(product)) base.replace_extension();
+    if (!folder) base.replace_extension();
     base += " \u2013 Certificate";
-    const fs::path file = uniqueURL(base, "txt");
-    files::writeFileAtomically(file, CustodyLog::certificate(record, false));
-    return file;
+    return base.string();
 }
 
 }  // namespace
 
 ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destination,
                                   const Context& context, const CancelFlag& cancel,
-                                  const ProgressFn& progress) {
+                                  const ProgressFn& progress,
+                                  const std::optional<fs::path>& newFolder) {
     ExportOutcome outcome;
-    WrittenFiles written;
     CustodyRecord record;
     Rendered rendered;
+    std::optional<Staging> staging;
     try {
         say(progress, "Recording the source\u2026");
         record = recordFor(job, CustodyLog::source(context.source, context.snapshot));
         if (job.messages.empty())
             return {.status = ExportOutcome::Status::nothingToExport,
                     .message = "No messages to export; nothing was saved."};
+        staging.emplace(destination, newFolder);
         switch (job.format) {
             case RangeExportFormat::html:
-                rendered = renderHTML(job, destination, context, cancel, progress, written);
+                rendered = renderHTML(job, destination, context, cancel, progress, *staging);
                 break;
             case RangeExportFormat::pdf:
             case RangeExportFormat::jpg:
                 rendered =
                     renderPages(job, destination, context, CustodyLog::certificate(record, true),
-                                cancel, progress, written);
+                                cancel, progress, *staging);
                 break;
             case RangeExportFormat::csv:
-                rendered = renderCSV(job, destination, context, cancel, written);
+                rendered = renderCSV(job, destination, context, cancel, *staging);
                 break;
         }
         say(progress, "Hashing output and writing the certificate\u2026");
-        for (const auto& product : written.paths()) {
-            if (!fs::exists(product)) continue;  // the temporary name of a renamed folder
-            outcome.products.push_back(product);
-            for (auto& output : CustodyLog::outputs(product))
-                record.outputs.push_back(std::move(output));
-        }
+        outcome.products = staging->finals();
+        record.outputs = staging->outputs();
         cancel.check();
+        refuseExisting(newFolder.value_or(destination));
     } catch (const CancelledError&) {
         return {.status = ExportOutcome::Status::cancelled,
                 .message = "Export cancelled. Nothing was saved."};
@@ -437,7 +486,6 @@ ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destinat
         return {.status = ExportOutcome::Status::failed,
                 .message = std::string("Export failed, nothing was saved: ") + e.what()};
     }
-    written.keep();
     if (rendered.pages) {
         record.pageCount = rendered.pages->pages;
         // The next exhibit of the same production continues from the last number used.
@@ -449,23 +497,36 @@ ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destinat
     outcome.pages = rendered.pages;
     try {
         outcome.record = CustodyLog::append(record);
+        outcome.status = ExportOutcome::Status::saved;
+        outcome.message = rendered.summary + " Certificate saved and logged.";
     } catch (const std::exception& e) {
         outcome.status = ExportOutcome::Status::savedNotLogged;
         outcome.message = rendered.summary +
                           " WARNING: The file WAS saved, but it could NOT be recorded in the "
                           "custody log: " +
                           e.what();
-        return outcome;
     }
-    outcome.status = ExportOutcome::Status::saved;
+    if (outcome.record) {
+        const fs::path& product = outcome.products.front();
+        const fs::path certificate =
+            uniqueURL(certificateBase(product, staging->isFolder(product)), "txt");
+        try {
+            files::writeFileAtomically(staging->place(certificate),
+                                       CustodyLog::certificate(*outcome.record, false));
+            outcome.certificate = certificate;
+        } catch (const std::exception& e) {
+            staging->dropLast();
+            outcome.message = rendered.summary +
+                              " It is recorded in the custody log, but the certificate could not "
+                              "be written: " +
+                              e.what();
+        }
+    }
     try {
-        outcome.certificate = writeCertificate(outcome.products.front(), *outcome.record);
-        outcome.message = rendered.summary + " Certificate saved and logged.";
+        staging->publish();
     } catch (const std::exception& e) {
-        outcome.message = rendered.summary +
-                          " It is recorded in the custody log, but the certificate could not be "
-                          "written: " +
-                          e.what();
+        return {.status = ExportOutcome::Status::failed,
+                .message = std::string("Export failed, nothing was saved: ") + e.what()};
     }
     return outcome;
 }

@@ -146,10 +146,12 @@ public:
         manifest::MachineText machineText;
     };
 
-    // `destination` must not exist: the file (pdf, csv) or folder (jpg, html) to create.
+    // `destination` must not exist: the file (pdf, csv) or folder (jpg, html) to create. With
+    // `newFolder`, the destination and its certificate go into that folder, made by the run.
     static ExportOutcome run(const ExportJob& job, const std::filesystem::path& destination,
                              const Context& context, const CancelFlag& cancel,
-                             const ProgressFn& progress);
+                             const ProgressFn& progress,
+                             const std::optional<std::filesystem::path>& newFolder = {});
 };
 
 // The first of base.ext, "base 2.ext", "base 3.ext", … that does not exist (no extension: folders).

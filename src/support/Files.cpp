@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <pwd.h>
+#include <signal.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -10,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "support/Errors.h"
 
@@ -17,14 +20,17 @@ namespace bc::files {
 
 namespace {
 
-std::string describe(const std::error_code& error) { return error.message(); }
+std::string describe(const std::error_code& error) {
+    return error.message();
+}
 
 void writeAll(int fd, std::string_view bytes, const fs::path& file) {
     size_t written = 0;
     while (written < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
+        if (n < 0)
+            throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
         written += static_cast<size_t>(n);
     }
 }
@@ -41,7 +47,8 @@ fs::path appDataFolder() {
 #ifdef __APPLE__
     return homeFolder() / "Library" / "Application Support" / "Kestrove";
 #else
-    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg) return fs::path(xdg) / "Kestrove";
+    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg)
+        return fs::path(xdg) / "Kestrove";
     return homeFolder() / ".local" / "share" / "Kestrove";
 #endif
 }
@@ -72,7 +79,8 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes) {
     }
     const fs::path temporary = temporarySibling(file);
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
+    if (fd < 0)
+        throw Error("Couldn't write " + file.filename().string() + ": " + std::strerror(errno));
     try {
         writeAll(fd, bytes, file);
         if (::fsync(fd) != 0)
@@ -91,6 +99,53 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes) {
     syncFolder(file.has_parent_path() ? file.parent_path() : fs::path("."));
 }
 
+namespace {
+
+constexpr std::string_view temporaryMark = ".tmp-";
+
+// The process that made a temporarySibling name, or nothing for any other name.
+std::optional<pid_t> temporaryOwner(const std::string& name) {
+    const size_t mark = name.rfind(temporaryMark);
+    if (!name.starts_with('.') || mark == std::string::npos) return std::nullopt;
+    const size_t start = mark + temporaryMark.size();
+    const size_t dash = name.find('-', start);
+    if (dash == std::string::npos || dash == start) return std::nullopt;
+    pid_t pid = 0;
+    for (size_t i = start; i < dash; ++i) {
+        if (name[i] < '0' || name[i] > '9') return std::nullopt;
+        pid = pid * 10 + (name[i] - '0');
+    }
+    return pid;
+}
+
+bool hasEnded(pid_t pid) {
+    return pid != ::getpid() && ::kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+}  // namespace
+
+void removeAbandonedTemporaries(const fs::path& folder) {
+    std::error_code error;
+    std::vector<fs::path> abandoned;
+    for (auto it = fs::directory_iterator(folder, error); !error && it != fs::directory_iterator();
+         it.increment(error)) {
+        const auto owner = temporaryOwner(it->path().filename().string());
+        if (owner && hasEnded(*owner)) abandoned.push_back(it->path());
+    }
+    for (const auto& path : abandoned) removeAll(path);
+}
+
+void moveIntoPlace(const fs::path& from, const fs::path& to) {
+#ifdef __APPLE__
+    const int result = ::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL);
+#else
+    const int result = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+#endif
+    if (result != 0)
+        throw Error("Couldn't move " + to.filename().string() +
+                    " into place: " + std::strerror(errno));
+}
+
 void removeAll(const fs::path& target) {
     std::error_code error;
     if (!fs::exists(fs::symlink_status(target, error))) return;
@@ -104,7 +159,8 @@ void removeAll(const fs::path& target) {
         }
     }
     fs::remove_all(target, error);
-    if (error) throw Error("Couldn't remove " + target.filename().string() + ": " + describe(error));
+    if (error)
+        throw Error("Couldn't remove " + target.filename().string() + ": " + describe(error));
 }
 
 void syncFolder(const fs::path& folder) {

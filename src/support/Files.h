@@ -12,7 +12,8 @@ namespace fs = std::filesystem;
 
 fs::path homeFolder();
 
-// macOS: ~/Library/Application Support/Kestrove; elsewhere ${XDG_DATA_HOME:-~/.local/share}/Kestrove.
+// macOS: ~/Library/Application Support/Kestrove; elsewhere
+// ${XDG_DATA_HOME:-~/.local/share}/Kestrove.
 fs::path appDataFolder();
 
 // Whole file into memory; only for small files (stores, logs' tails use their own reads).
@@ -24,6 +25,13 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes);
 
 // Makes a fresh, unique name beside `target` for building something before it is moved in place.
 fs::path temporarySibling(const fs::path& target);
+
+// Removes the temporaries that temporarySibling named in `folder` whose process has ended (a
+// killed run leaves them behind); those of running processes stay.
+void removeAbandonedTemporaries(const fs::path& folder);
+
+// Renames `from` to `to`, failing instead of replacing anything that exists at `to`.
+void moveIntoPlace(const fs::path& from, const fs::path& to);
 
 // Removes a file or folder tree, making locked (read-only) entries writable first.
 void removeAll(const fs::path& target);

@@ -56,11 +56,20 @@ TEST_F(CustodyWindowTest, ShowsTheOpenConversationsRecordsAndEveryVerdict) {
     window.verify();
     EXPECT_EQ(window.verdict(), "Custody log intact: all 3 records chain correctly.");
 
+    // Every record, those of other conversations and snapshots of all of them included.
+    appendExport("Snapshot of everything", {});
+    window.setShowingEveryRecord(true);
+    ASSERT_EQ(window.records().size(), 4u);
+    EXPECT_EQ(window.records()[0].title, "Snapshot of everything");
+    EXPECT_EQ(window.records()[2].title, "Crew");
+    window.setShowingEveryRecord(false);
+    EXPECT_EQ(window.records().size(), 2u);
+
     std::string lines = files::readFile(log());
     lines.replace(lines.find("Crew"), 4, "Crow");
     bc::testing::writeText(log(), lines);
     window.verify();
-    EXPECT_EQ(window.verdict(), "WARNING: custody log broken at record 2 of 3.");
+    EXPECT_EQ(window.verdict(), "WARNING: custody log broken at record 2 of 4.");
 
     fs::remove(log());
     fs::create_directory(log());

@@ -107,7 +107,16 @@ TEST_F(SnapshotsTest, TakingSealsLogsAndListsNewestFirst) {
               QString("Snapshot 2024-03-06T040000 verified: all %1 files match their SHA-256, "
                       "and the manifest matches the custody log.")
                   .arg(newest.files.size()));
-    EXPECT_EQ(model->snapshots().verdict(newest.id), model->statusText());
+    EXPECT_EQ(model->snapshots().verdict(newest), model->statusText());
+
+    // A failed verification is shown in full as a warning naming every file concerned.
+    Preservation::unlock(Preservation::folder(newest));
+    bc::testing::writeText(Preservation::folder(newest) / "planted.txt", "planted");
+    const QString failed = finalLine(*model, [&] { return model->snapshots().verify(newest); });
+    EXPECT_EQ(failed, "WARNING: Snapshot 2024-03-06T040000 failed verification: 1 added.");
+    SnapshotsWindow window(*model);
+    window.select(Preservation::folder(newest).string());
+    EXPECT_EQ(window.verdictText(), failed + "\nadded: planted.txt");
 
     // A snapshot whose manifest is damaged leaves the list with a warning, never silently.
     const fs::path older = root() / "Snapshot 2024-03-05T140709";
@@ -191,7 +200,7 @@ TEST_F(SnapshotsTest, MoveToTrashAsksThenUnlocksAndMovesTheFolder) {
     take(*model);
     waitForList(*model, 1);
     SnapshotsWindow window(*model);
-    window.select("Snapshot 2024-03-05T140709");
+    window.select((root() / "Snapshot 2024-03-05T140709").string());
     ASSERT_NE(window.selected(), nullptr);
 
     QString explanation;

@@ -7,6 +7,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <functional>
+#include <random>
 #include <regex>
 #include <thread>
 
@@ -91,6 +93,9 @@ TEST_F(CommandLine, ArgumentErrorsStopWithStatusTwoAndTouchNothing) {
          "error: --to must be a date like 2025-03-01, got \"2025-02-30\"\n"},
         {{"--export-html", "--demo", "--snapshot", "--chats", "one"},
          "error: --chats must be a comma-separated list of chat IDs, got \"one\"\n"},
+        {{"--export-html", "--demo", "--chats", "1", "--out", "x", "--from"},
+         "error: --from needs a value\n"},
+        {{"--export-html", "--demo", "--snapshot", "--scope"}, "error: --scope needs a value\n"},
     };
     for (const auto& [arguments, message] : cases) {
         const auto result = run(arguments);
@@ -115,12 +120,15 @@ TEST_F(CommandLine, RefusedExportsExitWithStatusOneAndLeaveNothing) {
         run({"--export-html", "--database", "absent.db", "--chats", "1", "--out", "new"});
     EXPECT_EQ(unreadable.exitStatus, 1);
     EXPECT_TRUE(unreadable.standardError.starts_with("error: ")) << unreadable.standardError;
+    EXPECT_NE(unreadable.standardError.find((dir_ / "absent.db").string()), std::string::npos)
+        << unreadable.standardError;
     EXPECT_FALSE(fs::exists(dir_ / "new"));
 }
 
 TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
+    // A folder named with a trailing slash is the same folder.
     const auto result = run(
-        {"--export-html", "--demo", "--chats", "1", "--title", "Flat share", "--out", "archive"});
+        {"--export-html", "--demo", "--chats", "1", "--title", "Flat share", "--out", "archive/"});
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
     EXPECT_TRUE(result.standardOutput.starts_with(
         "Done.\n  page:           " +
@@ -154,7 +162,7 @@ TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
     // A database file given by path is recorded as the source, in the user's own custody log.
     fs::copy_file(demoFolder() / "chat.db", dir_ / "copy.db");
     const auto pages = run({"--export-html", "--database", "copy.db", "--chats", "1", "--format",
-                            "pdf", "--title", "Ann/Bob", "--out", "pages"});
+                            "pdf", "--title", "Ann/Bob", "--out", "pages/"});
     ASSERT_EQ(pages.exitStatus, 0) << pages.standardError;
     const auto own = custodyRecords(dir_ / "home" / "data" / "Kestrove" / "custody-log.jsonl");
     ASSERT_EQ(own.size(), 1u);
@@ -183,7 +191,10 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
 
     const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
     EXPECT_NE(verified.exitStatus, 0);
-    EXPECT_NE(verified.standardOutput.find(snapshots[0].id), std::string::npos);
+    EXPECT_NE(verified.standardOutput.find(snapshots[0].id + " failed verification: 1 changed.\n"
+                                                             "  changed: chat.db\n"),
+              std::string::npos)
+        << verified.standardOutput;
     EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact"),
               std::string::npos)
         << verified.standardOutput;
@@ -196,6 +207,15 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
                                           snapshots[0].id + ": "),
               std::string::npos)
         << damaged.standardOutput;
+
+    // Nor does taking the manifest away hide it.
+    fs::remove(folder / "manifest.json");
+    const auto manifestless = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_NE(manifestless.exitStatus, 0);
+    EXPECT_NE(manifestless.standardOutput.find("WARNING: " + snapshots[0].id +
+                                               " has no manifest; it cannot be verified\n"),
+              std::string::npos)
+        << manifestless.standardOutput;
 }
 
 TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
@@ -377,34 +397,31 @@ bool hasHiddenEntry(const fs::path& folder) {
     return false;
 }
 
-// An export of the sample conversation into parent/archive, started in the background and
-// interrupted with `signal` once its archive is being built (a hidden temporary exists).
-class InterruptedExport {
+// The program started in the background with `arguments`, its errors kept in a file.
+class BackgroundRun {
 public:
-    InterruptedExport(const fs::path& root, const fs::path& parent) : parent_(parent) {
-        fs::create_directories(parent);
-        auto arguments = inside(root, {"--export-html", "--demo", "--chats", "1", "--out",
-                                       (parent / "archive").string()});
+    BackgroundRun(const fs::path& root, std::vector<std::string> arguments) {
+        arguments = inside(root, std::move(arguments));
         std::vector<char*> argv{const_cast<char*>("/bin/sh")};
         for (auto& argument : arguments) argv.push_back(argument.data());
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        const std::string errors = (root / "stderr.txt").string();
-        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                         0644);
+        stderrFile_ = root / "stderr.txt";
+        posix_spawn_file_actions_addopen(&actions, 2, stderrFile_.c_str(),
+                                         O_WRONLY | O_CREAT | O_TRUNC, 0644);
         spawned_ = posix_spawn(&pid_, "/bin/sh", &actions, nullptr, argv.data(), environ) == 0;
         posix_spawn_file_actions_destroy(&actions);
-        stderrFile_ = errors;
     }
 
-    // The exit status, or -signal when the signal ended it.
-    int interrupt(int signal, int delayMs) {
+    // Sends `signal` `delayMs` after `ready` holds (at once when it is empty). The exit status,
+    // or -signal when the signal ended it.
+    int interrupt(int signal, int delayMs, const std::function<bool()>& ready = {}) {
         if (!spawned_) return -1000;
         int status = 0;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         bool ended = false;
-        while (!hasHiddenEntry(parent_) && std::chrono::steady_clock::now() < deadline)
+        while (ready && !ready() && std::chrono::steady_clock::now() < deadline)
             if ((ended = ::waitpid(pid_, &status, WNOHANG) == pid_))
                 break;
             else
@@ -417,35 +434,78 @@ public:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
 
-    fs::path out() const { return parent_ / "archive"; }
     std::string errors() const { return files::readFile(stderrFile_); }
 
 private:
-    fs::path parent_;
     fs::path stderrFile_;
     pid_t pid_ = 0;
     bool spawned_ = false;
 };
 
-// Killed while the archive is being built, an export leaves either the whole archive or no
-// folder of that name, only a hidden temporary one; that does not stop the next run.
-TEST_F(CommandLine, KilledExportLeavesNoFolderThatLooksComplete) {
-    ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);  // sample written
-    int killedMidway = 0;
-    for (const int delayMs : {0, 2, 5, 10, 20, 40}) {
-        const fs::path parent = dir_ / ("run-" + std::to_string(delayMs));
-        InterruptedExport job(dir_.path(), parent);
-        job.interrupt(SIGKILL, delayMs);
-        if (!fs::exists(job.out())) {
-            killedMidway += hasHiddenEntry(parent);
-            continue;
-        }
-        const auto check = checkSums(job.out());
-        EXPECT_TRUE(check.succeeded()) << delayMs << " ms: " << check.standardOutput;
+// An export of the sample conversation into parent/name.
+std::vector<std::string> exportTo(const fs::path& out, const std::string& format = "html") {
+    fs::create_directories(out.parent_path());
+    return {"--export-html", "--demo", "--chats", "1", "--format", format, "--out", out.string()};
+}
+
+// What a run killed at a random moment left: the whole export (files that check, their custody
+// record and certificate) or nothing under its name. Returns whether the export was there.
+bool wholeOrNothing(const fs::path& out, const fs::path& log, bool pdf) {
+    if (!fs::exists(fs::symlink_status(out))) return false;
+    const fs::path product = pdf ? out / "Messages.pdf" : out;
+    const fs::path certificate =
+        pdf ? out / "Messages \u2013 Certificate.txt"
+            : out.parent_path() / (out.filename().string() + " \u2013 Certificate.txt");
+    if (!pdf) {
+        EXPECT_TRUE(checkSums(out).succeeded()) << out;
     }
-    EXPECT_GT(killedMidway, 0);
-    const auto again = run({"--export-html", "--demo", "--chats", "1", "--out", "after"});
-    EXPECT_EQ(again.exitStatus, 0) << again.standardError;
+    const auto outputs = CustodyLog::outputs(product);
+    const auto records = custodyRecords(log);
+    const auto record = std::find_if(records.begin(), records.end(),
+                                     [&](const auto& r) { return r.outputs == outputs; });
+    EXPECT_NE(record, records.end()) << out << " is there without its custody record";
+    EXPECT_TRUE(fs::exists(certificate)) << out << " is there without its certificate";
+    if (record != records.end() && fs::exists(certificate)) {
+        EXPECT_NE(files::readFile(certificate).find(record->recordSHA256), std::string::npos);
+    }
+    return true;
+}
+
+// Killed at any moment, an export leaves the whole result or nothing under the chosen name; the
+// hidden temporaries of killed runs go with the next export into the same folder, and a killed
+// PDF export never leaves a folder that blocks the same command.
+TEST_F(CommandLine, KilledExportsLeaveTheWholeResultOrNothing) {
+    const auto timed = std::chrono::steady_clock::now();
+    ASSERT_EQ(run({"--export-html", "--demo", "--chats", "1", "--out", "first"}).exitStatus, 0);
+    const auto fullRun = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - timed);
+    const fs::path log = demoFolder() / "custody-log.jsonl";
+    const fs::path parent = dir_ / "exports";
+    std::mt19937 random(16);
+    std::uniform_int_distribution<int> moment(0, static_cast<int>(fullRun.count() * 3 / 2000));
+    int present = 0, killed = 0;
+    for (int trial = 0; trial < 30; ++trial) {
+        const bool pdf = trial % 4 == 3;
+        const std::string name = (pdf ? "pdf-" : "archive-") + std::to_string(trial);
+        BackgroundRun job(dir_.path(), exportTo(parent / name, pdf ? "pdf" : "html"));
+        killed += job.interrupt(SIGKILL, moment(random)) == -SIGKILL;
+        if (wholeOrNothing(parent / name, log, pdf)) {
+            ++present;
+        } else if (pdf) {
+            const auto again = run({"--export-html", "--demo", "--chats", "1", "--format", "pdf",
+                                    "--out", (parent / name).string()});
+            EXPECT_EQ(again.exitStatus, 0) << again.standardError;
+        }
+    }
+    EXPECT_GT(killed, 0);
+    EXPECT_LT(present, 30) << "no run was cut short";
+
+    const auto last = run({"--export-html", "--demo", "--chats", "1", "--out", "exports/last"});
+    ASSERT_EQ(last.exitStatus, 0) << last.standardError;
+    EXPECT_FALSE(hasHiddenEntry(parent)) << "the next export removes what killed runs left";
+    const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
+    EXPECT_NE(verified.standardOutput.find("chain intact"), std::string::npos)
+        << verified.standardOutput;
 }
 
 TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
@@ -454,8 +514,8 @@ TEST_F(CommandLine, TerminationRequestCancelsAndRemovesEverything) {
     // proves nothing about cancelling, so it is tried again.
     for (int attempt = 0; attempt < 10; ++attempt) {
         const fs::path parent = dir_ / ("parent-" + std::to_string(attempt));
-        InterruptedExport job(dir_.path(), parent);
-        const int status = job.interrupt(SIGTERM, 0);
+        BackgroundRun job(dir_.path(), exportTo(parent / "archive"));
+        const int status = job.interrupt(SIGTERM, 0, [&] { return hasHiddenEntry(parent); });
         if (status == 0) continue;
         EXPECT_EQ(status, 1);
         const std::string errors = job.errors();
@@ -537,7 +597,40 @@ TEST_F(CommandLine, ExhibitOfTheSampleFlagsIsNumberedRedactedAndLogged) {
     // 595 × 842 points at 144 dpi.
     const auto page = image::load(dir_ / "two" / "page-1.jpg");
     EXPECT_EQ(std::pair(page.width, page.height), std::pair(1190, 1684));
-}
+
+    // Enough attachments that a snapshot of `database` is still copying when it is interrupted.
+    void addManyAttachments(const fs::path& database, int count) {
+        const std::string bytes(256 * 1024, 'b');
+        sqlite::Connection db(database, sqlite::OpenMode::readWriteCreate);
+        db.execute("BEGIN");
+        for (int number = 0; number < count; ++number) {
+            const fs::path file = database.parent_path() / "Attachments" / std::to_string(number);
+            testing::writeText(file, bytes + std::to_string(number));
+            db.prepare("INSERT INTO attachment (filename) VALUES (?)")
+                .bind(1, file.string())
+                .step();
+        }
+        db.execute("COMMIT");
+    }
+
+    TEST_F(CommandLine, CancelledSnapshotSaysNothingWasKept) {
+        ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);  // sample written
+        const fs::path database = dir_ / "Messages" / "chat.db";
+        fs::create_directories(database.parent_path());
+        fs::copy_file(demoFolder() / "chat.db", database);
+        addManyAttachments(database, 400);
+        const fs::path root = dir_ / "home" / "data" / "Kestrove" / "Snapshots";
+        BackgroundRun job(dir_.path(),
+                          {"--export-html", "--database", database.string(), "--snapshot"});
+        const int status = job.interrupt(SIGTERM, 0, [&] {
+            std::error_code error;
+            return !fs::is_empty(root, error) && !error;
+        });
+        EXPECT_EQ(status, 1);
+        EXPECT_TRUE(job.errors().ends_with("error: Snapshot cancelled. Nothing was kept.\n"))
+            << job.errors();
+        EXPECT_TRUE(fs::is_empty(root));
+    }
 
 }  // namespace
 }  // namespace bc

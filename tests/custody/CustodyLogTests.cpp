@@ -60,6 +60,10 @@ TEST(CustodyLogJson, DecodingRejectsWhatWouldNotReencodeTheSame) {
         },
         [](Json& j) { j["options"]["Calls included"] = true; },
         [](Json& j) { j["createdAt"] = "yesterday"; },
+        // The same instant spelt otherwise: it would re-encode, and hash, as something else.
+        [](Json& j) { j["createdAt"] = "2024-03-05T14:07:09.9Z"; },
+        [](Json& j) { j["createdAt"] = "2024-03-05T15:07:09+01:00"; },
+        [](Json& j) { j["createdAt"] = "2024-03-05T14:07:09.000Z"; },
         [](Json& j) { j["source"].erase("path"); },
         [](Json& j) { j["outputs"][0]["bytes"] = 18446744073709551615ULL; },
     };

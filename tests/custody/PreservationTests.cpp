@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <map>
+#include <thread>
 
 #include "custody/PreservationTesting.h"
 #include "sources/MessageDatabase.h"
@@ -56,7 +58,9 @@ TEST_F(PreservationTest, CreateSealsTheDatabaseEveryPhotoAndTheMissingListReadOn
     EXPECT_EQ(info.databaseSHA256, Sha256::hexOfFile(folder / "chat.db"));
     EXPECT_EQ(info.files.size(), 7u);
 
-    EXPECT_EQ(json::decode(files::readFile(folder / "manifest.json")).get<SnapshotInfo>(), info);
+    auto manifest = json::decode(files::readFile(folder / "manifest.json")).get<SnapshotInfo>();
+    manifest.folder = folder;
+    EXPECT_EQ(manifest, info);
     const std::string readme = files::readFile(folder / "README.txt");
     EXPECT_THAT(readme, HasSubstr("Attachments:    3 copied and verified by SHA-256\n"
                                   "                1 listed in the database but not stored on " +
@@ -200,9 +204,32 @@ TEST_F(PreservationTest, OutsideFilesKeepDistinctNamesAndUncopyableOnesCountAsFa
     EXPECT_EQ(map[(elsewhere / "a" / "scan.pdf").string()], "Attachments/_other/scan.pdf");
     EXPECT_EQ(map[(elsewhere / "b" / "SCAN.pdf").string()], "Attachments/_other/SCAN 2.pdf");
     EXPECT_FALSE(map.contains((elsewhere / "folder.pdf").string()));
-    EXPECT_THAT(files::readFile(root() / info.id / "README.txt"),
-                HasSubstr("                1 could not be read\n"));
+    EXPECT_THAT(
+        files::readFile(root() / info.id / "README.txt"),
+        HasSubstr("                1 could not be read; listed in failed-attachments.csv\n"));
+    const auto failed = Preservation::failedAttachments(info);
+    ASSERT_EQ(failed.size(), 1u);
+    EXPECT_EQ(failed[0].path, (elsewhere / "folder.pdf").string());
+    EXPECT_FALSE(failed[0].error.empty());
+    EXPECT_THAT(files::readFile(root() / info.id / "failed-attachments.csv"),
+                HasSubstr("\"" + failed[0].path + "\",\"" + failed[0].error + "\"\r\n"));
     EXPECT_TRUE(Preservation::verify(info).isIntact());
+}
+
+// A copied Messages folder keeps its attachments beside chat.db, listed as in the user's home.
+TEST_F(PreservationTest, AttachmentsListedUnderTheHomeFolderAreReadBesideTheDatabase) {
+    writeText(dir_ / "Messages" / "Attachments" / "ab" / "12" / "IMG_1.jpg", "photo bytes");
+    sqlite::Connection(sourcePath(), sqlite::OpenMode::readWriteCreate)
+        .prepare("INSERT INTO attachment (ROWID, filename) VALUES (200, ?)")
+        .bind(1, std::string("~/Library/Messages/Attachments/ab/12/IMG_1.jpg"))
+        .step();
+    MessageDatabase database(sourcePath());
+    const SnapshotInfo info = Preservation::create(database, std::nullopt, "All", nullptr, {});
+    EXPECT_EQ(info.attachmentsCopied, 4);
+    const Json map = json::decode(files::readFile(root() / info.id / "attachment-map.json"));
+    EXPECT_EQ(map[(files::homeFolder() / "Library/Messages/Attachments/ab/12/IMG_1.jpg").string()],
+              "Attachments/ab/12/IMG_1.jpg");
+    EXPECT_EQ(files::readFile(root() / info.id / "Attachments/ab/12/IMG_1.jpg"), "photo bytes");
 }
 
 TEST_F(PreservationTest, ListIsNewestFirstSkipsWorkFoldersAndReportsDamagedOrMissingManifests) {
@@ -222,15 +249,93 @@ TEST_F(PreservationTest, ListIsNewestFirstSkipsWorkFoldersAndReportsDamagedOrMis
     ASSERT_EQ(damaged.size(), 1u);
     EXPECT_THAT(damaged[0], HasSubstr("Couldn't read the manifest of " + older.id + ": "));
 
-    // The same second again would overwrite a sealed snapshot: refused, the first kept.
-    EXPECT_THROW(Preservation::create(database, std::nullopt, "All", nullptr, {}), Error);
-    EXPECT_TRUE(Preservation::verify(newer).isIntact());
-
-    // Without its manifest a snapshot can neither be verified nor listed.
+    // Without its manifest a snapshot cannot be verified: reported, not skipped.
     Preservation::unlock(root() / newer.id);
     fs::remove(root() / newer.id / "manifest.json");
     EXPECT_THROW(Preservation::verify(newer), Error);
-    EXPECT_TRUE(Preservation::list().empty());
+    EXPECT_THAT(Preservation::list(), ElementsAre());
+    EXPECT_THAT(Preservation::unreadable(),
+                Contains(newer.id + " has no manifest; it cannot be verified"));
+}
+
+// Snapshots started within the same second, one after another or at once, all get a folder.
+TEST_F(PreservationTest, SnapshotsOfTheSameSecondGetDistinctIDs) {
+    MessageDatabase database(sourcePath());
+    const SnapshotInfo first = Preservation::create(database, std::nullopt, "All", nullptr, {});
+    std::vector<std::string> ids(3);
+    std::vector<std::thread> threads;
+    for (auto& id : ids)
+        threads.emplace_back([&] {
+            MessageDatabase own(sourcePath());
+            id = Preservation::create(own, std::nullopt, "All", nullptr, {}).id;
+        });
+    for (auto& thread : threads) thread.join();
+    std::sort(ids.begin(), ids.end());
+    EXPECT_THAT(ids, ElementsAre(first.id + " 2", first.id + " 3", first.id + " 4"));
+    for (const auto& snapshot : Preservation::list())
+        EXPECT_TRUE(Preservation::verify(snapshot).isIntact()) << snapshot.id;
+}
+
+TEST_F(PreservationTest, EveryFolderIsVerifiedWhereItLies) {
+    MessageDatabase database(sourcePath());
+    const SnapshotInfo info = Preservation::create(database, std::nullopt, "All", nullptr, {});
+    CustodyLog::append(Preservation::custodyRecord(info, database));
+    const fs::path original = root() / info.id;
+    const fs::path copy = root() / (info.id + " copy");
+    fs::copy(original, copy, fs::copy_options::recursive);
+    Preservation::unlock(copy);
+    append(copy / "chat.db", "changed");
+    fs::remove(copy / "Attachments" / "demo-photo-2.jpg");
+    writeText(copy / "added.txt", "added");
+
+    std::map<std::string, std::string> verdicts;
+    for (const auto& snapshot : Preservation::list())
+        verdicts[Preservation::folder(snapshot).filename().string()] =
+            Preservation::describe(Preservation::verify(snapshot), snapshot);
+    EXPECT_EQ(verdicts.size(), 2u);
+    EXPECT_EQ(verdicts[info.id + " copy"], "WARNING: " + info.id +
+                                               " copy failed verification: 1 changed, 1 missing, "
+                                               "1 added.");
+    EXPECT_THAT(verdicts[info.id], HasSubstr("and the manifest matches the custody log."));
+
+    // Renamed, the snapshot still verifies by its manifest; the log's record names a folder
+    // that is gone, and that is reported.
+    Preservation::unlock(original);
+    fs::rename(original, root() / "Renamed");
+    Preservation::lock(root() / "Renamed");
+    const auto listed = Preservation::list();
+    const auto renamed = std::find_if(listed.begin(), listed.end(), [&](const auto& snapshot) {
+        return Preservation::folder(snapshot) == root() / "Renamed";
+    });
+    ASSERT_NE(renamed, listed.end());
+    EXPECT_TRUE(Preservation::verify(*renamed).isIntact());
+    EXPECT_THAT(
+        Preservation::unreadable(),
+        ElementsAre("The custody log records the snapshot " + original.string() + " (record " +
+                    CustodyLog::readAll().front().id + "), but its folder no longer exists"));
+}
+
+TEST_F(PreservationTest, LinksNeverPassVerification) {
+    MessageDatabase database(sourcePath());
+    const SnapshotInfo info = Preservation::create(database, std::nullopt, "All", nullptr, {});
+    const fs::path folder = root() / info.id;
+    Preservation::unlock(folder);
+    // The same bytes, but kept somewhere the seal does not reach.
+    fs::remove(folder / "Attachments" / "demo-photo-1.jpg");
+    fs::create_symlink(photo(1), folder / "Attachments" / "demo-photo-1.jpg");
+    fs::create_directory_symlink(dir_ / "Messages", folder / "Attachments" / "linked");
+    const auto verification = Preservation::verify(info);
+    EXPECT_THAT(verification.mismatched, ElementsAre("Attachments/demo-photo-1.jpg"));
+    EXPECT_THAT(verification.extra, ElementsAre("Attachments/linked"));
+    EXPECT_THAT(Preservation::findings(verification),
+                ElementsAre("changed: Attachments/demo-photo-1.jpg", "added: Attachments/linked"));
+
+    // A whole folder swapped for a link to identical copies.
+    fs::rename(folder / "Attachments", dir_ / "moved");
+    fs::create_directory_symlink(dir_ / "moved", folder / "Attachments");
+    const auto swapped = Preservation::verify(info);
+    EXPECT_EQ(swapped.mismatched.size(), 3u);
+    EXPECT_THAT(swapped.extra, ElementsAre("Attachments"));
 }
 
 TEST_F(PreservationTest, CancelledCreateKeepsNothing) {

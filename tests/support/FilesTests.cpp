@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "support/Errors.h"
@@ -18,7 +21,8 @@ TEST(AtomicWrite, CreatesFoldersReplacesWholeAndLeavesNoTemporaries) {
     files::writeFileAtomically(file, "first");
     files::writeFileAtomically(file, "second");
     EXPECT_EQ(files::readFile(file), "second");
-    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), fs::directory_iterator()),
+              1);
 }
 
 TEST(AtomicWrite, FailureKeepsTheOldFileAndSaysWhy) {
@@ -47,6 +51,40 @@ TEST(RemoveAll, RemovesReadOnlyTrees) {
     files::removeAll(dir / "sealed");
     EXPECT_FALSE(fs::exists(dir / "sealed"));
     EXPECT_NO_THROW(files::removeAll(dir / "never existed"));
+}
+
+// Temporaries of ended processes go; those of running ones, and every other name, stay.
+TEST(Temporaries, OnlyThoseOfEndedProcessesAreRemoved) {
+    testing::TempDir dir;
+    const pid_t ended = ::fork();
+    if (ended == 0) ::_exit(0);
+    ::waitpid(ended, nullptr, 0);
+    const fs::path abandoned = dir / (".archive.tmp-" + std::to_string(ended) + "-3");
+    fs::create_directories(abandoned / "attachments");
+    testing::writeText(dir / (".page.pdf.tmp-" + std::to_string(ended) + "-0"), "half");
+    const std::vector<std::string> kept{".own.tmp-" + std::to_string(::getpid()) + "-0",
+                                        ".parent.tmp-" + std::to_string(::getppid()) + "-1",
+                                        "visible.tmp-" + std::to_string(ended) + "-0", ".hidden",
+                                        ".x.tmp-12ab-0"};
+    for (const auto& name : kept) testing::writeText(dir / name, "");
+    files::removeAbandonedTemporaries(dir.path());
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(dir.path()))
+        left.push_back(entry.path().filename().string());
+    std::sort(left.begin(), left.end());
+    auto expected = kept;
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(left, expected);
+}
+
+TEST(MoveIntoPlace, NeverReplacesWhatIsThere) {
+    testing::TempDir dir;
+    fs::create_directories(dir / "built" / "inside");
+    fs::create_directories(dir / "taken");
+    EXPECT_THROW(files::moveIntoPlace(dir / "built", dir / "taken"), Error);
+    EXPECT_TRUE(fs::exists(dir / "built" / "inside"));
+    files::moveIntoPlace(dir / "built", dir / "free");
+    EXPECT_TRUE(fs::exists(dir / "free" / "inside"));
 }
 
 TEST(StoreLocation, DefaultsUnderTheDataFolderUntilOverridden) {
