@@ -4,6 +4,8 @@
 #include <charconv>
 #include <map>
 
+#include "model/MessageNotes.h"
+
 namespace bc {
 
 namespace {
@@ -155,6 +157,8 @@ void Timeline::buildDays(const std::vector<Message>& messages, Calendar& calenda
     // Bounds of the last day, so that only a message outside them asks the calendar.
     Date dayStart, dayEnd;
     for (const Message& message : messages) {
+        // An undated row belongs to no day; a timeline of 1 January 2001 would be invented.
+        if (notes::isUndated(message.date)) continue;
         if (days.empty() || message.date < dayStart || message.date >= dayEnd) {
             dayStart = calendar.startOfDay(message.date);
             dayEnd = calendar.end(Unit::day, dayStart);

@@ -69,6 +69,15 @@ TEST(Timeline, DaysCountOnlyRecordedMessagesAndKeepMessageOrder) {
     EXPECT_EQ(timeline.nodesByID.size(), 6u);
 }
 
+TEST(Timeline, UndatedRowsBelongToNoDay) {
+    Message undated;
+    undated.id = 7;
+    const Timeline timeline({undated, message(8, "2024-03-05T14:00:00Z")});
+    EXPECT_EQ(timeline.days, (std::vector<Timeline::Day>{{utc("2024-03-05T05:00:00Z"), 8, 1}}));
+    EXPECT_FALSE(timeline.dayIndex(std::optional<int64_t>{7}));
+    EXPECT_FALSE(timeline.nodesByID.contains("y2001"));
+}
+
 // Sunday 28 April to Sunday 5 May 2024.
 const std::vector<Message> monthBoundary{
     message(1, "2024-04-28T16:00:00Z"), message(2, "2024-04-29T16:00:00Z"),
