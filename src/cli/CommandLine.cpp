@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 
+#include <iostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #include "cli/Arguments.h"
 #include "cli/Benchmark.h"
 #include "cli/CommandLineExport.h"
+#include "cli/CounselCommands.h"
 #include "cli/Interrupt.h"
 
 namespace bc::cli {
@@ -20,6 +22,9 @@ constexpr std::string_view help =
     "               [--from yyyy-mm-dd] [--to yyyy-mm-dd] [--format pdf|jpg]\n"
     "  brindlecourt --export-html --snapshot [--chats 1,123] [--scope \"Label\"]\n"
     "  brindlecourt --export-html --verify-snapshots\n"
+    "  brindlecourt --statement --chats 1,123 --out <file.docx> [--source <snapshot folder>]\n"
+    "  brindlecourt --bundle --title \"Title\" --out <file.zip> <item>...\n"
+    "               (the bundle's password is read from standard input)\n"
     "  brindlecourt --benchmark [--generate <messages>]\n"
     "  brindlecourt [--demo]            open the window\n"
     "\n"
@@ -28,12 +33,12 @@ constexpr std::string_view help =
     "  --version         print the program's version and build\n"
     "  --help            print this text\n";
 
-const std::set<std::string> optionsWithValue{"--chats", "--title",    "--out",
-                                             "--from",  "--to",       "--format",
-                                             "--scope", "--database", "--generate"};
+const std::set<std::string> optionsWithValue{"--chats",    "--title",  "--out",   "--from",
+                                             "--to",       "--format", "--scope", "--database",
+                                             "--generate", "--source"};
 const std::set<std::string> flags{"--export-html", "--snapshot", "--verify-snapshots",
                                   "--benchmark",   "--demo",     "--version",
-                                  "--help",        "-h"};
+                                  "--help",        "-h",         "--statement"};
 
 // The first argument that is neither a known option nor the value after one.
 std::optional<std::string> unknownOption(const Arguments& arguments) {
@@ -61,9 +66,18 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         out << "Brindlecourt " << build::version << " (" << build::number << ")\n";
         return 0;
     }
+    // Its items are plain paths, which the general option check would refuse.
+    if (arguments.contains("--bundle")) {
+        const auto cancel = cancelOnInterrupt();
+        return CounselCommands(arguments, std::cin, out, err, *cancel).bundle();
+    }
     if (const auto unknown = unknownOption(arguments)) {
         err << "Unknown option " << *unknown << ".\n" << help;
         return 2;
+    }
+    if (arguments.contains("--statement")) {
+        const auto cancel = cancelOnInterrupt();
+        return CounselCommands(arguments, std::cin, out, err, *cancel).statement();
     }
     if (arguments.contains("--benchmark")) return Benchmark(arguments, out, err).run();
     if (arguments.contains("--export-html")) {
