@@ -38,10 +38,15 @@ test: test-normal test-sanitize
 
 # The main job on the generated sample data, into a fresh folder: a snapshot, an HTML archive and
 # a PDF of the sample conversation, an exhibit of its flagged messages (Bates numbers, one
-# redacted term), then the verification. The demo folder (sample database,
+# redacted term), then the verification, a draft statement for counsel and an encrypted bundle
+# of both exports, opened again with 7-Zip. The demo folder (sample database,
 # snapshots, custody log) lives under it too, as the program's temporary folder. Snapshots are
 # locked (immutable where permitted), so the old folder is unlocked before it is removed.
 DEMO_DIR ?= $(BUILD_DIR)/demo
+# The demo's bundle is opened by anyone following along, so its password is fixed and printed.
+DEMO_PASSWORD  = demo-bundle-2468
+DEMO_STATEMENT = Sample conversation – Draft statement for counsel.docx
+DEMO_BUNDLE    = Sample conversation – Evidence bundle.zip
 unlock = if [ -d "$(1)" ]; then \
 	  chattr -R -i "$(1)" 2>/dev/null || chflags -R nouchg "$(1)" 2>/dev/null; \
 	  chmod -R u+w "$(1)"; fi
@@ -55,6 +60,14 @@ demo: build
 	  $$run --exhibit --chats 1 --bates-prefix SMITH --redact movers --include-notes \
 	    --out "$(DEMO_DIR)/Exhibit" && \
 	  $$run --verify-snapshots && \
+	  $(BUILD_DIR)/brindlecourt --demo --statement --chats 1 --out "$(DEMO_DIR)/$(DEMO_STATEMENT)" && \
+	  printf '%s\n' "$(DEMO_PASSWORD)" | $(BUILD_DIR)/brindlecourt --demo --bundle \
+	    --title "Sample conversation" --out "$(DEMO_DIR)/$(DEMO_BUNDLE)" \
+	    "$(DEMO_DIR)/HTML archive" "$(DEMO_DIR)/PDF" && \
+	  echo "The demo bundle's password is $(DEMO_PASSWORD)" && \
+	  sevenzip=$$(command -v 7zz || command -v 7z) && \
+	  "$$sevenzip" t -p"$(DEMO_PASSWORD)" "$(DEMO_DIR)/$(DEMO_BUNDLE)" | grep -q "Everything is Ok" && \
+	  echo "7-Zip opened the bundle with that password and found every file intact." && \
 	  echo "Everything is in $(CURDIR)/$(DEMO_DIR) (sample data, snapshots and custody log in tmp/Kestrove-Demo)."
 
 app: build

@@ -13,6 +13,7 @@
 #include "app/ExportSheet.h"
 #include "app/MainWindow.h"
 #include "cli/DemoStores.h"
+#include "counsel/CounselBundle.h"
 
 namespace bc::app {
 
@@ -77,6 +78,8 @@ int runApplication(int argc, char** argv) {
             return 1;
         }
     }
+    // Copies of exports staged by a bundle that was interrupted must not outlive it.
+    CounselBundle::removeLeftovers();
     QApplication application(argc, argv);
     QApplication::setApplicationName("Brindlecourt");
     QApplication::setOrganizationName("Kestrove");

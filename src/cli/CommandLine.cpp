@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 
+#include <iostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "cli/Benchmark.h"
 #include "cli/CommandLineExport.h"
 #include "cli/CommandLineImport.h"
+#include "cli/CounselCommands.h"
 #include "cli/Interrupt.h"
 
 namespace bc::cli {
@@ -30,6 +32,9 @@ constexpr std::string_view help =
     "  brindlecourt --import FILE [--chat-name NAME] [--owner NAME] [--time-zone ZONE]\n"
     "               [--day-first|--month-first]\n"
     "  brindlecourt --list-sources\n"
+    "  brindlecourt --statement --chats 1,123 --out <file.docx> [--source <snapshot folder>]\n"
+    "  brindlecourt --bundle --title \"Title\" --out <file.zip> <item>...\n"
+    "               (the bundle's password is read from standard input)\n"
     "  brindlecourt --benchmark [--generate <messages>]\n"
     "  brindlecourt [--demo]            open the window\n"
     "\n"
@@ -55,7 +60,8 @@ const std::set<std::string> optionsWithValue{"--chats",
                                              "--label",
                                              "--context-before",
                                              "--context-after",
-                                             "--redact"};
+                                             "--redact",
+                                             "--source"};
 const std::set<std::string> flags{"--export-html",
                                   "--snapshot",
                                   "--verify-snapshots",
@@ -67,7 +73,8 @@ const std::set<std::string> flags{"--export-html",
                                   "--exhibit",
                                   "--redact-contact-details",
                                   "--include-notes",
-                                  "--no-certificate"};
+                                  "--no-certificate",
+                                  "--statement"};
 const std::set<std::string> importOptionsWithValue{"--import", "--chat-name", "--owner",
                                                    "--time-zone"};
 const std::set<std::string> importFlags{"--list-sources", "--day-first", "--month-first"};
@@ -98,9 +105,18 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         out << "Brindlecourt " << build::version << " (" << build::number << ")\n";
         return 0;
     }
+    // Its items are plain paths, which the general option check would refuse.
+    if (arguments.contains("--bundle")) {
+        const auto cancel = cancelOnInterrupt();
+        return CounselCommands(arguments, std::cin, out, err, *cancel).bundle();
+    }
     if (const auto unknown = unknownOption(arguments)) {
         err << "Unknown option " << *unknown << ".\n" << help;
         return 2;
+    }
+    if (arguments.contains("--statement")) {
+        const auto cancel = cancelOnInterrupt();
+        return CounselCommands(arguments, std::cin, out, err, *cancel).statement();
     }
     if (arguments.contains("--benchmark")) return Benchmark(arguments, out, err).run();
     if (arguments.contains("--import") || arguments.contains("--list-sources")) {

@@ -50,6 +50,13 @@ std::optional<Date> parseDay(const std::string& text) {
     return std::nullopt;
 }
 
+// Phases only; per-item counters would flood a terminal.
+ProgressFn phasesTo(std::ostream& stream) {
+    return [&stream](const std::string& text) {
+        if (text.ends_with("\u2026")) stream << text << "\n";
+    };
+}
+
 namespace {
 
 // Display names from the user's contacts; never in demo mode, whose people are fictional.
@@ -59,13 +66,6 @@ manifest::NameFor namesFor(bool demo) {
     return [contacts](bool isFromMe, const std::string& handle) -> std::string {
         if (isFromMe) return "Me";
         return contacts->name(handle).value_or(handle);
-    };
-}
-
-// Phases only; per-item counters would flood a terminal.
-ProgressFn phasesTo(std::ostream& stream) {
-    return [&stream](const std::string& text) {
-        if (text.ends_with("\u2026")) stream << text << "\n";
     };
 }
 

@@ -26,14 +26,14 @@ public:
 
     int run();
     int snapshot();
+    // Decimal ids joined by commas; nothing (and the error printed) when a piece is not one.
+    std::optional<std::vector<int64_t>> chatIDs(const std::string& list);
     int verifySnapshots();
     // PDF or JPG pages of the job into `folder`, which must not exist yet.
     int runPages(const ExportJob& job, const std::filesystem::path& folder,
                  const ExportPipeline::Context& context);
 
 private:
-    // Decimal ids joined by commas; nothing (and the error printed) when a piece is not one.
-    std::optional<std::vector<int64_t>> chatIDs(const std::string& list);
     // Start of the named day in the current time zone; nothing (error printed) when malformed.
     std::optional<std::optional<Date>> day(const std::string& option);
     // False (and the error printed) when an option that takes a value ends the arguments.
@@ -46,6 +46,9 @@ private:
     std::ostream& err_;
     const CancelFlag& cancel_;
 };
+
+// Progress of a long job on a terminal: its phases only, not every item.
+ProgressFn phasesTo(std::ostream& stream);
 
 // The day "yyyy-MM-dd" names, starting at its first instant in the current time zone.
 std::optional<Date> parseDay(const std::string& text);
