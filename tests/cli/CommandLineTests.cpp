@@ -597,40 +597,39 @@ TEST_F(CommandLine, ExhibitOfTheSampleFlagsIsNumberedRedactedAndLogged) {
     // 595 × 842 points at 144 dpi.
     const auto page = image::load(dir_ / "two" / "page-1.jpg");
     EXPECT_EQ(std::pair(page.width, page.height), std::pair(1190, 1684));
+}
 
-    // Enough attachments that a snapshot of `database` is still copying when it is interrupted.
-    void addManyAttachments(const fs::path& database, int count) {
-        const std::string bytes(256 * 1024, 'b');
-        sqlite::Connection db(database, sqlite::OpenMode::readWriteCreate);
-        db.execute("BEGIN");
-        for (int number = 0; number < count; ++number) {
-            const fs::path file = database.parent_path() / "Attachments" / std::to_string(number);
-            testing::writeText(file, bytes + std::to_string(number));
-            db.prepare("INSERT INTO attachment (filename) VALUES (?)")
-                .bind(1, file.string())
-                .step();
-        }
-        db.execute("COMMIT");
+// Enough attachments that a snapshot of `database` is still copying when it is interrupted.
+void addManyAttachments(const fs::path& database, int count) {
+    const std::string bytes(256 * 1024, 'b');
+    sqlite::Connection db(database, sqlite::OpenMode::readWriteCreate);
+    db.execute("BEGIN");
+    for (int number = 0; number < count; ++number) {
+        const fs::path file = database.parent_path() / "Attachments" / std::to_string(number);
+        testing::writeText(file, bytes + std::to_string(number));
+        db.prepare("INSERT INTO attachment (filename) VALUES (?)").bind(1, file.string()).step();
     }
+    db.execute("COMMIT");
+}
 
-    TEST_F(CommandLine, CancelledSnapshotSaysNothingWasKept) {
-        ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);  // sample written
-        const fs::path database = dir_ / "Messages" / "chat.db";
-        fs::create_directories(database.parent_path());
-        fs::copy_file(demoFolder() / "chat.db", database);
-        addManyAttachments(database, 400);
-        const fs::path root = dir_ / "home" / "data" / "Kestrove" / "Snapshots";
-        BackgroundRun job(dir_.path(),
-                          {"--export-html", "--database", database.string(), "--snapshot"});
-        const int status = job.interrupt(SIGTERM, 0, [&] {
-            std::error_code error;
-            return !fs::is_empty(root, error) && !error;
-        });
-        EXPECT_EQ(status, 1);
-        EXPECT_TRUE(job.errors().ends_with("error: Snapshot cancelled. Nothing was kept.\n"))
-            << job.errors();
-        EXPECT_TRUE(fs::is_empty(root));
-    }
+TEST_F(CommandLine, CancelledSnapshotSaysNothingWasKept) {
+    ASSERT_EQ(run({"--export-html", "--demo", "--snapshot"}).exitStatus, 0);  // sample written
+    const fs::path database = dir_ / "Messages" / "chat.db";
+    fs::create_directories(database.parent_path());
+    fs::copy_file(demoFolder() / "chat.db", database);
+    addManyAttachments(database, 400);
+    const fs::path root = dir_ / "home" / "data" / "Kestrove" / "Snapshots";
+    BackgroundRun job(dir_.path(),
+                      {"--export-html", "--database", database.string(), "--snapshot"});
+    const int status = job.interrupt(SIGTERM, 0, [&] {
+        std::error_code error;
+        return !fs::is_empty(root, error) && !error;
+    });
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(job.errors().ends_with("error: Snapshot cancelled. Nothing was kept.\n"))
+        << job.errors();
+    EXPECT_TRUE(fs::is_empty(root));
+}
 
 }  // namespace
 }  // namespace bc
