@@ -118,7 +118,7 @@ TEST_F(WindowTest, RemovedAttachmentsRaiseTheWarningWithItsAdvice) {
     ASSERT_TRUE(waitFor([&] { return model_->evictionReport().has_value(); }));
     EXPECT_FALSE(warning->isVisible()) << "the first check has nothing to compare with";
 
-    std::filesystem::remove(folder_ / "Attachments" / "demo-photo-2.jpg");
+    std::filesystem::remove(database().parent_path() / "Attachments" / "demo-photo-2.jpg");
     model_->checkAttachmentsStillHere();
     ASSERT_TRUE(waitFor([&] { return warning->isVisible(); }));
     EXPECT_TRUE(warning->text().contains(AppModel::evictionHeading));

@@ -218,12 +218,17 @@ TEST_F(PreservationTest, OutsideFilesKeepDistinctNamesAndUncopyableOnesCountAsFa
 
 // A copied Messages folder keeps its attachments beside chat.db, listed as in the user's home.
 TEST_F(PreservationTest, AttachmentsListedUnderTheHomeFolderAreReadBesideTheDatabase) {
-    writeText(dir_ / "Messages" / "Attachments" / "ab" / "12" / "IMG_1.jpg", "photo bytes");
-    sqlite::Connection(sourcePath(), sqlite::OpenMode::readWriteCreate)
+    const fs::path copied = dir_ / "Copied Messages" / "chat.db";
+    fs::create_directories(copied.parent_path());
+    fs::copy_file(sourcePath(), copied);
+    fs::copy(sourcePath().parent_path() / "Attachments", copied.parent_path() / "Attachments",
+             fs::copy_options::recursive);
+    writeText(copied.parent_path() / "Attachments" / "ab" / "12" / "IMG_1.jpg", "photo bytes");
+    sqlite::Connection(copied, sqlite::OpenMode::readWriteCreate)
         .prepare("INSERT INTO attachment (ROWID, filename) VALUES (200, ?)")
         .bind(1, std::string("~/Library/Messages/Attachments/ab/12/IMG_1.jpg"))
         .step();
-    MessageDatabase database(sourcePath());
+    MessageDatabase database(copied);
     const SnapshotInfo info = Preservation::create(database, std::nullopt, "All", nullptr, {});
     EXPECT_EQ(info.attachmentsCopied, 4);
     const Json map = json::decode(files::readFile(root() / info.id / "attachment-map.json"));
