@@ -42,15 +42,22 @@ std::string toUtf8(const icu::UnicodeString& s) {
     return out;
 }
 
-UDate toUDate(Date date) { return date.toUnix() * 1000.0; }
+UDate toUDate(Date date) {
+    return date.toUnix() * 1000.0;
+}
 
 icu::DateFormat::EStyle icuStyle(Style style) {
     switch (style) {
-        case Style::none: return icu::DateFormat::kNone;
-        case Style::short_: return icu::DateFormat::kShort;
-        case Style::abbreviated: return icu::DateFormat::kMedium;
-        case Style::long_: return icu::DateFormat::kLong;
-        case Style::full: return icu::DateFormat::kFull;
+        case Style::none:
+            return icu::DateFormat::kNone;
+        case Style::short_:
+            return icu::DateFormat::kShort;
+        case Style::abbreviated:
+            return icu::DateFormat::kMedium;
+        case Style::long_:
+            return icu::DateFormat::kLong;
+        case Style::full:
+            return icu::DateFormat::kFull;
     }
     return icu::DateFormat::kNone;
 }
@@ -75,7 +82,9 @@ bool expect(std::string_view text, size_t& pos, char c) {
 
 }  // namespace
 
-std::string iso8601(Date date) { return format(utcFields(date.toUnix()), "Z"); }
+std::string iso8601(Date date) {
+    return format(utcFields(date.toUnix()), "Z");
+}
 
 std::string iso8601Millis(Date date) {
     const double unix = date.toUnix();
@@ -155,7 +164,9 @@ int firstWeekday() {
     return static_cast<int>(calendar->getFirstDayOfWeek(status));
 }
 
-std::string currentLocale() { return icu::Locale::getDefault().getName(); }
+std::string currentLocale() {
+    return icu::Locale::getDefault().getName();
+}
 
 void setCurrentLocale(const std::string& localeID) {
     UErrorCode status = U_ZERO_ERROR;
@@ -168,7 +179,13 @@ std::optional<std::string> localeOfTimeFormats() {
     for (const char* variable : {"LC_TIME", "LC_ALL", "LANG"}) {
         const char* value = std::getenv(variable);
         if (!value || !*value) continue;
-        // Drops the character set ("en_GB.UTF-8") and maps "C" and "POSIX" to ICU's own names.
+        const std::string_view name(value);
+        // The C locale asks for no language; ICU's own name for it keeps English formats, where
+        // a canonical "c" would fall back to the bare root formats ("2026 M11 24").
+        if (const auto base = name.substr(0, name.find_first_of(".@"));
+            base == "C" || base == "POSIX")
+            return "en_US_POSIX";
+        // Drops the character set ("en_GB.UTF-8").
         return std::string(icu::Locale::createCanonical(value).getName());
     }
     return std::nullopt;

@@ -119,6 +119,10 @@ TEST(LocaleFormatting, DateFormatsComeFromTheTimeCategoryBeforeTheLanguage) {
         ScopedLocaleEnvironment environment("", "", "fr_FR.UTF-8");
         EXPECT_EQ(dates::localeOfTimeFormats(), "fr_FR");
     }
+    for (const char* plain : {"C.UTF-8", "POSIX"}) {
+        ScopedLocaleEnvironment environment("", "", plain);
+        EXPECT_EQ(dates::localeOfTimeFormats(), "en_US_POSIX") << plain;
+    }
     {
         ScopedLocaleEnvironment environment("", "", "");
         EXPECT_EQ(dates::localeOfTimeFormats(), std::nullopt);
