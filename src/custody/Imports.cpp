@@ -12,6 +12,7 @@
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
 #include "support/DateFormat.h"
+#include "support/ErrorReason.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sha256.h"
@@ -38,18 +39,12 @@ std::string kindName(ImportInfo::Kind kind) {
     return kind == ImportInfo::Kind::database ? "database" : "chatExport";
 }
 
-std::string reason(const std::exception& error) {
-    if (const auto* fsError = dynamic_cast<const fs::filesystem_error*>(&error))
-        return fsError->code().message();
-    return error.what();
-}
-
 ImportInfo readManifest(const fs::path& folder) {
     try {
         return json::decode(files::readFile(folder / manifestName)).get<ImportInfo>();
     } catch (const std::exception& error) {
         throw Error("Couldn't read the manifest of " + folder.filename().string() + ": " +
-                    reason(error));
+                    reasonOf(error));
     }
 }
 
@@ -67,16 +62,6 @@ std::string freeID(const fs::path& root, Date createdAt) {
     std::string id = base;
     for (int number = 2; fs::exists(root / id); ++number) id = base + " " + std::to_string(number);
     return id;
-}
-
-void discard(const fs::path& work) {
-    try {
-        if (!fs::exists(fs::symlink_status(work))) return;
-        Preservation::unlock(work);
-        files::removeAll(work);
-    } catch (const std::exception&) {
-        // The original failure is the one to report.
-    }
 }
 
 std::vector<SnapshotInfo::FileEntry> hashFiles(const fs::path& work, const CancelFlag* cancel) {
@@ -262,7 +247,7 @@ Imports::Imported Imports::importFile(const fs::path& file, const CancelFlag* ca
     const fs::path destination = rootFolder / id;
     Imported imported;
     try {
-        discard(work);
+        Preservation::discard(work);
         imported.info = build(file, kind, work, cancel, progress);
         imported.info.id = id;
         imported.info.createdAt = createdAt;
@@ -271,11 +256,11 @@ Imports::Imported Imports::importFile(const fs::path& file, const CancelFlag* ca
         fs::rename(work, destination);
         files::syncFolder(rootFolder);
     } catch (const Error&) {
-        discard(work);
+        Preservation::discard(work);
         throw;
     } catch (const std::exception& failure) {
-        discard(work);
-        throw Error(reason(failure));
+        Preservation::discard(work);
+        throw Error(reasonOf(failure));
     }
     try {
         imported.messageCount = countMessages(imported.info);
@@ -292,7 +277,7 @@ std::string Imports::failureText(std::exception_ptr error) {
     } catch (const CancelledError&) {
         return "Import cancelled. Nothing was kept.";
     } catch (const std::exception& failure) {
-        return "Import failed, nothing was kept: " + reason(failure);
+        return "Import failed, nothing was kept: " + reasonOf(failure);
     }
 }
 

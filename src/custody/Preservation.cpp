@@ -15,6 +15,7 @@
 #include "custody/SnapshotCopy.h"
 #include "sources/MessageDatabase.h"
 #include "support/DateFormat.h"
+#include "support/ErrorReason.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Machine.h"
@@ -95,12 +96,6 @@ StoreLocation& rootLocation() {
     return location;
 }
 
-std::string reason(const std::exception& error) {
-    if (const auto* fsError = dynamic_cast<const fs::filesystem_error*>(&error))
-        return fsError->code().message();
-    return error.what();
-}
-
 // Dates in the manifest keep whole seconds, so a manifest reads back equal to what was made.
 Date wholeSeconds(Date date) {
     return Date{std::floor(date.seconds)};
@@ -129,7 +124,7 @@ SnapshotInfo readManifest(const fs::path& folder) {
         return info;
     } catch (const std::exception& error) {
         throw Error("Couldn't read the manifest of " + folder.filename().string() + ": " +
-                    reason(error));
+                    reasonOf(error));
     }
 }
 
@@ -278,16 +273,6 @@ private:
     int fd_;
 };
 
-void discard(const fs::path& work) {
-    try {
-        if (!fs::exists(fs::symlink_status(work))) return;
-        Preservation::unlock(work);
-        files::removeAll(work);
-    } catch (const std::exception&) {
-        // The next create removes what is left; the original failure is the one to report.
-    }
-}
-
 void removeLeftovers(const fs::path& root) {
     std::vector<fs::path> leftovers;
     for (const auto& entry : fs::directory_iterator(root))
@@ -326,7 +311,7 @@ void preserveOne(const std::string& listedPath, const fs::path& work, Destinatio
         throw;
     } catch (const std::exception& failure) {
         fs::remove(destination, error);
-        result.failed.push_back({listedPath, reason(failure)});
+        result.failed.push_back({listedPath, reasonOf(failure)});
     }
 }
 
@@ -361,7 +346,7 @@ void build(SnapshotInfo& info, MessageDatabase& database, const fs::path& work,
     } catch (const CancelledError&) {
         throw;
     } catch (const std::exception& error) {
-        throw Error("Couldn't copy the Messages database: " + reason(error));
+        throw Error("Couldn't copy the Messages database: " + reasonOf(error));
     }
     info.databaseCopiedAt = wholeSeconds(Clock::now());
 
@@ -371,7 +356,7 @@ void build(SnapshotInfo& info, MessageDatabase& database, const fs::path& work,
         info.messageRows = copy.messageRowCount();
         rows = copy.attachmentPaths(info.chatIDs);
     } catch (const std::exception& error) {
-        throw Error("Couldn't read the copied Messages database: " + reason(error));
+        throw Error("Couldn't read the copied Messages database: " + reasonOf(error));
     }
     Attachments attachments = preserveAttachments(
         rows, fs::path(info.sourcePath).parent_path() / "Attachments", work, cancel, progress);
@@ -454,7 +439,7 @@ SnapshotInfo Preservation::create(MessageDatabase& database,
         throw;
     } catch (const std::exception& failure) {
         discard(work);
-        throw Error("Couldn't take the snapshot: " + reason(failure));
+        throw Error("Couldn't take the snapshot: " + reasonOf(failure));
     }
     return info;
 }
@@ -564,7 +549,7 @@ std::unique_ptr<MessageDatabase> Preservation::open(const SnapshotInfo& snapshot
             if (isInside(relative.get<std::string>()))
                 (*map)[path] = (folder / relative.get<std::string>()).string();
     } catch (const std::exception& error) {
-        throw Error("Couldn't read the attachment map of " + snapshot.id + ": " + reason(error));
+        throw Error("Couldn't read the attachment map of " + snapshot.id + ": " + reasonOf(error));
     }
     // An attachment the snapshot does not hold has no file: exports never reach past the seal.
     auto mapper = [map](const std::string& path, int64_t) {
@@ -774,6 +759,16 @@ std::string Preservation::readme(const SnapshotInfo& info) {
         "The files are read-only and locked against changes. To remove the snapshot, use\n"
         "\"Move to Trash\" in Brindlecourt, which unlocks it first.\n";
     return text;
+}
+
+void Preservation::discard(const fs::path& work) {
+    try {
+        if (!fs::exists(fs::symlink_status(work))) return;
+        unlock(work);
+        files::removeAll(work);
+    } catch (const std::exception&) {
+        // The next run removes what is left; the original failure is the one to report.
+    }
 }
 
 }  // namespace bc

@@ -121,6 +121,8 @@ public:
     // undoes it (0644, 0755). The first failure is thrown.
     static void lock(const std::filesystem::path& folder);
     static void unlock(const std::filesystem::path& folder);
+    // Removes a folder being built (or sealed) after a failure, unlocking it first. Never throws.
+    static void discard(const std::filesystem::path& work);
 
     // The attachments the snapshot could not preserve ("failed-attachments.csv"). Throws Error
     // when the list exists but cannot be read.
