@@ -114,7 +114,7 @@ TEST_F(WindowTest, RemovedAttachmentsRaiseTheWarningWithItsAdvice) {
     openWindow();
     auto* warning = window_->findChild<QLabel*>("evictionText");
     ASSERT_NE(warning, nullptr);
-    model_->startAttachmentWatch();
+    // The sample database sits at the live database's place, so the model watches it itself.
     ASSERT_TRUE(waitFor([&] { return model_->evictionReport().has_value(); }));
     EXPECT_FALSE(warning->isVisible()) << "the first check has nothing to compare with";
 
