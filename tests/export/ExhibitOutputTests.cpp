@@ -102,8 +102,9 @@ protected:
         const EvidenceFlagMap flags{
             {flagged.guid,
              {.guid = flagged.guid, .messageID = flagged.id, .note = "Anne Dubois saw it"}}};
+        const auto flaggedID = flagged.id;
         ExportJob job = exhibit::makeJob(request, std::move(whole), flags);
-        job.pageOptions.chatLabels[flagged.id] = "Chat with Zoë";
+        job.pageOptions.chatLabels[flaggedID] = "Chat with Zoë";
         return job;
     }
 
