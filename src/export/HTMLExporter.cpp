@@ -71,19 +71,6 @@ std::string pageFileName(const std::string& title) {
            " – Messages.html";
 }
 
-// An export period: from its first instant to the start of the day after its last day.
-class DateRange {
-public:
-    DateRange(const std::optional<Date>& from, const std::optional<Date>& to)
-        : from_(from),
-          end_(to ? std::optional(Calendar().end(Calendar::Unit::day, *to)) : std::nullopt) {}
-
-    bool contains(Date date) const { return (!from_ || date >= *from_) && (!end_ || date < *end_); }
-
-private:
-    std::optional<Date> from_, end_;
-};
-
 std::vector<const Message*> rowsInRange(const Transcript& transcript,
                                         const HTMLExporter::Options& options) {
     const DateRange range(options.from, options.to);

@@ -19,7 +19,7 @@ namespace bc {
 // The machine's calendar as it stands when made: current locale (its calendar system and first
 // weekday) and current time zone. One instance serves one thread: ICU calendars carry state.
 class Calendar {
-  public:
+public:
     enum class Unit { day, week, month, year };
 
     Calendar();
@@ -39,7 +39,7 @@ class Calendar {
     int year(Date date);
     int month(Date date);  // 1 … 12 (13 in calendars with a leap month)
 
-  private:
+private:
     void setDate(Date date);
     void clearTimeOfDay();
     Date current();
@@ -47,10 +47,24 @@ class Calendar {
     std::unique_ptr<icu::Calendar> calendar_;
 };
 
+// A period of whole days: from its first instant to the start of the day after `to`, in the current
+// time zone; an absent end is open. Exports and searches share it so they never disagree on a day.
+class DateRange {
+public:
+    DateRange(const std::optional<Date>& from, const std::optional<Date>& to)
+        : from_(from),
+          end_(to ? std::optional(Calendar().end(Calendar::Unit::day, *to)) : std::nullopt) {}
+
+    bool contains(Date date) const { return (!from_ || date >= *from_) && (!end_ || date < *end_); }
+
+private:
+    std::optional<Date> from_, end_;
+};
+
 // A fixed pattern such as "LLLL" bound to a locale (default: the current one) and the current time
 // zone, made once and used for many dates.
 class PatternFormatter {
-  public:
+public:
     explicit PatternFormatter(std::string_view pattern, std::string_view locale = {});
     ~PatternFormatter();
     PatternFormatter(const PatternFormatter&) = delete;
@@ -58,7 +72,7 @@ class PatternFormatter {
 
     std::string format(Date date) const;
 
-  private:
+private:
     std::unique_ptr<icu::SimpleDateFormat> formatter_;
 };
 
