@@ -10,6 +10,7 @@
 #include "cli/Benchmark.h"
 #include "cli/CommandLineExport.h"
 #include "cli/CommandLineImport.h"
+#include "cli/CommandLineSearch.h"
 #include "cli/CounselCommands.h"
 #include "cli/Interrupt.h"
 
@@ -32,6 +33,9 @@ constexpr std::string_view help =
     "  brindlecourt --import FILE [--chat-name NAME] [--owner NAME] [--time-zone ZONE]\n"
     "               [--day-first|--month-first]\n"
     "  brindlecourt --list-sources\n"
+    "  brindlecourt --search TEXT [--chats 1,123] [--from yyyy-mm-dd] [--to yyyy-mm-dd]\n"
+    "               [--sender anyone|me|others] [--attachments-only] [--deleted-only]\n"
+    "               [--machine-text] [--out <folder> [--format pdf|jpg|html|csv]]\n"
     "  brindlecourt --statement --chats 1,123 --out <file.docx> [--source <snapshot folder>]\n"
     "  brindlecourt --bundle --title \"Title\" --out <file.zip> <item>...\n"
     "               (the bundle's password is read from standard input)\n"
@@ -61,7 +65,9 @@ const std::set<std::string> optionsWithValue{"--chats",
                                              "--context-before",
                                              "--context-after",
                                              "--redact",
-                                             "--source"};
+                                             "--source",
+                                             "--search",
+                                             "--sender"};
 const std::set<std::string> flags{"--export-html",
                                   "--snapshot",
                                   "--verify-snapshots",
@@ -74,7 +80,10 @@ const std::set<std::string> flags{"--export-html",
                                   "--redact-contact-details",
                                   "--include-notes",
                                   "--no-certificate",
-                                  "--statement"};
+                                  "--statement",
+                                  "--attachments-only",
+                                  "--deleted-only",
+                                  "--machine-text"};
 const std::set<std::string> importOptionsWithValue{"--import", "--chat-name", "--owner",
                                                    "--time-zone"};
 const std::set<std::string> importFlags{"--list-sources", "--day-first", "--month-first"};
@@ -123,6 +132,10 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         const auto cancel = cancelOnInterrupt();
         CommandLineImport imports(arguments, out, err, *cancel);
         return arguments.contains("--import") ? imports.importFile() : imports.listSources();
+    }
+    if (arguments.contains("--search")) {
+        const auto cancel = cancelOnInterrupt();
+        return CommandLineSearch(arguments, out, err, *cancel).run();
     }
     if (arguments.contains("--export-html")) {
         const auto cancel = cancelOnInterrupt();

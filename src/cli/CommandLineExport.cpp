@@ -57,8 +57,6 @@ ProgressFn phasesTo(std::ostream& stream) {
     };
 }
 
-namespace {
-
 // Display names from the user's contacts; never in demo mode, whose people are fictional.
 manifest::NameFor namesFor(bool demo) {
     auto contacts = std::make_shared<ContactResolver>();
@@ -68,6 +66,8 @@ manifest::NameFor namesFor(bool demo) {
         return contacts->name(handle).value_or(handle);
     };
 }
+
+namespace {
 
 ExportJob buildJob(MessageDatabase& database, const std::vector<int64_t>& ids,
                    const std::optional<Date>& from, const std::optional<Date>& to,
@@ -183,16 +183,41 @@ int CommandLineExport::run() {
                      choice.description, nameFor);
         if (job.transcript.callLogIssue) err_ << *job.transcript.callLogIssue << "\n";
         const ExportPipeline::Context context{*database, std::nullopt, nameFor, {}};
-        if (paged) return runPages(pageArguments->apply(job), folder, context);
-        const auto outcome = ExportPipeline::run(job, folder, context, cancel_, phasesTo(err_));
-        if (!outcome.filesKept()) return fail(outcome.message);
-        reportHTML(outcome);
-        return outcome.status == ExportOutcome::Status::saved ? 0 : 1;
+        return publish(paged ? pageArguments->apply(job) : job, folder, context);
     } catch (const DBError& e) {
         return fail(choice.readFailure(e));
     } catch (const std::exception& e) {
         return fail(e.what());
     }
+}
+
+int CommandLineExport::publish(const ExportJob& job, const fs::path& folder,
+                               const ExportPipeline::Context& context) {
+    if (job.format == RangeExportFormat::pdf || job.format == RangeExportFormat::jpg)
+        return runPages(job, folder, context);
+    if (job.format == RangeExportFormat::csv) return runCsv(job, folder, context);
+    const auto outcome = ExportPipeline::run(job, folder, context, cancel_, phasesTo(err_));
+    if (!outcome.filesKept()) return fail(outcome.message);
+    reportHTML(outcome);
+    return outcome.status == ExportOutcome::Status::saved ? 0 : 1;
+}
+
+int CommandLineExport::runCsv(const ExportJob& job, const fs::path& folder,
+                              const ExportPipeline::Context& context) {
+    const fs::path destination = folder / (Exporter::fileStem(job.title) + ".csv");
+    const auto outcome =
+        ExportPipeline::run(job, destination, context, cancel_, phasesTo(err_), folder);
+    if (!outcome.filesKept()) return fail(outcome.message);
+    out_ << "Done.\n  csv:            " << destination.string()
+         << "\n  messages:       " << job.messageCount() << "\n";
+    reportRecord(outcome);
+    return outcome.status == ExportOutcome::Status::saved ? 0 : 1;
+}
+
+void CommandLineExport::reportRecord(const ExportOutcome& outcome) {
+    if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
+    out_ << "  custody log:    " << CustodyLog::url().string() << "\n";
+    if (outcome.status == ExportOutcome::Status::savedNotLogged) err_ << outcome.message << "\n";
 }
 
 void CommandLineExport::reportHTML(const ExportOutcome& outcome) {
@@ -203,9 +228,7 @@ void CommandLineExport::reportHTML(const ExportOutcome& outcome) {
          << summary.attachmentsMissing.size() << " not on " << thisMachine
          << "\n  hash mismatches: " << summary.hashMismatches
          << "\n  previews:       " << summary.previewsMade << "\n";
-    if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
-    out_ << "  custody log:    " << CustodyLog::url().string() << "\n";
-    if (outcome.status == ExportOutcome::Status::savedNotLogged) err_ << outcome.message << "\n";
+    reportRecord(outcome);
 }
 
 int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
@@ -222,9 +245,7 @@ int CommandLineExport::runPages(const ExportJob& job, const fs::path& folder,
     if (outcome.pages->batesFirst)
         out_ << "  Bates:          " << *outcome.pages->batesFirst << " \u2013 "
              << *outcome.pages->batesLast << "\n";
-    if (outcome.certificate) out_ << "  certificate:    " << outcome.certificate->string() << "\n";
-    out_ << "  custody log:    " << CustodyLog::url().string() << "\n";
-    if (outcome.status == ExportOutcome::Status::savedNotLogged) err_ << outcome.message << "\n";
+    reportRecord(outcome);
     return outcome.status == ExportOutcome::Status::saved ? 0 : 1;
 }
 

@@ -29,23 +29,31 @@ public:
     // Decimal ids joined by commas; nothing (and the error printed) when a piece is not one.
     std::optional<std::vector<int64_t>> chatIDs(const std::string& list);
     int verifySnapshots();
-    // PDF or JPG pages of the job into `folder`, which must not exist yet.
-    int runPages(const ExportJob& job, const std::filesystem::path& folder,
-                 const ExportPipeline::Context& context);
-
-private:
+    // The job in its format into `folder`, which must not exist yet, and what was made.
+    int publish(const ExportJob& job, const std::filesystem::path& folder,
+                const ExportPipeline::Context& context);
     // Start of the named day in the current time zone; nothing (error printed) when malformed.
     std::optional<std::optional<Date>> day(const std::string& option);
+    int fail(const std::string& description);
+
+private:
+    int runPages(const ExportJob& job, const std::filesystem::path& folder,
+                 const ExportPipeline::Context& context);
+    int runCsv(const ExportJob& job, const std::filesystem::path& folder,
+               const ExportPipeline::Context& context);
     // False (and the error printed) when an option that takes a value ends the arguments.
     bool valuesGiven();
-    int fail(const std::string& description);
     void reportHTML(const ExportOutcome& outcome);
+    void reportRecord(const ExportOutcome& outcome);
 
     Arguments arguments_;
     std::ostream& out_;
     std::ostream& err_;
     const CancelFlag& cancel_;
 };
+
+// Display names from the user's contacts; never in demo mode, whose people are fictional.
+manifest::NameFor namesFor(bool demo);
 
 // Progress of a long job on a terminal: its phases only, not every item.
 ProgressFn phasesTo(std::ostream& stream);

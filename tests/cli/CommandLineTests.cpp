@@ -631,5 +631,30 @@ TEST_F(CommandLine, CancelledSnapshotSaysNothingWasKept) {
     EXPECT_TRUE(fs::is_empty(root));
 }
 
+TEST_F(CommandLine, SearchListsItsHitsAndExportsThemWithTheirRecord) {
+    const auto listed = run({"--search", " MOVERS ", "--demo"});
+    ASSERT_EQ(listed.exitStatus, 0) << listed.standardError;
+    EXPECT_NE(listed.standardOutput.find(": Could you lend me $400 for the movers?"),
+              std::string::npos)
+        << listed.standardOutput;
+    EXPECT_TRUE(listed.standardOutput.ends_with("\n2 hits in 1 conversations\n"))
+        << listed.standardOutput;
+
+    EXPECT_EQ(run({"--search", " \n ", "--demo"}).exitStatus, 2);
+    EXPECT_EQ(run({"--search", "x", "--sender", "nobody", "--demo"}).exitStatus, 2);
+    const auto machine = run({"--search", "movers", "--machine-text", "--demo"});
+    EXPECT_NE(machine.standardError.find("No text has been recognised"), std::string::npos);
+
+    const auto exported =
+        run({"--search", "movers", "--demo", "--out", "found", "--format", "csv"});
+    ASSERT_EQ(exported.exitStatus, 0) << exported.standardError;
+    EXPECT_TRUE(fs::exists(dir_ / "found" / "Search results (\u201Cmovers\u201D).csv"));
+    const auto records = custodyRecords(demoFolder() / "custody-log.jsonl");
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.back().title, "Search results (\u201Cmovers\u201D)");
+    EXPECT_EQ(records.back().messageCount, 2);
+    EXPECT_EQ(records.back().options.at("Search"), "\u201Cmovers\u201D");
+}
+
 }  // namespace
 }  // namespace bc
