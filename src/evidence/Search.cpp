@@ -135,6 +135,7 @@ void SearchIndex::add(int64_t chatID, const std::vector<Message>& messages) {
             if (version.text) appendField(folded_, *version.text);
         const auto attachments = message.visibleAttachments();
         for (const auto& attachment : attachments) appendField(folded_, attachment.name);
+        ids_.push_back(message.id);
         dates_.push_back(message.date.seconds);
         traits_.push_back(uint8_t((message.isFromMe ? fromMe : 0) |
                                   (attachments.empty() ? 0 : hasAttachments) |
@@ -144,8 +145,8 @@ void SearchIndex::add(int64_t chatID, const std::vector<Message>& messages) {
 
 size_t SearchIndex::memoryBytes() const {
     return folded_.capacity() + starts_.capacity() * sizeof(uint64_t) +
-           dates_.capacity() * sizeof(double) + traits_.capacity() +
-           chats_.capacity() * sizeof(ChatSpan);
+           ids_.capacity() * sizeof(int64_t) + dates_.capacity() * sizeof(double) +
+           traits_.capacity() + chats_.capacity() * sizeof(ChatSpan);
 }
 
 std::vector<const SearchIndex::ChatSpan*> SearchIndex::spansOf(
@@ -176,7 +177,7 @@ std::vector<SearchIndex::Place> SearchIndex::collect(const SearchQuery& query,
     for (const auto* span : spansOf(chats))
         keep(*span, [&](size_t entry) {
             if (passesFilters(entry, query, range))
-                places.push_back({.chatID = span->chatID, .position = entry - span->first});
+                places.push_back({.chatID = span->chatID, .messageID = ids_[entry]});
         });
     return places;
 }
@@ -224,28 +225,23 @@ bool machineTextHolds(const Message& message, std::string_view needle,
     return false;
 }
 
-// The messages at the places that `keep` accepts, read again from the source, each chat once.
-std::vector<Message> messagesAt(
-    MessageSource& source, const std::vector<SearchIndex::Place>& places,
-    const std::function<bool(const SearchIndex::Place&, const Message&)>& keep,
-    const CancelFlag& cancel) {
-    std::map<int64_t, std::vector<size_t>> byChat;
-    for (const auto& place : places) byChat[place.chatID].push_back(place.position);
-    std::vector<Message> found;
-    std::set<std::pair<std::string, int64_t>> seen;  // a message in several chats is listed once
-    for (auto& [chatID, positions] : byChat) {
-        cancel.check();
-        auto messages = source.fetchMessages(chatID);
-        std::sort(positions.begin(), positions.end());
-        positions.erase(std::unique(positions.begin(), positions.end()), positions.end());
-        for (const size_t position : positions) {
-            if (position >= messages.size())
-                throw Error("the conversations changed while searching; search again");
-            auto& message = messages[position];
-            if (keep({chatID, position}, message) && seen.insert({message.guid, message.id}).second)
-                found.push_back(std::move(message));
-        }
+// The messages at the places that `keep` accepts, read again from the source in one pass over
+// their chats, so that each comes whole and once.
+std::vector<Message> messagesAt(MessageSource& source,
+                                const std::vector<SearchIndex::Place>& places,
+                                const std::function<bool(const Message&)>& keep,
+                                const CancelFlag& cancel) {
+    if (places.empty()) return {};
+    cancel.check();
+    std::set<int64_t> chats, ids;
+    for (const auto& place : places) {
+        chats.insert(place.chatID);
+        ids.insert(place.messageID);
     }
+    auto transcript = source.fetchTranscript({chats.begin(), chats.end()});
+    std::vector<Message> found;
+    for (auto& message : transcript.messages)
+        if (ids.contains(message.id) && keep(message)) found.push_back(std::move(message));
     notes::putInDateOrder(found);
     return found;
 }
@@ -259,9 +255,8 @@ SearchOutcome runSearch(MessageSource& source, const SearchIndex& index, const S
         const std::string needle = foldForSearch(query.trimmedText());
         const auto direct = index.find(query, chats, needle);
         if (!query.includeMachineText || needle.empty() || !machineText) {
-            SearchOutcome outcome{
-                .messages = messagesAt(
-                    source, direct, [](const auto&, const auto&) { return true; }, cancel)};
+            SearchOutcome outcome{.messages = messagesAt(
+                                      source, direct, [](const auto&) { return true; }, cancel)};
             if (query.includeMachineText && !needle.empty())
                 outcome.notice =
                     "No text has been recognised in photos or voice messages yet, "
@@ -269,10 +264,10 @@ SearchOutcome runSearch(MessageSource& source, const SearchIndex& index, const S
             return outcome;
         }
         // Machine-read text is looked up only where the message's own text did not match.
-        const std::set<std::pair<int64_t, size_t>> matched = [&] {
-            std::set<std::pair<int64_t, size_t>> keys;
-            for (const auto& place : direct) keys.insert({place.chatID, place.position});
-            return keys;
+        const std::set<int64_t> matched = [&] {
+            std::set<int64_t> ids;
+            for (const auto& place : direct) ids.insert(place.messageID);
+            return ids;
         }();
         SearchOutcome outcome;
         auto places = direct;
@@ -280,8 +275,8 @@ SearchOutcome runSearch(MessageSource& source, const SearchIndex& index, const S
         places.insert(places.end(), withAttachments.begin(), withAttachments.end());
         outcome.messages = messagesAt(
             source, places,
-            [&](const SearchIndex::Place& place, const Message& message) {
-                return matched.contains({place.chatID, place.position}) ||
+            [&](const Message& message) {
+                return matched.contains(message.id) ||
                        machineTextHolds(message, needle, machineText);
             },
             cancel);

@@ -58,7 +58,7 @@ class SearchIndex {
 public:
     struct Place {
         int64_t chatID = 0;
-        size_t position = 0;  // in the chat's transcript
+        int64_t messageID = 0;
         bool operator==(const Place&) const = default;
     };
 
@@ -98,6 +98,7 @@ private:
     std::string sourcePath_, signature_;
     std::string folded_;            // every entry's fields, each ended by '\0'
     std::vector<uint64_t> starts_;  // entry i is folded_[starts_[i], starts_[i + 1])
+    std::vector<int64_t> ids_;
     std::vector<double> dates_;
     std::vector<uint8_t> traits_;
     std::vector<ChatSpan> chats_;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
 
 #include "testing/Scoped.h"
 #include "testing/SourceDouble.h"
@@ -45,8 +46,14 @@ public:
         for (const auto& [id, messages] : chats) list.push_back({.id = id});
         return list;
     }
+    // A message in several of the chats is listed once, as the readers list it.
     Transcript fetchTranscript(const std::vector<int64_t>& ids) override {
-        return {.messages = chats.at(ids.at(0))};
+        Transcript transcript;
+        std::set<int64_t> listed;
+        for (const int64_t id : ids)
+            for (const auto& m : chats.at(id))
+                if (listed.insert(m.id).second) transcript.messages.push_back(m);
+        return transcript;
     }
     std::string changeSignature() override { return signature; }
 };
