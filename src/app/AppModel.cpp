@@ -322,6 +322,49 @@ const Conversation* AppModel::selectedConversation() const {
     return selected_ ? &*selected_ : nullptr;
 }
 
+// ---- search
+
+void AppModel::runSearch(const SearchQuery& query) {
+    if (query.isEmpty() || !source_) return;
+    const auto ticket = searches_.begin(query);
+    emit searchChanged();
+    std::vector<int64_t> chats;
+    if (query.chatID) {
+        const auto conversation = conversationOfChat(*query.chatID);
+        chats = conversation ? conversations_[*conversation].chatIDs
+                             : std::vector<int64_t>{*query.chatID};
+    }
+    // Searches are not cancelled: the newest wins and the index an older one builds is kept.
+    background_.run(
+        [source = source_, searches = &searches_, query, chats] {
+            const CancelFlag never;
+            const auto index = searches->index(*source, never, {});
+            return bc::runSearch(*source, *index, query, chats, {}, never);
+        },
+        [this, ticket](SearchOutcome outcome) {
+            if (searches_.finish(ticket, std::move(outcome))) emit searchChanged();
+        },
+        [this, ticket](std::exception_ptr error) {
+            if (const auto line = searches_.fail(ticket, messageOf(error))) {
+                reportStatus(qs(*line));
+                emit searchChanged();
+            }
+        });
+}
+
+std::optional<size_t> AppModel::conversationOfChat(int64_t chatID) const {
+    for (size_t i = 0; i < conversations_.size(); ++i) {
+        const auto& ids = conversations_[i].chatIDs;
+        if (std::find(ids.begin(), ids.end(), chatID) != ids.end()) return i;
+    }
+    return std::nullopt;
+}
+
+std::string AppModel::chatTitle(int64_t chatID) const {
+    const auto conversation = conversationOfChat(chatID);
+    return conversation ? conversations_[*conversation].title : "Chat " + std::to_string(chatID);
+}
+
 void AppModel::selectConversation(std::optional<size_t> index) {
     if (index && *index >= conversations_.size()) index.reset();
     if (index && selected_ && selectedIndex() == index) return;

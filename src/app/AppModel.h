@@ -19,6 +19,7 @@
 #include "app/Jobs.h"
 #include "custody/AttachmentWatch.h"
 #include "evidence/EvidenceFlags.h"
+#include "evidence/Search.h"
 #include "evidence/Timeline.h"
 #include "export/ExportJob.h"
 #include "model/Message.h"
@@ -140,6 +141,15 @@ public:
     void setPolling(bool on);
     bool isCheckingForChanges() const { return pollInFlight_; }
 
+    // Search over the open source, off the main thread; a newer search always wins. A query with a
+    // chat searches the conversation that holds it, the same person's other chats included.
+    void runSearch(const SearchQuery& query);
+    const Searches& searches() const { return searches_; }
+    // The title of the conversation a chat belongs to, as the list shows it.
+    std::string chatTitle(int64_t chatID) const;
+    // The list position of the conversation holding the chat.
+    std::optional<size_t> conversationOfChat(int64_t chatID) const;
+
     // Exports and snapshots run here, one at a time; their progress is the status line's.
     Jobs& jobs() { return jobs_; }
     Exports& exports() { return exports_; }
@@ -163,6 +173,7 @@ signals:
     void statusChanged();
     void evictionReportChanged();
     void storeProblemsFound();
+    void searchChanged();
 
 private:
     struct Opened;
@@ -185,6 +196,8 @@ private:
     void reportStatus(const QString& text);
     void collectStoreProblems();
 
+    // Before the background work that searches, so that it ends first.
+    Searches searches_;
     Background background_;
     // Before the job runner, so that a running job's work ends before the snapshots and exports
     // go.

@@ -11,6 +11,7 @@
 #include "app/Failures.h"
 #include "app/QtText.h"
 #include "custody/CustodyLog.h"
+#include "evidence/SearchExport.h"
 #include "sources/CallHistory.h"
 #include "sources/MessageDatabase.h"
 #include "support/Calendar.h"
@@ -193,6 +194,29 @@ void Exports::startExhibit(const ExhibitRequest& request) {
                         return exhibit::makeJob(request, std::move(job), flags);
                     });
                 });
+}
+
+bool Exports::exportSearchResults(RangeExportFormat format) {
+    const auto database = model_.database();
+    const auto query = model_.searches().lastSearchQuery();
+    auto hits = model_.searches().searchResults();
+    if (model_.jobs().isRunning() || !database || !query || hits.empty()) return false;
+    auto job = searchExport::makeJob(*query, std::move(hits), format, database->sourceDescription(),
+                                     [this](int64_t chatID) { return model_.chatTitle(chatID); });
+    job.settings = settings_;
+    const auto destination =
+        askWhere([&] { return chooseDestination(format, Exporter::fileStem(job.title)); },
+                 "Export failed, nothing was saved: ");
+    if (!destination) return false;
+    const ExportPipeline::Context context{
+        *database, model_.sourceChoice().sealedSnapshot(), namesOf(model_, model_.chats()), {}};
+    return runJob(
+        "Exporting search results…",
+        [database, context, job = std::move(job), destination = *destination](
+            const CancelFlag& cancel, const ProgressFn& progress) {
+            return qs(ExportPipeline::run(job, destination, context, cancel, progress).message);
+        },
+        "Export failed, nothing was saved: ");
 }
 
 int64_t Exports::nextBatesNumber(const std::string& prefix) {

@@ -79,6 +79,9 @@ public:
     // Reads the selected conversation whole, then runs the exhibit of its flagged messages
     // through the same pipeline as every export.
     void startExhibit(const ExhibitRequest& request);
+    // The search results on show as a document of their own, through the same pipeline. False
+    // when nothing was started.
+    bool exportSearchResults(RangeExportFormat format);
     // The number after the last Bates number used with `prefix` in the custody log.
     static int64_t nextBatesNumber(const std::string& prefix);
 

@@ -28,6 +28,7 @@
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
 #include "app/QtText.h"
+#include "app/SearchPanel.h"
 #include "app/Snapshots.h"
 #include "app/SnapshotsWindow.h"
 #include "app/SourceSwitcher.h"
@@ -316,7 +317,31 @@ QWidget* MainWindow::makeSidebar() {
             [this] { model_.exports().showExhibitBuilder(); });
     column->addWidget(exhibitButton_);
     tabs->addTab(evidence, "Evidence");
+
+    searchPanel_ = new SearchPanel(model_, tabs);
+    connect(searchPanel_, &SearchPanel::revealRequested, this, &MainWindow::reveal);
+    tabs->addTab(searchPanel_, "Search");
+    auto* find = new QShortcut(QKeySequence::Find, this);
+    connect(find, &QShortcut::activated, this, [this, tabs] {
+        tabs->setCurrentWidget(searchPanel_);
+        searchPanel_->focusField();
+    });
     return tabs;
+}
+
+void MainWindow::reveal(int64_t chatID, int64_t messageID) {
+    const auto conversation = model_.conversationOfChat(chatID);
+    if (!conversation) return;
+    pendingReveal_ = messageID;
+    if (model_.selectedIndex() == conversation) return showPendingReveal();
+    model_.selectConversation(conversation);
+}
+
+// Once the conversation is shown whole: its rows are then the ones the model counts.
+void MainWindow::showPendingReveal() {
+    if (!pendingReveal_ || model_.shownTranscript() != model_.sharedTranscript()) return;
+    if (!model_.rowOfMessage(*pendingReveal_)) return;
+    showMessage(*std::exchange(pendingReveal_, std::nullopt));
 }
 
 QWidget* MainWindow::makeStatusLine() {
@@ -451,6 +476,7 @@ void MainWindow::showTranscript(bool keepPosition) {
     }
     showTimelineTree();
     showEvidence();
+    showPendingReveal();
 }
 
 void MainWindow::showTimelineTree() {

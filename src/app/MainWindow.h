@@ -21,6 +21,7 @@ class QFrame;
 namespace bc::app {
 
 class CustodyLogWindow;
+class SearchPanel;
 class SnapshotsWindow;
 class ThumbnailCache;
 class TranscriptDelegate;
@@ -37,6 +38,8 @@ public:
     void jump(int step);
     // Brings a row to the top of the transcript and selects it.
     void showMessage(int64_t messageID);
+    // Opens the chat's conversation and shows the message there, highlighted as selected.
+    void reveal(int64_t chatID, int64_t messageID);
     QListView* transcriptView() const { return transcriptView_; }
     // The row at the top of the transcript.
     std::optional<int> topRow() const;
@@ -71,6 +74,7 @@ private:
     // The stores set aside as damaged, each listed once with where it was kept.
     void showStoreProblems();
     void showSelectedMessage();
+    void showPendingReveal();
 
     const Message* selectedMessage() const;
     void openDatabaseFile();
@@ -95,6 +99,8 @@ private:
     QComboBox* unitChoice_;
     QTreeWidget* timelineTree_;
     QListWidget* evidenceList_;
+    SearchPanel* searchPanel_;
+    std::optional<int64_t> pendingReveal_;
     QPushButton* flagButton_;
     QPlainTextEdit* noteEditor_;
     QPushButton* saveNoteButton_;
