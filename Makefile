@@ -38,7 +38,8 @@ test: test-normal test-sanitize
 
 # The main job on the generated sample data, into a fresh folder: a snapshot, an HTML archive and
 # a PDF of the sample conversation, an exhibit of its flagged messages (Bates numbers, one
-# redacted term), then the verification, a draft statement for counsel and an encrypted bundle
+# redacted term), an HTML archive of the sample WhatsApp export that demo mode seals as an
+# import, then the verification, a draft statement for counsel and an encrypted bundle
 # of both exports, opened again with 7-Zip. The demo folder (sample database,
 # snapshots, custody log) lives under it too, as the program's temporary folder. Snapshots are
 # locked (immutable where permitted), so the old folder is unlocked before it is removed.
@@ -56,6 +57,9 @@ demo: build
 	@export TMPDIR="$(CURDIR)/$(DEMO_DIR)/tmp"; run="$(BUILD_DIR)/brindlecourt --demo --export-html"; \
 	  $$run --snapshot && \
 	  $$run --chats 1 --title "Sample conversation" --out "$(DEMO_DIR)/HTML archive" && \
+	  import=$$($(BUILD_DIR)/brindlecourt --demo --list-sources | cut -f1 | grep -m1 '^import:') && \
+	  $$run --source "$$import" --chats 1 --title "Sam Taylor (WhatsApp)" \
+	    --out "$(DEMO_DIR)/WhatsApp HTML archive" && \
 	  $$run --chats 1 --title "Sample conversation" --format pdf --out "$(DEMO_DIR)/PDF" && \
 	  $$run --exhibit --chats 1 --bates-prefix SMITH --redact movers --include-notes \
 	    --out "$(DEMO_DIR)/Exhibit" && \

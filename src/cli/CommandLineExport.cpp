@@ -69,7 +69,7 @@ manifest::NameFor namesFor(bool demo) {
 
 namespace {
 
-ExportJob buildJob(MessageDatabase& database, const std::vector<int64_t>& ids,
+ExportJob buildJob(MessageSource& database, const std::vector<int64_t>& ids,
                    const std::optional<Date>& from, const std::optional<Date>& to,
                    RangeExportFormat format, const std::string& title,
                    const std::string& sourceDescription, const manifest::NameFor& nameFor) {
@@ -85,7 +85,7 @@ ExportJob buildJob(MessageDatabase& database, const std::vector<int64_t>& ids,
     request.to = to.value_or(calendar.startOfDay(request.latest));
 
     Transcript transcript = database.fetchTranscript(ids);
-    const auto handles = database.handles(ids);
+    const auto handles = participantHandles(database, ids);
     CallHistory::shared().mergeCalls(transcript, database, ids, handles);
     std::vector<std::string> participants;
     for (const auto& handle : handles) participants.push_back(nameFor(false, handle));
@@ -96,8 +96,8 @@ ExportJob buildJob(MessageDatabase& database, const std::vector<int64_t>& ids,
 }  // namespace
 
 bool CommandLineExport::valuesGiven() {
-    const auto option =
-        arguments_.withoutValue({"--title", "--from", "--to", "--format", "--scope", "--database"});
+    const auto option = arguments_.withoutValue(
+        {"--title", "--from", "--to", "--format", "--scope", "--database", "--source"});
     if (option) err_ << "error: " << *option << " needs a value\n";
     return !option;
 }
@@ -162,11 +162,13 @@ int CommandLineExport::run() {
         return 2;
     }
 
-    std::unique_ptr<MessageDatabase> database;
-    DatabaseChoice choice;
+    if (const auto problem = ChosenSource::argumentProblem(arguments_)) {
+        err_ << "error: " << *problem << "\n";
+        return 2;
+    }
+    ChosenSource chosen;
     try {
-        choice = DatabaseChoice::from(arguments_);
-        database = choice.open();
+        chosen = ChosenSource::open(arguments_);
     } catch (const std::exception& e) {
         return fail(e.what());
     }
@@ -179,13 +181,13 @@ int CommandLineExport::run() {
         err_ << "Reading messages\u2026\n";
         const auto nameFor = namesFor(arguments_.contains("--demo"));
         const ExportJob job =
-            buildJob(*database, *ids, *from, *to, paged ? *pages : RangeExportFormat::html, title,
-                     choice.description, nameFor);
+            buildJob(*chosen.source, *ids, *from, *to, paged ? *pages : RangeExportFormat::html,
+                     title, chosen.description, nameFor);
         if (job.transcript.callLogIssue) err_ << *job.transcript.callLogIssue << "\n";
-        const ExportPipeline::Context context{*database, std::nullopt, nameFor, {}};
+        const ExportPipeline::Context context{*chosen.source, std::nullopt, nameFor, {}};
         return publish(paged ? pageArguments->apply(job) : job, folder, context);
     } catch (const DBError& e) {
-        return fail(choice.readFailure(e));
+        return fail(chosen.readFailure(e));
     } catch (const std::exception& e) {
         return fail(e.what());
     }

@@ -68,11 +68,15 @@ int CommandLineSearch::run() {
         err_ << "error: --format must be pdf, jpg, html or csv\n";
         return 2;
     }
+    if (const auto problem = ChosenSource::argumentProblem(arguments_)) {
+        err_ << "error: " << *problem << "\n";
+        return 2;
+    }
     const auto out = arguments_.value("--out");
     CommandLineExport exports(arguments_, out_, err_, cancel_);
     try {
-        const auto choice = DatabaseChoice::from(arguments_);
-        const auto source = choice.open();
+        const auto chosen = ChosenSource::open(arguments_);
+        auto& source = chosen.source;
         Searches searches;
         const auto index = searches.index(*source, cancel_, phasesTo(err_));
         const auto outcome = runSearch(*source, *index, query, chats, {}, cancel_);
@@ -93,7 +97,7 @@ int CommandLineSearch::run() {
              << " conversations\n";
         if (!out || outcome.messages.empty()) return 0;
 
-        const auto job = searchExport::makeJob(query, outcome.messages, *format, choice.description,
+        const auto job = searchExport::makeJob(query, outcome.messages, *format, chosen.description,
                                                [&](int64_t chatID) { return titles[chatID]; });
         const fs::path folder = fs::absolute(*out).lexically_normal();
         if (fs::exists(fs::symlink_status(folder)))

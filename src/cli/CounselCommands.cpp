@@ -55,31 +55,43 @@ struct Conversation {
     std::vector<std::string> participants;
 };
 
-Conversation conversation(MessageDatabase& database, const std::vector<int64_t>& ids) {
+Conversation conversation(MessageSource& database, const std::vector<int64_t>& ids) {
     Conversation found;
     for (const auto& chat : database.fetchChats()) {
         if (std::find(ids.begin(), ids.end(), chat.id) == ids.end()) continue;
         found.title = chat.displayName.empty() ? chat.identifier : chat.displayName;
         break;
     }
-    found.participants = database.handles(ids);
+    found.participants = participantHandles(database, ids);
     return found;
 }
 
-// "--source": a snapshot folder (its sealed chat.db) or a database file; else the usual choice.
+// "--source": a source as --list-sources names it, a snapshot folder (its sealed chat.db) or a
+// database file; else the usual choice.
 struct StatementSource {
-    std::unique_ptr<MessageDatabase> database;
+    std::unique_ptr<MessageSource> database;
     std::string kind;
+    std::string path;
 };
 
 StatementSource openSource(const Arguments& arguments) {
+    if (const auto given = arguments.value("--source");
+        given && !ChosenSource::argumentProblem(arguments)) {
+        auto chosen = ChosenSource::open(arguments);
+        const auto custody = chosen.source->custodySource();
+        return {std::move(chosen.source), custody.kind, custody.path};
+    }
+    const auto source = [](std::unique_ptr<MessageSource> database, std::string kind) {
+        std::string path = database->path();
+        return StatementSource{std::move(database), std::move(kind), std::move(path)};
+    };
     if (const auto given = arguments.value("--source")) {
         const fs::path path = fs::absolute(*given);
         if (fs::is_directory(path))
-            return {std::make_unique<MessageDatabase>(path / "chat.db", true), "snapshot"};
-        return {std::make_unique<MessageDatabase>(path), "live"};
+            return source(std::make_unique<MessageDatabase>(path / "chat.db", true), "snapshot");
+        return source(std::make_unique<MessageDatabase>(path), "live");
     }
-    return {DatabaseChoice::from(arguments).open(), "live"};
+    return source(DatabaseChoice::from(arguments).open(), "live");
 }
 
 }  // namespace
@@ -164,7 +176,7 @@ int CounselCommands::statement() {
         CounselStatement::Input input{.conversation = chat.title,
                                       .participants = chat.participants,
                                       .system = custodySystemInfo::current(),
-                                      .sourcePath = source.database->path(),
+                                      .sourcePath = source.path,
                                       .sourceKind = source.kind,
                                       .preparedAt = Clock::now()};
         CounselStatement::readLog(input, *ids);

@@ -2,7 +2,9 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/Arguments.h"
 #include "sources/MessageDatabase.h"
@@ -20,9 +22,27 @@ struct DatabaseChoice {
     static DatabaseChoice from(const Arguments& arguments);
     // Read-only. Throws Error naming the file, then the engine's words.
     std::unique_ptr<MessageDatabase> open() const;
-    // The sentence for a database that opened but could not be read through.
-    std::string readFailure(const DBError& error) const;
 };
+
+// What an export reads. "--source" takes the identifiers --list-sources prints: "messages" (the
+// database DatabaseChoice names), "whatsapp" (WhatsApp for Mac's), "snapshot:ID", "import:ID".
+// Without it, "--database" may also name a WhatsApp ChatStorage file, told apart by its probe.
+struct ChosenSource {
+    std::unique_ptr<MessageSource> source;
+    std::string description;        // how exports and certificates name the source, truthfully
+    std::string readFailurePrefix;  // the sentence for a source that opened but failed to read
+
+    // The usage problem of "--source", if any: a malformed value, or "--database" beside it.
+    static std::optional<std::string> argumentProblem(const Arguments& arguments);
+    // Call only once the arguments are valid. Throws Error: one sentence naming the source.
+    static ChosenSource open(const Arguments& arguments);
+    std::string readFailure(const DBError& error) const { return readFailurePrefix + error.text(); }
+};
+
+// The people of those conversations: the Messages reader's handles in row order, else every
+// participant of the chats, by first appearance.
+std::vector<std::string> participantHandles(MessageSource& source,
+                                            const std::vector<int64_t>& chatIDs);
 
 // The Messages database at `path`, read-only. Throws Error: "Couldn't open the Messages database
 // “path”: " + the engine's words.

@@ -1,5 +1,6 @@
 #include "cli/DemoStores.h"
 
+#include "counsel/ZipWriter.h"
 #include "custody/AttachmentWatch.h"
 #include "custody/CustodyLog.h"
 #include "custody/Imports.h"
@@ -35,6 +36,28 @@ EvidenceFlagMap sampleFlags(Date now) {
     return flags;
 }
 
+// The sample WhatsApp export, sealed once through the real import path, so that the demo holds
+// an import, and its custody record, like any other.
+void importSampleWhatsAppExport(const fs::path& folder) {
+    if (!Imports::list().empty()) return;
+    const fs::path zip = folder / "WhatsApp Chat - Sam Taylor.zip";
+    try {
+        fs::remove(zip);
+        ZipWriter writer(zip, {});
+        for (auto& [name, bytes] : DemoData::whatsAppExport(Clock::now()))
+            writer.addBytes(name, std::move(bytes));
+        writer.close();
+        const auto imported = Imports::importFile(zip);
+        fs::remove(zip);
+        Imports::saveSettings(imported.info, {.chatName = DemoData::whatsAppChatName,
+                                              .ownerName = DemoData::whatsAppOwner,
+                                              .dayFirst = true});
+        if (imported.custodyFailure) throw Error(*imported.custodyFailure);
+    } catch (const std::exception& e) {
+        throw Error("Couldn't seal the sample WhatsApp export: " + std::string(e.what()));
+    }
+}
+
 }  // namespace
 
 fs::path redirectStoresToDemo() {
@@ -47,6 +70,7 @@ fs::path redirectStoresToDemo() {
     CustodyLog::setOverrideURL(folder / "custody-log.jsonl");
     Preservation::setOverrideRoot(folder / "Snapshots");
     Imports::setOverrideRoot(folder / "Imports");
+    importSampleWhatsAppExport(folder);
     AttachmentWatch::location().setOverride(folder / "attachment-presence.json");
     EvidenceStore::location().setOverride(folder / "evidence.json");
     if (!fs::exists(folder / "evidence.json")) EvidenceStore::save(sampleFlags(Clock::now()));

@@ -12,7 +12,6 @@
 #include <mutex>
 
 #include "model/MessageSource.h"
-#include "sources/demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Errors.h"
 #include "support/Files.h"
@@ -597,16 +596,11 @@ std::vector<std::string> hashDatabase(const fs::path& database, bool withLog,
     return unreadable;
 }
 
-std::string liveKind(const MessageSource& database) {
-    if (!database.isLive()) return "files";
-    if (database.service() == MessageService::whatsApp) return "whatsapp-live";
-    // In demo mode the live source is the generated sample, and the record must say so.
-    return DemoData::isEnabled() ? "demo" : "live";
-}
+}  // namespace
 
-CustodyRecord::Source databaseSource(const MessageSource& database) {
+CustodyRecord::Source CustodyLog::databaseSource(const MessageSource& database, std::string kind) {
     const fs::path path = fs::absolute(database.path());
-    CustodyRecord::Source source{.kind = liveKind(database), .path = path.string()};
+    CustodyRecord::Source source{.kind = std::move(kind), .path = path.string()};
     const auto unreadable = hashDatabase(path, database.walPredatesOpening(), source);
     if (!unreadable.empty()) {
         std::string names;
@@ -616,7 +610,7 @@ CustodyRecord::Source databaseSource(const MessageSource& database) {
     return source;
 }
 
-CustodyRecord::Source snapshotSource(const CustodyLog::SealedSnapshot& snapshot) {
+CustodyRecord::Source CustodyLog::snapshotSource(const SealedSnapshot& snapshot) {
     const fs::path path = fs::absolute(snapshot.folder / "chat.db");
     CustodyRecord::Source source{
         .kind = "snapshot", .path = path.string(), .snapshotID = snapshot.id};
@@ -629,11 +623,9 @@ CustodyRecord::Source snapshotSource(const CustodyLog::SealedSnapshot& snapshot)
     return source;
 }
 
-}  // namespace
-
 CustodyRecord::Source CustodyLog::source(const MessageSource& database,
                                          const std::optional<SealedSnapshot>& snapshot) {
-    return snapshot ? snapshotSource(*snapshot) : databaseSource(database);
+    return snapshot ? snapshotSource(*snapshot) : database.custodySource();
 }
 
 std::string CustodyLog::describe(std::string_view kind,

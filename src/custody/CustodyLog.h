@@ -18,7 +18,7 @@ class MessageSource;
 // line, each carrying the SHA-256 of the line before it. Stateless: every call reads the file
 // afresh.
 class CustodyLog {
-  public:
+public:
     struct ChainCheck {
         int64_t records = 0;                 // non-empty lines
         std::optional<int64_t> firstBroken;  // zero-based line index
@@ -53,10 +53,14 @@ class CustodyLog {
     // The files of one product: a file, a folder with "checksums.txt", or a plain folder.
     static std::vector<CustodyRecord::Output> outputs(const std::filesystem::path& product);
 
-    // What an export or snapshot read: the database in use, or the sealed snapshot it reads
-    // from, re-hashed now.
+    // What an export or snapshot read: the sealed snapshot it reads from, else what the source
+    // says of itself; either re-hashed now.
     static CustodyRecord::Source source(const MessageSource& database,
                                         const std::optional<SealedSnapshot>& snapshot);
+    // A database file of that kind, with its write-ahead log when one was there before the
+    // reader opened it; an unreadable file is noted, never fatal.
+    static CustodyRecord::Source databaseSource(const MessageSource& database, std::string kind);
+    static CustodyRecord::Source snapshotSource(const SealedSnapshot& snapshot);
 
     static std::string describe(std::string_view kind,
                                 const std::optional<std::string>& snapshotID);

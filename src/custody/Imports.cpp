@@ -89,7 +89,8 @@ void copyDatabase(const fs::path& chosen, const fs::path& work, const CancelFlag
     } catch (const DBError& error) {
         throw Error("The database couldn't be opened: " + error.text());
     }
-    WhatsAppDatabase check(work / databaseCopy, std::nullopt, false, "check", true);
+    WhatsAppDatabase check(work / databaseCopy, std::nullopt,
+                           WhatsAppDatabase::Origin::sealedImport, "check");
 }
 
 void gatherExport(const fs::path& chosen, const fs::path& original, const fs::path& work,
@@ -304,8 +305,8 @@ std::unique_ptr<MessageSource> Imports::open(const ImportInfo& info) {
     if (info.kind == ImportInfo::Kind::chatExport)
         return std::make_unique<WhatsAppExportSource>(info);
     return std::make_unique<WhatsAppDatabase>(
-        info.folder() / databaseCopy, std::nullopt, false,
-        "an imported WhatsApp database (" + info.id + ", from " + info.originalName + ")", true);
+        info.folder() / databaseCopy, std::nullopt, WhatsAppDatabase::Origin::sealedImport,
+        "an imported WhatsApp database (" + info.id + ", from " + info.originalName + ")");
 }
 
 void Imports::saveSettings(const ImportInfo& info, const ImportInfo::Settings& settings) {

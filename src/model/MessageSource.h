@@ -27,7 +27,8 @@ public:
     virtual std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) = 0;
     // Changes whenever the content changes; the application reloads when it does.
     virtual std::string changeSignature() = 0;
-    virtual CustodyRecord::Source custodySource() = 0;
+    // What a custody record names as read: the kind of source and the file re-hashed now.
+    virtual CustodyRecord::Source custodySource() const = 0;
     // Whether the write-ahead log beside the file ("-wal") was there before the source opened it.
     // One that appeared only then is the reader's own doing and no part of the record.
     virtual bool walPredatesOpening() const { return true; }

@@ -449,9 +449,11 @@ int64_t MessageDatabase::dataVersion() {
     return statement.step() ? statement.int64(0) : 0;
 }
 
-CustodyRecord::Source MessageDatabase::custodySource() {
+CustodyRecord::Source MessageDatabase::custodySource() const {
     std::lock_guard guard(lock_);
-    return CustodyLog::source(*this, sealed_);
+    if (sealed_) return CustodyLog::snapshotSource(*sealed_);
+    if (!isLive()) return CustodyLog::databaseSource(*this, "files");
+    return CustodyLog::databaseSource(*this, DemoData::isEnabled() ? "demo" : "live");
 }
 
 void MessageDatabase::backup(const fs::path& destination, const CancelFlag* cancel) {

@@ -53,7 +53,9 @@ public:
     Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) override;
     std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
     std::string changeSignature() override;
-    CustodyRecord::Source custodySource() override;
+    // The sealed snapshot it belongs to; else "live" ("demo" for the generated sample) or a
+    // file the user chose.
+    CustodyRecord::Source custodySource() const override;
     bool walPredatesOpening() const override { return walPredatesOpening_; }
     // A number that differs between two calls exactly when another connection committed a change
     // in between: tells whether two separate reads saw the same state of the database.

@@ -235,11 +235,26 @@ std::string mimeTypeForPath(const std::string& path) {
 
 }  // namespace whatsapp
 
+namespace {
+
+sqlite::OpenMode openMode(WhatsAppDatabase::Origin origin) {
+    switch (origin) {
+        case WhatsAppDatabase::Origin::live:
+            return sqlite::OpenMode::readOnly;
+        case WhatsAppDatabase::Origin::sealedImport:
+            return sqlite::OpenMode::readOnlyImmutable;
+        case WhatsAppDatabase::Origin::chosenFile:
+            break;
+    }
+    return sqlite::OpenMode::readOnlyUntouched;
+}
+
+}  // namespace
+
 WhatsAppDatabase::WhatsAppDatabase(const fs::path& path, std::optional<fs::path> mediaRoot,
-                                   bool isLive, std::string label, bool immutable)
-    : path_(path), mediaRoot_(std::move(mediaRoot)), isLive_(isLive), label_(std::move(label)) {
-    db_ = std::make_unique<sqlite::Connection>(
-        path, immutable ? sqlite::OpenMode::readOnlyImmutable : sqlite::OpenMode::readOnly);
+                                   Origin origin, std::string label)
+    : path_(path), mediaRoot_(std::move(mediaRoot)), origin_(origin), label_(std::move(label)) {
+    db_ = std::make_unique<sqlite::Connection>(path, openMode(origin));
     db_->setBusyTimeout(busyTimeoutMilliseconds);
     try {
         auto probe = db_->prepare("SELECT 1 FROM ZWAMESSAGE LIMIT 1");
@@ -259,8 +274,8 @@ fs::path WhatsAppDatabase::macContainer() {
 }
 
 std::unique_ptr<WhatsAppDatabase> WhatsAppDatabase::openMac() {
-    return std::make_unique<WhatsAppDatabase>(macDatabasePath(), macContainer() / "Message", true,
-                                              liveLabel, false);
+    return std::make_unique<WhatsAppDatabase>(macDatabasePath(), macContainer() / "Message",
+                                              Origin::live, liveLabel);
 }
 
 std::vector<Chat> WhatsAppDatabase::fetchChats() {
@@ -338,11 +353,17 @@ std::string WhatsAppDatabase::changeSignature() {
     }
 }
 
-CustodyRecord::Source WhatsAppDatabase::custodySource() {
+CustodyRecord::Source WhatsAppDatabase::custodySource() const {
     std::lock_guard guard(lock_);
-    CustodyRecord::Source source = CustodyLog::source(*this, std::nullopt);
-    if (!isLive_) source.kind = "whatsapp-database-import";
-    return source;
+    switch (origin_) {
+        case Origin::live:
+            return CustodyLog::databaseSource(*this, "whatsapp-live");
+        case Origin::sealedImport:
+            return CustodyLog::databaseSource(*this, "whatsapp-database-import");
+        case Origin::chosenFile:
+            break;
+    }
+    return CustodyLog::databaseSource(*this, "files");
 }
 
 }  // namespace bc

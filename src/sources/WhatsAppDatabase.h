@@ -24,11 +24,17 @@ public:
     static constexpr const char* probeFailure =
         "Not a WhatsApp ChatStorage database, or it can't be read: ";
 
-    // immutable: sealed copies, opened as a "file:…?immutable=1" URI. The probe runs here, so a
-    // file that is not a ChatStorage database never becomes an object.
+    // Where the file comes from decides how it is opened and how custody records name it.
+    enum class Origin {
+        live,          // WhatsApp for Mac's own, which it may be writing
+        sealedImport,  // an import's copy, opened as a "file:…?immutable=1" URI
+        chosenFile,    // a file the user pointed at, whose folder is left exactly as it was
+    };
+
+    // The probe runs here, so a file that is not a ChatStorage database never becomes an object.
     WhatsAppDatabase(const std::filesystem::path& path,
-                     std::optional<std::filesystem::path> mediaRoot, bool isLive, std::string label,
-                     bool immutable);
+                     std::optional<std::filesystem::path> mediaRoot, Origin origin,
+                     std::string label);
     ~WhatsAppDatabase() override;
 
     // WhatsApp for Mac's app-group container under the home folder.
@@ -42,17 +48,17 @@ public:
     MessageService service() const override { return MessageService::whatsApp; }
     std::string path() const override { return path_.string(); }
     std::string sourceDescription() const override { return label_; }
-    bool isLive() const override { return isLive_; }
+    bool isLive() const override { return origin_ == Origin::live; }
     std::vector<Chat> fetchChats() override;
     Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) override;
     std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
     std::string changeSignature() override;
-    CustodyRecord::Source custodySource() override;
+    CustodyRecord::Source custodySource() const override;
 
 private:
     std::filesystem::path path_;
     std::optional<std::filesystem::path> mediaRoot_;
-    bool isLive_;
+    Origin origin_;
     std::string label_;
     std::unique_ptr<sqlite::Connection> db_;
     mutable std::recursive_mutex lock_;

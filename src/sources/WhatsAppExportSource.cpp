@@ -81,7 +81,7 @@ std::optional<std::pair<Date, Date>> WhatsAppExportSource::dateRange(
     return std::pair{first->date, last->date};
 }
 
-CustodyRecord::Source WhatsAppExportSource::custodySource() {
+CustodyRecord::Source WhatsAppExportSource::custodySource() const {
     CustodyRecord::Source source{.kind = "whatsapp-export-import", .path = chatText_.string()};
     try {
         source.databaseSHA256 = Sha256::hexOfFile(chatText_);

@@ -38,7 +38,7 @@ public:
     Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) override;
     std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
     std::string changeSignature() override { return info_.id; }
-    CustodyRecord::Source custodySource() override;
+    CustodyRecord::Source custodySource() const override;
 
 private:
     ImportInfo info_;

@@ -114,7 +114,10 @@ TEST_F(CommandLine, RefusedExportsExitWithStatusOneAndLeaveNothing) {
     EXPECT_EQ(exists.standardError, "error: out already exists; choose a new folder\n");
     EXPECT_TRUE(fs::is_empty(dir_ / "out"));
     EXPECT_FALSE(fs::exists(dir_ / "out \u2013 Certificate.txt"));
-    EXPECT_FALSE(fs::exists(demoFolder() / "custody-log.jsonl"));
+    // Only the record of the sample import that demo mode seals at start.
+    const auto records = custodyRecords(demoFolder() / "custody-log.jsonl");
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].action, "whatsapp-export-import");
 
     const auto unreadable =
         run({"--export-html", "--database", "absent.db", "--chats", "1", "--out", "new"});
@@ -140,8 +143,10 @@ TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
     EXPECT_TRUE(check.succeeded()) << check.standardOutput;
     EXPECT_TRUE(fs::exists(dir_ / "archive" / "calls.csv"));  // the sample calls were merged
 
-    const auto records = custodyRecords(demoFolder() / "custody-log.jsonl");
-    ASSERT_EQ(records.size(), 1u);
+    // After the record of the sample import that demo mode seals at start.
+    const auto all = custodyRecords(demoFolder() / "custody-log.jsonl");
+    ASSERT_EQ(all.size(), 2u);
+    const auto records = std::vector(all.begin() + 1, all.end());
     EXPECT_EQ(records[0].format, "html");
     EXPECT_EQ(records[0].chatIDs, std::vector<int64_t>{1});
     EXPECT_EQ(records[0].outputs, CustodyLog::outputs(dir_ / "archive"));
@@ -156,7 +161,7 @@ TEST_F(CommandLine, ArchivesComeWithCertificateAndAnIntactCustodyChain) {
 
     const auto verified = run({"--export-html", "--demo", "--verify-snapshots"});
     EXPECT_EQ(verified.exitStatus, 0);
-    EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact\n"),
+    EXPECT_NE(verified.standardOutput.find("custody log: 2 records, chain intact\n"),
               std::string::npos);
 
     // A database file given by path is recorded as the source, in the user's own custody log.
@@ -195,7 +200,7 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
                                                              "  changed: chat.db\n"),
               std::string::npos)
         << verified.standardOutput;
-    EXPECT_NE(verified.standardOutput.find("custody log: 1 records, chain intact"),
+    EXPECT_NE(verified.standardOutput.find("custody log: 2 records, chain intact"),
               std::string::npos)
         << verified.standardOutput;
 
@@ -583,8 +588,10 @@ TEST_F(CommandLine, ExhibitOfTheSampleFlagsIsNumberedRedactedAndLogged) {
         run({"--export-html", "--demo", "--chats", "1", "--format", "jpg", "--dpi", "144",
              "--paper", "a4", "--bates-prefix", "SMITH", "--bates-digits", "4", "--out", "two"});
     ASSERT_EQ(next.exitStatus, 0) << next.standardError;
-    const auto records = custodyRecords(demoFolder() / "custody-log.jsonl");
-    ASSERT_EQ(records.size(), 2u);
+    // After the record of the sample import that demo mode seals at start.
+    const auto logged = custodyRecords(demoFolder() / "custody-log.jsonl");
+    ASSERT_EQ(logged.size(), 3u);
+    const auto records = std::vector(logged.begin() + 1, logged.end());
     EXPECT_EQ(records[0].action, "exhibit");
     EXPECT_EQ(records[0].options.at("Redaction"), "1 term; the unredacted record is unchanged");
     EXPECT_EQ(records[0].options.at("Context"), "1 before, 1 after");

@@ -32,10 +32,6 @@ TEST(CustodyLogSource, LiveDatabaseIsHashedWithItsLogAndUnreadableOnesAreNoted) 
     const auto withoutWal = CustodyLog::source(database, std::nullopt);
     EXPECT_FALSE(withoutWal.walSHA256);
     EXPECT_FALSE(withoutWal.note);
-    EXPECT_EQ(CustodyLog::source(DatabaseDouble(dir / "chat.db", true, MessageService::whatsApp),
-                                 std::nullopt)
-                  .kind,
-              "whatsapp-live");
     EXPECT_EQ(CustodyLog::source(DatabaseDouble(dir / "chat.db", false), std::nullopt).kind,
               "files");
 

@@ -7,11 +7,11 @@
 #include "custody/CustodyLog.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
+#include "sources/demo/DemoWriters.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"
-#include "testing/ChatStorage.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"
 #include "testing/Zip.h"
@@ -162,6 +162,8 @@ TEST_F(ImportsTest, ExportSourceReadsWithSettingsAndFixesTheOrder) {
     const auto custody = source->custodySource();
     EXPECT_EQ(custody.kind, "whatsapp-export-import");
     EXPECT_NE(custody.note->find(", SHA-256 as received. "), std::string::npos);
+    // Exports record the source through the log, which must not flatten it into "files".
+    EXPECT_EQ(CustodyLog::source(*source, std::nullopt), custody);
 
     // A file that decides its own order has it stored on first opening (the import's count).
     const fs::path decided = dir_ / "decided.txt";
@@ -232,10 +234,10 @@ TEST_F(ImportsTest, CancelLeavesNoPartialFolder) {
 TEST_F(ImportsTest, DatabaseImportFoldsInTheWriteAheadLog) {
     const fs::path live = dir_ / "live" / "ChatStorage.sqlite";
     fs::create_directories(live.parent_path());
-    testing::writeChatStorage(live,
-                              "INSERT INTO ZWACHATSESSION VALUES (1, 0, '1@s.whatsapp.net', 'A');"
-                              "INSERT INTO ZWAMESSAGE (Z_PK, ZCHATSESSION, ZMESSAGETYPE, "
-                              "ZMESSAGEDATE, ZTEXT) VALUES (1, 1, 0, 700000000, 'old');");
+    demo::writeChatStorage(live,
+                           "INSERT INTO ZWACHATSESSION VALUES (1, 0, '1@s.whatsapp.net', 'A');"
+                           "INSERT INTO ZWAMESSAGE (Z_PK, ZCHATSESSION, ZMESSAGETYPE, "
+                           "ZMESSAGEDATE, ZTEXT) VALUES (1, 1, 0, 700000000, 'old');");
     sqlite::Connection writer(live, sqlite::OpenMode::readWriteCreate);
     writer.execute("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=0;");
     writer.execute(

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
+#include "sources/demo/DemoWriters.h"
 #include "support/Errors.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"
-#include "testing/ChatStorage.h"
 #include "testing/Testing.h"
 
 namespace bc {
@@ -51,9 +51,10 @@ INSERT INTO ZWAMESSAGE VALUES (14, 0, 0, 0, 2, NULL, NULL, 0, NULL, NULL, 's14',
 struct SampleDatabase {
     TempDir dir;
     fs::path file = dir / "ChatStorage.sqlite";
-    SampleDatabase() { testing::writeChatStorage(file, sampleRows); }
-    WhatsAppDatabase open(bool immutable = true) const {
-        return WhatsAppDatabase(file, dir / "media", false, "sample", immutable);
+    SampleDatabase() { demo::writeChatStorage(file, sampleRows); }
+    WhatsAppDatabase open(
+        WhatsAppDatabase::Origin origin = WhatsAppDatabase::Origin::sealedImport) const {
+        return WhatsAppDatabase(file, dir / "media", origin, "sample");
     }
 };
 
@@ -66,7 +67,7 @@ const Message& byID(const Transcript& transcript, int64_t id) {
 
 std::string openFailure(const fs::path& file) {
     try {
-        WhatsAppDatabase db(file, std::nullopt, false, "x", false);
+        WhatsAppDatabase db(file, std::nullopt, WhatsAppDatabase::Origin::chosenFile, "x");
     } catch (const DBError& error) {
         return error.text();
     }
@@ -192,7 +193,7 @@ TEST(WhatsAppDatabase, DateRangeSkipsZeroStartsAndSignatureSeesDeletions) {
         sqlite::Connection writer(sample.file, sqlite::OpenMode::readWriteCreate);
         writer.execute("UPDATE ZWAMESSAGE SET ZMESSAGETYPE = 14 WHERE Z_PK = 7");
     }
-    EXPECT_EQ(sample.open(false).changeSignature(), "14:14:2");
+    EXPECT_EQ(sample.open(WhatsAppDatabase::Origin::live).changeSignature(), "14:14:2");
 }
 
 TEST(WhatsAppDatabase, ProbeRefusesOtherDatabasesAndFiles) {
@@ -210,7 +211,7 @@ TEST(WhatsAppDatabase, ProbeRefusesOtherDatabasesAndFiles) {
     EXPECT_EQ(openFailure(dir / "absent.sqlite"), "unable to open database file");
 }
 
-TEST(WhatsAppDatabase, CustodySourceNamesLiveAndImportedCopies) {
+TEST(WhatsAppDatabase, CustodySourceNamesLiveImportedAndChosenFiles) {
     const SampleDatabase sample;
     const std::string sha = Sha256::hexOfFile(sample.file);
     auto imported = sample.open();
@@ -218,7 +219,9 @@ TEST(WhatsAppDatabase, CustodySourceNamesLiveAndImportedCopies) {
     EXPECT_EQ(source.kind, "whatsapp-database-import");
     EXPECT_EQ(source.databaseSHA256, sha);
     EXPECT_FALSE(source.walSHA256);
-    WhatsAppDatabase live(sample.file, std::nullopt, true, WhatsAppDatabase::liveLabel, false);
+    EXPECT_EQ(sample.open(WhatsAppDatabase::Origin::chosenFile).custodySource().kind, "files");
+    WhatsAppDatabase live(sample.file, std::nullopt, WhatsAppDatabase::Origin::live,
+                          WhatsAppDatabase::liveLabel);
     testing::writeText(fs::path(sample.file.string() + "-wal"), "");
     EXPECT_EQ(live.custodySource().kind, "whatsapp-live");
     EXPECT_EQ(live.custodySource().walSHA256, Sha256::hex(""));
@@ -235,7 +238,7 @@ TEST(WhatsAppDatabase, ReadsTheRealChatStorageWithoutChangingIt) {
             dir / ("ChatStorage.sqlite" + std::string(suffix)));
     const fs::path file = dir / "ChatStorage.sqlite";
     const std::string before = Sha256::hexOfFile(file);
-    WhatsAppDatabase db(file, std::nullopt, false, "fixture", false);
+    WhatsAppDatabase db(file, std::nullopt, WhatsAppDatabase::Origin::chosenFile, "fixture");
     const auto chats = db.fetchChats();
     EXPECT_EQ(chats.size(), 5u);
     std::vector<int64_t> ids;

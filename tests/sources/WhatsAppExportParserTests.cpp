@@ -135,6 +135,37 @@ TEST(WhatsAppExportParser, SendersSystemMessagesContinuationsAndTheOwner) {
     EXPECT_EQ(result.participants, (std::vector<std::string>{"Me", "Bob", "Ann"}));
 }
 
+// Lines whose reading turns on characters beyond ASCII, on digit runs of odd length and on
+// line separators inside a line are read exactly as the line pattern reads them.
+TEST(WhatsAppExportParser, UnusualDigitsSpacesAndRunsReadAsThePatternSays) {
+    const Result result = parse(
+        "[\u0661\u0663/\u0660\u0664/\u0662\u0661, \u0669:\u0660\u0665:\u0660\u0667] Ann: "
+        "arabic digits\n"
+        "\U0001F600 a continuation that begins with an emoji\n"
+        "[13/04/21, 9:05:07\u2009PM] Ann: thin space\n"
+        "13/04/2021, 21:055 - Ann: three minute digits\n"
+        "13/04/20211, 10:00 - Ann: five year digits\n"
+        "13/04/2021, 10:00 - Ann: a\rb\n"
+        "\u200e13/04/2021, 10:01\u00a0p.m. - Ann: marked\n"
+        "13/04/2021,\u202f10:02 - Ann: narrow space before the hour\n");
+    ASSERT_EQ(result.messages.size(), 5u);
+    EXPECT_EQ(result.messages[0].date, utc("2021-04-13T09:05:07Z"));
+    EXPECT_EQ(result.messages[0].text,
+              "arabic digits\n\U0001F600 a continuation that begins with an emoji");
+    EXPECT_EQ(result.messages[1].date, utc("2021-04-13T21:05:07Z"));
+    EXPECT_EQ(result.messages[1].text, "thin space");
+    // Minutes are exactly two digits; what follows them starts the body.
+    EXPECT_EQ(result.messages[2].date, utc("2021-04-13T21:05:00Z"));
+    EXPECT_EQ(result.messages[2].sender, "5 - Ann");
+    // A five-digit year and a carriage return inside a line make no message of their own.
+    EXPECT_EQ(result.messages[2].text,
+              "three minute digits\n13/04/20211, 10:00 - Ann: five year digits\n"
+              "13/04/2021, 10:00 - Ann: a\rb");
+    EXPECT_EQ(result.messages[3].date, utc("2021-04-13T22:01:00Z"));
+    EXPECT_EQ(result.messages[3].text, "marked");
+    EXPECT_EQ(result.messages[4].date, utc("2021-04-13T10:02:00Z"));
+}
+
 TEST(WhatsAppExportParser, AttachmentsStayInsideTheMediaFolder) {
     const Result result = parse(
         "[13/01/2021, 10:00:00] Ann: \u200e<attached: 00000001-PHOTO-2021.jpg>\n"

@@ -25,8 +25,8 @@ public:
         return std::nullopt;
     }
     std::string changeSignature() override { return ""; }
-    CustodyRecord::Source custodySource() override {
-        return CustodyLog::source(*this, std::nullopt);
+    CustodyRecord::Source custodySource() const override {
+        return CustodyLog::databaseSource(*this, live_ ? "live" : "files");
     }
 
 private:

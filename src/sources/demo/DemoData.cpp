@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "sources/demo/DemoWriters.h"
+#include "support/DateFormat.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"
@@ -455,6 +456,45 @@ void DemoData::writeCallLog(const fs::path& file, const std::vector<SampleCall>&
     } catch (const std::exception& error) {
         throw Error("Couldn't write the sample call log: " + std::string(error.what()));
     }
+}
+
+std::vector<std::pair<std::string, std::string>> DemoData::whatsAppExport(Date now) {
+    struct Line {
+        int daysAgo;
+        const char* time;
+        const char* sender;
+        std::string text;
+    };
+    const auto at = [&](int daysAgo, const char* time) {
+        return dates::formatPattern(now - daysAgo * 86400.0, "yyyy-MM-dd", "en_US_POSIX") + "-" +
+               time;
+    };
+    // iPhone names media by message number, kind and time.
+    const std::string photo = "00000004-PHOTO-" + at(9, "09-14-27") + ".jpg";
+    const std::string voice = "00000006-AUDIO-" + at(8, "21-40-55") + ".opus";
+    const std::vector<Line> lines{
+        {10, "18:02:11", "Sam Taylor",
+         "Hey, it's Sam. Switched to WhatsApp, my phone plan ran out."},
+        {10, "18:02:40", whatsAppOwner, "Hi Sam. Any news on the $400 for the movers?"},
+        {10, "18:05:03", "Sam Taylor", "I know, I know. Next week for sure."},
+        {9, "09:14:27", whatsAppOwner, "\u200e<attached: " + photo + ">"},
+        {9, "09:15:02", whatsAppOwner, "That's the movers' receipt: $400, paid on the 1st."},
+        {8, "21:40:55", "Sam Taylor", "\u200e<attached: " + voice + ">"},
+        {8, "21:41:30", "Sam Taylor", "Sorry, long day. Listen to the voice note."},
+        {8, "21:43:12", whatsAppOwner, "You said the 15th. That was three weeks ago."},
+        {8, "21:47:09", "Sam Taylor", "This message was deleted"},
+        {7, "08:30:44", "Sam Taylor",
+         "I'll send $200 on Friday and the rest at the end of the month. <This message was "
+         "edited>"},
+        {7, "08:31:15", whatsAppOwner, "Please put that in writing.\nBy Friday, as you say."},
+    };
+    std::string chat;
+    for (const auto& line : lines)
+        chat += "[" +
+                dates::formatPattern(now - line.daysAgo * 86400.0, "dd/MM/yyyy", "en_US_POSIX") +
+                ", " + line.time + "] " + line.sender + ": " + line.text + "\n";
+    return {
+        {"_chat.txt", chat}, {photo, demo::jpegImage(160, 120, 4)}, {voice, demo::opusSilence(3)}};
 }
 
 }  // namespace bc

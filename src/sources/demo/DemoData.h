@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/Date.h"
@@ -40,6 +41,12 @@ public:
     static void writeCallLog(const std::filesystem::path& file,
                              const std::vector<SampleCall>& calls, Date now);
     static std::vector<SampleCall> sampleCalls();
+
+    // A WhatsApp "Export Chat" of the sample dispute as a phone writes it: "_chat.txt" with a
+    // photo and a voice note, dated in the days before `now` (file name, bytes).
+    static std::vector<std::pair<std::string, std::string>> whatsAppExport(Date now);
+    static constexpr const char* whatsAppOwner = "Alex Morgan";
+    static constexpr const char* whatsAppChatName = "Sam Taylor (WhatsApp)";
 
     // An archived attributed string holding `text`, in the form Messages stores in attributedBody.
     static std::string demoBody(std::string_view text);

@@ -3,9 +3,12 @@
 #include <plist/plist.h>
 
 #include <cstdlib>
+#include <string_view>
+#include <vector>
 
 #include "sources/demo/DemoData.h"
 #include "support/Image.h"
+#include "support/Sqlite.h"
 
 namespace bc {
 
@@ -87,6 +90,81 @@ std::string jpegImage(int width, int height, int seed) {
         }
     }
     return image::encodeJPEG(bitmap, 85);
+}
+
+namespace {
+
+void appendLE(std::string& out, uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
+}
+
+// Ogg's page checksum: CRC-32, polynomial 0x04C11DB7, neither reflected nor inverted.
+uint32_t oggChecksum(std::string_view page) {
+    uint32_t crc = 0;
+    for (const char c : page) {
+        crc ^= static_cast<uint32_t>(static_cast<unsigned char>(c)) << 24;
+        for (int bit = 0; bit < 8; ++bit)
+            crc = crc & 0x80000000u ? crc << 1 ^ 0x04C11DB7u : crc << 1;
+    }
+    return crc;
+}
+
+// One Ogg page of the stream holding whole packets (each under 255 bytes).
+std::string oggPage(const std::vector<std::string>& packets, uint8_t flags, uint64_t granule,
+                    uint32_t sequence) {
+    std::string page = "OggS";
+    page += '\0';
+    page += static_cast<char>(flags);
+    appendLE(page, granule, 8);
+    appendLE(page, 0x4B455354, 4);  // stream serial number
+    appendLE(page, sequence, 4);
+    appendLE(page, 0, 4);  // checksum, filled in below
+    page += static_cast<char>(packets.size());
+    for (const auto& packet : packets) page += static_cast<char>(packet.size());
+    for (const auto& packet : packets) page += packet;
+    const uint32_t crc = oggChecksum(page);
+    for (int i = 0; i < 4; ++i)
+        page[22 + static_cast<size_t>(i)] = static_cast<char>(crc >> (8 * i));
+    return page;
+}
+
+}  // namespace
+
+void writeChatStorage(const std::filesystem::path& file, const std::string& inserts) {
+    sqlite::Connection db(file, sqlite::OpenMode::readWriteCreate);
+    db.execute(
+        "CREATE TABLE ZWACHATSESSION (Z_PK INTEGER PRIMARY KEY, ZSESSIONTYPE INTEGER, "
+        "ZCONTACTJID VARCHAR, ZPARTNERNAME VARCHAR);"
+        "CREATE TABLE ZWAGROUPMEMBER (Z_PK INTEGER PRIMARY KEY, ZCHATSESSION INTEGER, "
+        "ZCONTACTNAME VARCHAR, ZFIRSTNAME VARCHAR, ZMEMBERJID VARCHAR);"
+        "CREATE TABLE ZWAMEDIAITEM (Z_PK INTEGER PRIMARY KEY, ZFILESIZE INTEGER, ZLATITUDE FLOAT, "
+        "ZLONGITUDE FLOAT, ZMEDIALOCALPATH VARCHAR, ZTITLE VARCHAR, ZVCARDNAME VARCHAR);"
+        "CREATE TABLE ZWAMESSAGE (Z_PK INTEGER PRIMARY KEY, ZISFROMME INTEGER, ZMESSAGETYPE "
+        "INTEGER, ZSTARRED INTEGER, ZCHATSESSION INTEGER, ZGROUPMEMBER INTEGER, ZMEDIAITEM "
+        "INTEGER, ZMESSAGEDATE TIMESTAMP, ZFROMJID VARCHAR, ZPUSHNAME VARCHAR, ZSTANZAID VARCHAR, "
+        "ZTEXT VARCHAR);");
+    db.execute(inserts);
+}
+
+std::string opusSilence(int seconds) {
+    constexpr int preSkip = 312;
+    std::string head = "OpusHead";
+    head += '\x01';  // version
+    head += '\x01';  // one channel
+    appendLE(head, preSkip, 2);
+    appendLE(head, 48000, 4);
+    appendLE(head, 0, 2);  // output gain
+    head += '\0';          // channel mapping family
+    std::string tags = "OpusTags";
+    const std::string vendor = "Brindlecourt demo";
+    appendLE(tags, vendor.size(), 4);
+    tags += vendor;
+    appendLE(tags, 0, 4);
+    // 20 ms fullband frames that decode to silence.
+    const std::string silentFrame = "\xF8\xFF\xFE";
+    std::vector<std::string> frames(static_cast<size_t>(seconds) * 50, silentFrame);
+    return oggPage({head}, 0x02, 0, 0) + oggPage({tags}, 0, 0, 1) +
+           oggPage(frames, 0x04, static_cast<uint64_t>(seconds) * 48000, 2);
 }
 
 }  // namespace demo
