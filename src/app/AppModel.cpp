@@ -121,6 +121,7 @@ AppModel::AppModel(QObject* parent)
     snapshots_ = std::make_unique<Snapshots>(*this);
     connect(snapshots_.get(), &Snapshots::statusReported, this, &AppModel::reportStatus);
     connect(&exports_, &Exports::statusReported, this, &AppModel::reportStatus);
+    connect(&counsel_, &Counsel::statusReported, this, &AppModel::reportStatus);
     collectStoreProblems();
 }
 

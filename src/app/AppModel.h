@@ -15,6 +15,7 @@
 
 #include "app/Background.h"
 #include "app/Conversations.h"
+#include "app/Counsel.h"
 #include "app/Exports.h"
 #include "app/Jobs.h"
 #include "custody/AttachmentWatch.h"
@@ -143,6 +144,7 @@ public:
     // Exports and snapshots run here, one at a time; their progress is the status line's.
     Jobs& jobs() { return jobs_; }
     Exports& exports() { return exports_; }
+    Counsel& counsel() { return counsel_; }
     Snapshots& snapshots() { return *snapshots_; }
 
     // Whether calls are merged into transcripts: kept in the preferences, applied at once.
@@ -190,6 +192,7 @@ private:
     // go.
     std::unique_ptr<Snapshots> snapshots_;
     Exports exports_{*this};
+    Counsel counsel_{*this};
     Jobs jobs_;
     QTimer pollTimer_;
     State state_ = State::loading;

@@ -350,6 +350,7 @@ void MainWindow::addShortcuts() {
 void MainWindow::addExportMenu() {
     menuBar()->addMenu(makeExportMenu(model_, this));
     model_.exports().setDialogs(ExportDialogs::native(this));
+    model_.counsel().setDialogs(ExportDialogs::native(this));
     answerExportOptions(model_, this);
 }
 
