@@ -18,14 +18,16 @@ namespace fs = std::filesystem;
 namespace {
 
 // The custody log's word for what the statement was drawn from.
-std::string sourceKindOf(const SourceChoice& choice) {
-    switch (choice.kind) {
+std::string sourceKindOf(const AppModel& model) {
+    switch (model.sourceChoice().kind) {
         case SourceChoice::Kind::snapshot:
             return "snapshot";
         case SourceChoice::Kind::whatsAppMac:
             return "whatsapp-live";
         case SourceChoice::Kind::whatsAppImport:
-            return "whatsapp-export-import";
+            return model.openedImport() && model.openedImport()->kind == ImportInfo::Kind::database
+                       ? "whatsapp-database-import"
+                       : "whatsapp-export-import";
         case SourceChoice::Kind::messagesLive:
             break;
     }
@@ -90,7 +92,7 @@ std::optional<fs::path> Counsel::askWhere(const std::string& proposedName, const
 
 bool Counsel::draftStatement() {
     const auto* conversation = model_.selectedConversation();
-    const auto database = model_.database();
+    const auto database = model_.source();
     if (!conversation || !database) {
         emit statusReported(chooseConversationText);
         return false;
@@ -102,7 +104,7 @@ bool Counsel::draftStatement() {
     CounselStatement::Input input{.conversation = conversation->title,
                                   .participants = participantsOf(model_, *conversation),
                                   .sourcePath = database->path(),
-                                  .sourceKind = sourceKindOf(model_.sourceChoice())};
+                                  .sourceKind = sourceKindOf(model_)};
     return model_.jobs().start(
         "Drafting the statement for counsel…",
         [input, chatIDs = conversation->chatIDs, file = *file](const CancelFlag& cancel,

@@ -34,6 +34,7 @@
 #include "app/ThumbnailCache.h"
 #include "app/TranscriptDelegate.h"
 #include "app/TranscriptModel.h"
+#include "app/WhatsAppMenu.h"
 #include "support/DateFormat.h"
 
 namespace bc::app {
@@ -136,6 +137,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     addShortcuts();
     addExportMenu();
     addSnapshotMenu();
+    menuBar()->addMenu(makeWhatsAppMenu(model_, this));
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
@@ -162,6 +164,8 @@ QWidget* MainWindow::makeSourceBar() {
     sourceLabel_->setObjectName("source");
     auto* switcher = new SourceSwitcher(model_, bar);
     connect(switcher, &SourceSwitcher::openFileRequested, this, &MainWindow::openDatabaseFile);
+    connect(switcher, &SourceSwitcher::importRequested, this,
+            [this] { chooseWhatsAppFile(model_, this); });
     row->addWidget(new QLabel("Source:", bar));
     row->addWidget(switcher);
     row->addWidget(sourceLabel_, 1);
@@ -181,6 +185,21 @@ QWidget* MainWindow::makeEvictionWarning() {
     row->addWidget(again);
     eviction_->hide();
     return eviction_;
+}
+
+QWidget* MainWindow::makeReadingNotes() {
+    readingNotes_ = new QFrame(this);
+    readingNotes_->setStyleSheet("QFrame { background:#fff4d6; } QLabel { color:#4a3b00; }");
+    auto* row = new QHBoxLayout(readingNotes_);
+    readingNotesText_ = new QLabel(readingNotes_);
+    readingNotesText_->setObjectName("readingNotes");
+    readingNotesText_->setWordWrap(true);
+    auto* settings = button("Import Settings…", readingNotes_);
+    connect(settings, &QPushButton::clicked, this, [this] { editImportSettings(model_, this); });
+    row->addWidget(readingNotesText_, 1);
+    row->addWidget(settings);
+    readingNotes_->hide();
+    return readingNotes_;
 }
 
 QWidget* MainWindow::makeStatePage() {
@@ -265,6 +284,7 @@ QWidget* MainWindow::makeTranscriptPane() {
             &MainWindow::transcriptMenu);
     connect(transcriptView_->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &MainWindow::showSelectedMessage);
+    column->addWidget(makeReadingNotes());
     column->addWidget(transcriptView_, 1);
     return pane;
 }
@@ -390,6 +410,7 @@ void MainWindow::showState() {
     const auto state = model_.state();
     sourceLabel_->setText(model_.sourceText());
     pages_->setCurrentIndex(state == AppModel::State::ready ? 1 : 0);
+    showReadingNotes();
     stateText_->setText(state == AppModel::State::loading
                             ? QString("Opening the Messages database…")
                             : model_.stateMessage());
@@ -503,6 +524,14 @@ void MainWindow::showEvictionReport() {
                            " since the last check (" + QString::number(report->missingNow) +
                            " of " + QString::number(report->total) + " missing now). " +
                            AppModel::evictionAdvice);
+}
+
+void MainWindow::showReadingNotes() {
+    const auto notes = model_.readingNotes();
+    readingNotes_->setVisible(!notes.empty());
+    QStringList lines;
+    for (const auto& note : notes) lines << qs(note).toHtmlEscaped();
+    readingNotesText_->setText("<b>How this chat export was read</b><br>" + lines.join("<br>"));
 }
 
 void MainWindow::showEvent(QShowEvent* event) {
