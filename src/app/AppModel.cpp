@@ -9,6 +9,7 @@
 #include "app/FreedOffMainThread.h"
 #include "app/QtText.h"
 #include "app/Snapshots.h"
+#include "app/WhatsAppSources.h"
 #include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
@@ -16,6 +17,8 @@
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
 #include "sources/MessageDatabase.h"
+#include "sources/WhatsAppDatabase.h"
+#include "sources/WhatsAppExportSource.h"
 #include "sources/demo/DemoData.h"
 #include "support/Errors.h"
 #include "support/Uuid.h"
@@ -51,6 +54,18 @@ QString accessInstructions(const std::string& path, const std::string& reason) {
            qs(reason) + ")";
 }
 
+// What is being opened, as the status and a failure name it.
+QString sourceNoun(AppModel::SourceKind kind) {
+    switch (kind) {
+        case AppModel::SourceKind::whatsAppMac:
+            return "WhatsApp for Mac's database";
+        case AppModel::SourceKind::import:
+            return "the import";
+        default:
+            return "the Messages database";
+    }
+}
+
 // The shown rows and their calendar, from the messages and the conversation's events.
 void arrangeRows(OpenTranscript& open, std::vector<Message> messages,
                  const std::vector<TimelineEvent>& events) {
@@ -64,13 +79,13 @@ void arrangeRows(OpenTranscript& open, std::vector<Message> messages,
 
 // What the window shows of a read: calls merged, the user's events among the rows. A read of only
 // the newest rows keeps what lies from its first stored message on, as the whole would show it.
-std::shared_ptr<const OpenTranscript> openTranscript(MessageDatabase& database,
+std::shared_ptr<const OpenTranscript> openTranscript(MessageSource& source,
                                                      const std::vector<int64_t>& chatIDs,
                                                      Transcript read,
                                                      std::vector<TimelineEvent> events,
                                                      const CancelFlag& cancel, bool recentOnly) {
     cancel.check();
-    CallHistory::shared().mergeCalls(read, database, chatIDs, database.handles(chatIDs));
+    mergeCalls(read, source, chatIDs);
     cancel.check();
     auto open = std::make_unique<OpenTranscript>();
     open->reactionEvents = std::move(read.reactionEvents);
@@ -91,6 +106,13 @@ std::shared_ptr<const OpenTranscript> openTranscript(MessageDatabase& database,
 
 }  // namespace
 
+void mergeCalls(Transcript& transcript, MessageSource& source,
+                const std::vector<int64_t>& chatIDs) {
+    if (auto* database = dynamic_cast<MessageDatabase*>(&source))
+        CallHistory::shared().mergeCalls(transcript, *database, chatIDs,
+                                         database->handles(chatIDs));
+}
+
 std::vector<Message> OpenTranscript::messages() const {
     std::vector<Message> recorded;
     recorded.reserve(rows.size());
@@ -100,11 +122,20 @@ std::vector<Message> OpenTranscript::messages() const {
 }
 
 struct AppModel::Opened {
-    std::shared_ptr<MessageDatabase> database;
+    std::shared_ptr<MessageSource> database;
     std::vector<Chat> chats;
     std::string signature;
-    int64_t dataVersion = 0;  // as the chats were read
+    std::optional<int64_t> dataVersion;  // as the chats were read, for a Messages database
 };
+
+namespace {
+
+std::optional<int64_t> dataVersionOf(MessageSource& source) {
+    if (auto* database = dynamic_cast<MessageDatabase*>(&source)) return database->dataVersion();
+    return std::nullopt;
+}
+
+}  // namespace
 
 AppModel::AppModel(QObject* parent)
     : QObject(parent),
@@ -120,7 +151,10 @@ AppModel::AppModel(QObject* parent)
     CallHistory::setEnabled(QSettings().value(callsSetting, true).toBool());
     snapshots_ = std::make_unique<Snapshots>(*this);
     connect(snapshots_.get(), &Snapshots::statusReported, this, &AppModel::reportStatus);
+    whatsApp_ = std::make_unique<WhatsAppSources>(*this);
+    connect(whatsApp_.get(), &WhatsAppSources::statusReported, this, &AppModel::reportStatus);
     connect(&exports_, &Exports::statusReported, this, &AppModel::reportStatus);
+    connect(&counsel_, &Counsel::statusReported, this, &AppModel::reportStatus);
     collectStoreProblems();
 }
 
@@ -139,6 +173,9 @@ QString AppModel::sourceText() const {
     if (sourceKind_ == SourceKind::snapshot && sourceChoice_.snapshot)
         return qs(sourceChoice_.snapshot->id) +
                " (sealed, read-only): " + qs(sourceChoice_.snapshot->scope);
+    if (sourceKind_ == SourceKind::import && import_)
+        return qs(import_->label()) + ": " + qs(import_->chatName()) + " (" + qs(import_->id) + ")";
+    if (sourceKind_ == SourceKind::whatsAppMac) return qs(source_->sourceDescription());
     const QString where = qs(source_->path());
     return sourceKind_ == SourceKind::live
                ? "Messages on " + QString(thisMachine) + " (live, read-only): " + where
@@ -165,29 +202,58 @@ void AppModel::openSnapshot(const SnapshotInfo& snapshot) {
              SourceChoice{.kind = SourceChoice::Kind::snapshot, .snapshot = snapshot});
 }
 
-void AppModel::openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
-                        const std::filesystem::path& path, SourceKind kind, SourceChoice choice) {
+void AppModel::openWhatsAppMac() {
+    openWith([] { return std::shared_ptr<MessageSource>(WhatsAppDatabase::openMac()); },
+             WhatsAppDatabase::macDatabasePath(), SourceKind::whatsAppMac,
+             SourceChoice{.kind = SourceChoice::Kind::whatsAppMac});
+}
+
+void AppModel::openImport(const ImportInfo& info) {
+    openWith([info] { return std::shared_ptr<MessageSource>(Imports::open(info)); }, info.folder(),
+             SourceKind::import, SourceChoice{.kind = SourceChoice::Kind::whatsAppImport}, info);
+}
+
+std::vector<std::string> AppModel::readingNotes() const {
+    const auto* chat = dynamic_cast<const WhatsAppExportSource*>(source_.get());
+    return chat ? chat->notes() : std::vector<std::string>{};
+}
+
+std::vector<std::string> AppModel::importSenders() const {
+    const auto* chat = dynamic_cast<const WhatsAppExportSource*>(source_.get());
+    return chat ? chat->participants() : std::vector<std::string>{};
+}
+
+std::shared_ptr<MessageDatabase> AppModel::database() const {
+    return std::dynamic_pointer_cast<MessageDatabase>(source_);
+}
+
+void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
+                        const std::filesystem::path& path, SourceKind kind, SourceChoice choice,
+                        std::optional<ImportInfo> import) {
     const auto generation = ++sourceGeneration_;
     ++transcriptGeneration_;
     attachmentRounds_.reset();
     setState(State::loading);
-    auto cancel = beginTask("Opening the Messages database…");
+    auto cancel = beginTask("Opening " + sourceNoun(kind) + "…");
     background_.run(
         [open, cancel] {
             Opened opened;
             opened.database = open();
             cancel->check();
-            opened.dataVersion = opened.database->dataVersion();
+            opened.dataVersion = dataVersionOf(*opened.database);
             opened.chats = opened.database->fetchChats();
             return opened;
         },
-        [this, generation, kind, choice](Opened opened) {
+        [this, generation, kind, choice, import](Opened opened) {
             if (generation != sourceGeneration_) return;
             sourceKind_ = kind;
             sourceChoice_ = choice;
+            import_ = import;
             const auto listedVersion = opened.dataVersion;
             finishOpening(std::move(opened));
             readSignature(listedVersion);
+            // An import holds one conversation, or a few: show the first at once.
+            if (import_ && !conversations_.empty()) selectConversation(0);
         },
         [this, generation, kind, path](std::exception_ptr error) {
             if (generation != sourceGeneration_) return;
@@ -209,19 +275,19 @@ void AppModel::finishOpening(Opened opened) {
     endTask();
     regroup(sameSource);
     setState(State::ready);
-    if (!sameSource && source_->isLive()) startAttachmentWatch();
+    if (!sameSource && source_->isLive() && database()) startAttachmentWatch();
 }
 
 // The list is shown first; the signature, a second pass over the messages, follows. When the
 // database changed in between, the signature describes a state the list never saw: a signature
 // that matches nothing then makes the next poll read everything again.
-void AppModel::readSignature(int64_t listedVersion) {
+void AppModel::readSignature(std::optional<int64_t> listedVersion) {
     const auto generation = sourceGeneration_;
     pollInFlight_ = true;
     background_.run(
         [database = source_, listedVersion] {
             auto signature = database->changeSignature();
-            return database->dataVersion() == listedVersion ? signature : std::string("changed");
+            return dataVersionOf(*database) == listedVersion ? signature : std::string("changed");
         },
         [this, generation](std::string signature) {
             pollInFlight_ = false;
@@ -238,19 +304,20 @@ void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
                            const std::filesystem::path& path) {
     source_.reset();
     sourceChoice_ = {};
+    import_.reset();
     chats_.clear();
     selected_.reset();
     regroup(false);
     loadTranscript(false);
     if (isCancellation(error)) {
         endTask("Cancelled.");
-        setState(State::failed, "Opening the Messages database was cancelled.");
+        setState(State::failed, "Opening " + sourceNoun(kind) + " was cancelled.");
     } else if (isAccessDenied(error) && kind == SourceKind::live) {
         endTask();
         setState(State::accessNeeded, accessInstructions(path.string(), messageOf(error)));
     } else {
         endTask();
-        setState(State::failed, "Couldn't open the Messages database: " + qs(messageOf(error)));
+        setState(State::failed, "Couldn't open " + sourceNoun(kind) + ": " + qs(messageOf(error)));
     }
 }
 
@@ -392,24 +459,25 @@ void AppModel::loadTranscript(bool keepPosition) {
     auto cancel = beginTask("Reading the conversation…");
     // A long conversation shows its end first, read before the whole; the view stays where it
     // is when the whole replaces it.
-    const bool recentFirst = !keepPosition && selected_->messageCount > recentFirstAbove;
+    const bool recentFirst =
+        !keepPosition && selected_->messageCount > recentFirstAbove && database();
     const auto showRecent = [this, generation](std::shared_ptr<const OpenTranscript> recent) {
         if (generation != transcriptGeneration_) return;
         recentRows_ = std::move(recent);
         emit transcriptChanged(false);
     };
     background_.run(
-        [this, database = source_, chatIDs = selected_->chatIDs,
+        [this, source = source_, database = database(), chatIDs = selected_->chatIDs,
          events = eventsForOpenConversation(), cancel, recentFirst, showRecent] {
             if (recentFirst) {
-                auto recent = openTranscript(*database, chatIDs,
-                                             database->fetchRecentRows(chatIDs, recentRows), events,
-                                             *cancel, true);
+                auto recent =
+                    openTranscript(*source, chatIDs, database->fetchRecentRows(chatIDs, recentRows),
+                                   events, *cancel, true);
                 QMetaObject::invokeMethod(
                     this, [showRecent, recent = std::move(recent)] { showRecent(recent); },
                     Qt::QueuedConnection);
             }
-            return openTranscript(*database, chatIDs, database->fetchTranscript(chatIDs), events,
+            return openTranscript(*source, chatIDs, source->fetchTranscript(chatIDs), events,
                                   *cancel, false);
         },
         [this, generation, keepPosition, recentFirst](std::shared_ptr<const OpenTranscript> open) {
@@ -541,12 +609,13 @@ void AppModel::applyEvents() {
 
 void AppModel::startAttachmentWatch() {
     attachmentRounds_.reset();
-    if (!source_) return;
+    const auto watched = database();
+    if (!watched) return;
     attachmentRounds_ = std::make_unique<RepeatingRounds>(
         AttachmentWatch::checkInterval,
         // A round waits while an export or snapshot reads the same files.
         [this] { return jobs_.isRunning(); },
-        [this, database = source_] {
+        [this, database = watched] {
             try {
                 auto report = AttachmentWatch::check(database->attachmentPaths());
                 QMetaObject::invokeMethod(
@@ -643,24 +712,28 @@ std::shared_ptr<CancelFlag> AppModel::beginTask(const QString& progress) {
     cancel_->cancel();
     cancel_ = std::make_shared<CancelFlag>();
     busy_ = true;
-    statusText_ = progress;
+    taskText_ = progress;
     emit statusChanged();
     return cancel_;
 }
 
 void AppModel::endTask(const QString& status) {
     busy_ = false;
-    statusText_ = status;
+    taskText_ = status;
     emit statusChanged();
 }
 
+// A reported line outlives the reading that follows it: a source opened after an import, or a
+// conversation read after a job ended, must not wipe what the user was just told.
 void AppModel::reportStatus(const QString& text) {
-    statusText_ = text;
+    reportedText_ = text;
+    taskText_.clear();
     emit statusChanged();
 }
 
 QString AppModel::statusText() const {
-    return jobs_.isRunning() ? jobs_.progressText() : statusText_;
+    if (jobs_.isRunning()) return jobs_.progressText();
+    return taskText_.isEmpty() ? reportedText_ : taskText_;
 }
 
 void AppModel::cancel() {

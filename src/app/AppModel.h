@@ -15,9 +15,11 @@
 
 #include "app/Background.h"
 #include "app/Conversations.h"
+#include "app/Counsel.h"
 #include "app/Exports.h"
 #include "app/Jobs.h"
 #include "custody/AttachmentWatch.h"
+#include "custody/Imports.h"
 #include "evidence/EvidenceFlags.h"
 #include "evidence/Search.h"
 #include "evidence/Timeline.h"
@@ -29,12 +31,17 @@
 
 namespace bc {
 class MessageDatabase;
+class MessageSource;
 class ContactResolver;
 }  // namespace bc
 
 namespace bc::app {
 
 class Snapshots;
+class WhatsAppSources;
+
+// Calls from this Mac's call history, merged in when the source is a Messages database.
+void mergeCalls(Transcript& transcript, MessageSource& source, const std::vector<int64_t>& chatIDs);
 
 // What the open conversation shows: the rows on screen (the messages as read, calls merged, with
 // the user's events among them) and their calendar. One copy only: a long conversation is large.
@@ -55,7 +62,7 @@ class AppModel : public QObject {
     Q_OBJECT
 public:
     enum class State { accessNeeded, loading, ready, failed };
-    enum class SourceKind { live, file, snapshot };
+    enum class SourceKind { live, file, snapshot, whatsAppMac, import };
 
     static constexpr int pollingMilliseconds = 3000;
     static constexpr const char* demoBanner =
@@ -78,6 +85,15 @@ public:
     void openSource(const std::filesystem::path& path, SourceKind kind);
     // A sealed snapshot, read-only: exports from it name it as their source.
     void openSnapshot(const SnapshotInfo& snapshot);
+    // WhatsApp for Mac's own database, read-only.
+    void openWhatsAppMac();
+    // A sealed import, shown with its settings; its only conversation opens.
+    void openImport(const ImportInfo& info);
+    // The import in use, when the source is one.
+    const std::optional<ImportInfo>& openedImport() const { return import_; }
+    // What the open chat export's reader had to assume, and who wrote in it (empty otherwise).
+    std::vector<std::string> readingNotes() const;
+    std::vector<std::string> importSenders() const;
     // What the open source is; it changes only once a new source has opened.
     SourceKind sourceKind() const { return sourceKind_; }
     State state() const { return state_; }
@@ -85,8 +101,10 @@ public:
     QString stateMessage() const { return stateMessage_; }
     QString sourceText() const;
     bool isDemo() const;
-    // The open database and what it is: exports and snapshots read from these.
-    std::shared_ptr<MessageDatabase> database() const { return source_; }
+    // The open source and what it is: exports read from these.
+    std::shared_ptr<MessageSource> source() const { return source_; }
+    // The open source when it is a Messages database (snapshots are taken only of one).
+    std::shared_ptr<MessageDatabase> database() const;
     const SourceChoice& sourceChoice() const { return sourceChoice_; }
 
     // Contacts give names and same-person grouping once loaded; until then handles stand in.
@@ -153,7 +171,9 @@ public:
     // Exports and snapshots run here, one at a time; their progress is the status line's.
     Jobs& jobs() { return jobs_; }
     Exports& exports() { return exports_; }
+    Counsel& counsel() { return counsel_; }
     Snapshots& snapshots() { return *snapshots_; }
+    WhatsAppSources& whatsApp() { return *whatsApp_; }
 
     // Whether calls are merged into transcripts: kept in the preferences, applied at once.
     bool callsIncluded() const;
@@ -178,12 +198,13 @@ signals:
 private:
     struct Opened;
 
-    // `open` runs off the main thread and opens the database; `path` names it meanwhile.
-    void openWith(std::function<std::shared_ptr<MessageDatabase>()> open,
-                  const std::filesystem::path& path, SourceKind kind, SourceChoice choice);
+    // `open` runs off the main thread and opens the source; `path` names it meanwhile.
+    void openWith(std::function<std::shared_ptr<MessageSource>()> open,
+                  const std::filesystem::path& path, SourceKind kind, SourceChoice choice,
+                  std::optional<ImportInfo> import = std::nullopt);
     void finishOpening(Opened opened);
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
-    void readSignature(int64_t listedVersion);
+    void readSignature(std::optional<int64_t> listedVersion);
     void loadTranscript(bool keepPosition);
     void dropRecentRows();
     void persistEvents();
@@ -202,12 +223,16 @@ private:
     // Before the job runner, so that a running job's work ends before the snapshots and exports
     // go.
     std::unique_ptr<Snapshots> snapshots_;
+    std::unique_ptr<WhatsAppSources> whatsApp_;
     Exports exports_{*this};
+    Counsel counsel_{*this};
     Jobs jobs_;
     QTimer pollTimer_;
     State state_ = State::loading;
     QString stateMessage_;
-    QString statusText_;
+    // The reading under way or how it ended, else the last line reported.
+    QString taskText_;
+    QString reportedText_;
     bool busy_ = false;
     std::shared_ptr<CancelFlag> cancel_;
     // A result of an older request than these is dropped.
@@ -215,9 +240,10 @@ private:
     uint64_t transcriptGeneration_ = 0;
     bool pollInFlight_ = false;
 
-    std::shared_ptr<MessageDatabase> source_;
+    std::shared_ptr<MessageSource> source_;
     SourceKind sourceKind_ = SourceKind::live;
     SourceChoice sourceChoice_;
+    std::optional<ImportInfo> import_;
     std::string signature_;
     std::vector<Chat> chats_;
     std::shared_ptr<ContactResolver> contacts_;

@@ -3,6 +3,7 @@
 #include <QMenu>
 
 #include "app/AppModel.h"
+#include "app/BundleSheet.h"
 #include "app/ExhibitSheet.h"
 #include "app/ExportSheet.h"
 #include "app/QtText.h"
@@ -32,6 +33,10 @@ QMenu* makeExportMenu(AppModel& model, QWidget* parent) {
     for (const auto format : allExportFormats)
         menu->addAction("Every Conversation as " + qs(displayName(format)), menu,
                         [&exports, format] { exports.exportAll(format); });
+    menu->addSeparator();
+    auto& counsel = model.counsel();
+    menu->addAction("Draft Statement for Counsel…", menu, [&counsel] { counsel.draftStatement(); });
+    menu->addAction("Encrypted Bundle for Counsel…", &counsel, &Counsel::showBundleSheet);
     menu->addSeparator();
     auto* cancel = menu->addAction("Cancel Export", menu, [&exports] { exports.cancelExport(); });
     QObject::connect(&model.jobs(), &Jobs::changed, menu, [menu, cancel, &model] {
@@ -71,6 +76,13 @@ void answerExportOptions(AppModel& model, QWidget* parent) {
                          ExhibitSheet sheet(request, &Exports::nextBatesNumber, parent);
                          if (sheet.exec() == QDialog::Accepted)
                              model.exports().startExhibit(sheet.request());
+                     });
+    QObject::connect(&model.counsel(), &Counsel::bundleRequested, parent,
+                     [&model, parent](const BundleProposal& proposal) {
+                         BundleSheet sheet(proposal, parent);
+                         if (sheet.exec() == QDialog::Accepted)
+                             model.counsel().createBundle(sheet.items(), sheet.title(),
+                                                          sheet.password());
                      });
 }
 

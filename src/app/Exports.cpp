@@ -56,11 +56,11 @@ std::vector<std::string> participantNames(const std::vector<ExportRequest::Sourc
     return names;
 }
 
-Transcript readWithCalls(MessageDatabase& database, const std::vector<int64_t>& chatIDs,
+Transcript readWithCalls(MessageSource& source, const std::vector<int64_t>& chatIDs,
                          const CancelFlag& cancel) {
-    Transcript transcript = database.fetchTranscript(chatIDs);
+    Transcript transcript = source.fetchTranscript(chatIDs);
     cancel.check();
-    CallHistory::shared().mergeCalls(transcript, database, chatIDs, database.handles(chatIDs));
+    mergeCalls(transcript, source, chatIDs);
     cancel.check();
     return transcript;
 }
@@ -130,7 +130,7 @@ void Exports::saveSettings(const ExportSettings& settings) {
 void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPeriod>& period,
                           std::function<void(ExportRequest)> made) {
     const auto* conversation = model_.selectedConversation();
-    const auto database = model_.database();
+    const auto database = model_.source();
     if (!conversation || !database) {
         emit statusReported("Choose a conversation to export.");
         return;
@@ -225,7 +225,7 @@ int64_t Exports::nextBatesNumber(const std::string& prefix) {
 
 bool Exports::runExport(const ExportRequest& request, const std::string& baseName,
                         std::function<ExportJob(ExportJob)> shape) {
-    const auto database = model_.database();
+    const auto database = model_.source();
     if (model_.jobs().isRunning() || !database) return false;
     saveSettings(request.settings);
     const auto destination = askWhere([&] { return chooseDestination(request.format, baseName); },
@@ -327,7 +327,7 @@ bool Exports::exportSelected(ExportFormat format) {
 }
 
 bool Exports::exportAll(ExportFormat format) {
-    const auto database = model_.database();
+    const auto database = model_.source();
     if (model_.jobs().isRunning() || !database) return false;
     const auto folder =
         askWhere([&] { return exportFolder(everyConversationMessage); }, "Export failed: ");

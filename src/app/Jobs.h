@@ -20,6 +20,8 @@ class Jobs : public QObject {
     Q_OBJECT
 public:
     static constexpr const char* cancellingText = "Cancelling…";
+    static constexpr const char* busyText =
+        "Another export or snapshot is running; wait for it to finish or cancel it.";
 
     explicit Jobs(QObject* parent = nullptr);
     ~Jobs() override;

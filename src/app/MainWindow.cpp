@@ -35,6 +35,7 @@
 #include "app/ThumbnailCache.h"
 #include "app/TranscriptDelegate.h"
 #include "app/TranscriptModel.h"
+#include "app/WhatsAppMenu.h"
 #include "support/DateFormat.h"
 
 namespace bc::app {
@@ -137,6 +138,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     addShortcuts();
     addExportMenu();
     addSnapshotMenu();
+    menuBar()->addMenu(makeWhatsAppMenu(model_, this));
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
@@ -163,6 +165,8 @@ QWidget* MainWindow::makeSourceBar() {
     sourceLabel_->setObjectName("source");
     auto* switcher = new SourceSwitcher(model_, bar);
     connect(switcher, &SourceSwitcher::openFileRequested, this, &MainWindow::openDatabaseFile);
+    connect(switcher, &SourceSwitcher::importRequested, this,
+            [this] { chooseWhatsAppFile(model_, this); });
     row->addWidget(new QLabel("Source:", bar));
     row->addWidget(switcher);
     row->addWidget(sourceLabel_, 1);
@@ -182,6 +186,21 @@ QWidget* MainWindow::makeEvictionWarning() {
     row->addWidget(again);
     eviction_->hide();
     return eviction_;
+}
+
+QWidget* MainWindow::makeReadingNotes() {
+    readingNotes_ = new QFrame(this);
+    readingNotes_->setStyleSheet("QFrame { background:#fff4d6; } QLabel { color:#4a3b00; }");
+    auto* row = new QHBoxLayout(readingNotes_);
+    readingNotesText_ = new QLabel(readingNotes_);
+    readingNotesText_->setObjectName("readingNotes");
+    readingNotesText_->setWordWrap(true);
+    auto* settings = button("Import Settings…", readingNotes_);
+    connect(settings, &QPushButton::clicked, this, [this] { editImportSettings(model_, this); });
+    row->addWidget(readingNotesText_, 1);
+    row->addWidget(settings);
+    readingNotes_->hide();
+    return readingNotes_;
 }
 
 QWidget* MainWindow::makeStatePage() {
@@ -266,6 +285,7 @@ QWidget* MainWindow::makeTranscriptPane() {
             &MainWindow::transcriptMenu);
     connect(transcriptView_->selectionModel(), &QItemSelectionModel::currentChanged, this,
             &MainWindow::showSelectedMessage);
+    column->addWidget(makeReadingNotes());
     column->addWidget(transcriptView_, 1);
     return pane;
 }
@@ -375,6 +395,7 @@ void MainWindow::addShortcuts() {
 void MainWindow::addExportMenu() {
     menuBar()->addMenu(makeExportMenu(model_, this));
     model_.exports().setDialogs(ExportDialogs::native(this));
+    model_.counsel().setDialogs(ExportDialogs::native(this));
     answerExportOptions(model_, this);
 }
 
@@ -414,6 +435,7 @@ void MainWindow::showState() {
     const auto state = model_.state();
     sourceLabel_->setText(model_.sourceText());
     pages_->setCurrentIndex(state == AppModel::State::ready ? 1 : 0);
+    showReadingNotes();
     stateText_->setText(state == AppModel::State::loading
                             ? QString("Opening the Messages database…")
                             : model_.stateMessage());
@@ -528,6 +550,14 @@ void MainWindow::showEvictionReport() {
                            " since the last check (" + QString::number(report->missingNow) +
                            " of " + QString::number(report->total) + " missing now). " +
                            AppModel::evictionAdvice);
+}
+
+void MainWindow::showReadingNotes() {
+    const auto notes = model_.readingNotes();
+    readingNotes_->setVisible(!notes.empty());
+    QStringList lines;
+    for (const auto& note : notes) lines << qs(note).toHtmlEscaped();
+    readingNotesText_->setText("<b>How this chat export was read</b><br>" + lines.join("<br>"));
 }
 
 void MainWindow::showEvent(QShowEvent* event) {

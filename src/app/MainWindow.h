@@ -59,6 +59,8 @@ private:
     QWidget* makeTranscriptPane();
     QWidget* makeSidebar();
     QWidget* makeStatusLine();
+    // What the reader of an imported chat export had to assume, with its settings at hand.
+    QWidget* makeReadingNotes();
     void addShortcuts();
     void addExportMenu();
     // Snapshots, the custody log and whether calls are merged into transcripts.
@@ -71,6 +73,7 @@ private:
     void showEvidence();
     void showStatus();
     void showEvictionReport();
+    void showReadingNotes();
     // The stores set aside as damaged, each listed once with where it was kept.
     void showStoreProblems();
     void showSelectedMessage();
@@ -91,6 +94,8 @@ private:
 
     QLabel* sourceLabel_;
     QFrame* eviction_;
+    QFrame* readingNotes_;
+    QLabel* readingNotesText_;
     QLabel* evictionText_;
     QStackedWidget* pages_;
     QLabel* stateText_;

@@ -19,8 +19,10 @@ QString reasonOf(std::exception_ptr error) {
     return qs(messageOf(error));
 }
 
+}  // namespace
+
 // Unlocked first: the system will not move immutable files. Anything that stops the move
-// seals the folder again, so a snapshot is never left open to change.
+// seals the folder again, so a sealed folder is never left open to change.
 void unlockAndTrash(const std::filesystem::path& folder, const CancelFlag& cancel) {
     // Without the data folder the Trash would be set up in the working folder instead.
     QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation));
@@ -30,8 +32,6 @@ void unlockAndTrash(const std::filesystem::path& folder, const CancelFlag& cance
     cancel.check();
     throw Error("the system could not move the folder " + folder.string());
 }
-
-}  // namespace
 
 QString Snapshots::trashExplanation(const SnapshotInfo& snapshot) {
     return qs(snapshot.id) +
@@ -82,8 +82,7 @@ std::optional<QString> Snapshots::whyNotTake() const {
 
 bool Snapshots::refuseWhileBusy() {
     if (!model_.jobs().isRunning()) return false;
-    emit statusReported(
-        "Another export or snapshot is running; wait for it to finish or cancel it.");
+    emit statusReported(Jobs::busyText);
     return true;
 }
 

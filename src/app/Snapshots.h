@@ -11,10 +11,15 @@
 
 #include "app/Background.h"
 #include "custody/Preservation.h"
+#include "support/CancelFlag.h"
 
 namespace bc::app {
 
 class AppModel;
+
+// Unlocks a sealed folder (snapshot or import) and moves it to the Trash; anything that stops
+// the move locks it again. Throws Error, or CancelledError.
+void unlockAndTrash(const std::filesystem::path& folder, const CancelFlag& cancel);
 
 // Preservation snapshots as the window offers them: sealing one from the live source, the list
 // newest first, verifying one, reading one as the source and moving one to the Trash. Sealing,

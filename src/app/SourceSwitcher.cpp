@@ -4,6 +4,7 @@
 
 #include "app/AppModel.h"
 #include "app/Snapshots.h"
+#include "app/WhatsAppSources.h"
 #include "sources/MessageDatabase.h"
 
 namespace bc::app {
@@ -15,6 +16,13 @@ const QString liveEntry = "live";
 const QString fileEntry = "file";
 const QString openFileEntry = "open-file";
 const QString snapshotPrefix = "snapshot:";
+const QString whatsAppMacEntry = "whatsapp-mac";
+const QString importPrefix = "import:";
+const QString importFileEntry = "import-file";
+
+QString importEntry(const ImportInfo& info) {
+    return importPrefix + QString::fromStdString(info.id);
+}
 
 }  // namespace
 
@@ -24,6 +32,7 @@ SourceSwitcher::SourceSwitcher(AppModel& model, QWidget* parent)
     setSizeAdjustPolicy(QComboBox::AdjustToContents);
     connect(this, &QComboBox::activated, this, &SourceSwitcher::choose);
     connect(&model_.snapshots(), &Snapshots::listChanged, this, &SourceSwitcher::showSources);
+    connect(&model_.whatsApp(), &WhatsAppSources::listChanged, this, &SourceSwitcher::showSources);
     connect(&model_, &AppModel::stateChanged, this, &SourceSwitcher::showSources);
     showSources();
 }
@@ -32,6 +41,7 @@ void SourceSwitcher::showSources() {
     const QSignalBlocker quiet(this);
     clear();
     addItem(liveText, liveEntry);
+    if (WhatsAppSources::macAvailable()) addItem(whatsAppMacText, whatsAppMacEntry);
     const auto kind = model_.sourceKind();
     const auto database = model_.database();
     if (kind == AppModel::SourceKind::file && database)
@@ -42,14 +52,22 @@ void SourceSwitcher::showSources() {
     for (const auto& snapshot : snapshots)
         addItem(QString::fromStdString(snapshot.id + " — " + snapshot.scope),
                 snapshotPrefix + QString::fromStdString(snapshot.id));
+    const auto& imports = model_.whatsApp().list();
+    if (!imports.empty()) insertSeparator(count());
+    for (const auto& info : imports)
+        addItem(QString::fromStdString(info.label() + ": " + info.chatName()), importEntry(info));
     insertSeparator(count());
     addItem(openFileText, openFileEntry);
+    addItem(importText, importFileEntry);
 
     QString current = liveEntry;
     if (kind == AppModel::SourceKind::file && database) current = fileEntry;
     if (const auto& open = model_.sourceChoice().snapshot;
         kind == AppModel::SourceKind::snapshot && open)
         current = snapshotPrefix + QString::fromStdString(open->id);
+    if (kind == AppModel::SourceKind::whatsAppMac) current = whatsAppMacEntry;
+    if (const auto& open = model_.openedImport(); kind == AppModel::SourceKind::import && open)
+        current = importEntry(*open);
     setCurrentIndex(std::max(0, findData(current)));
 }
 
@@ -60,6 +78,14 @@ void SourceSwitcher::choose(int index) {
         model_.openLive();
     } else if (entry == openFileEntry) {
         emit openFileRequested();
+    } else if (entry == importFileEntry) {
+        emit importRequested();
+    } else if (entry == whatsAppMacEntry &&
+               model_.sourceKind() != AppModel::SourceKind::whatsAppMac) {
+        model_.openWhatsAppMac();
+    } else if (entry.startsWith(importPrefix)) {
+        const auto* info = model_.whatsApp().find(entry.mid(importPrefix.size()).toStdString());
+        if (info) model_.openImport(*info);
     } else if (entry.startsWith(snapshotPrefix)) {
         const auto* snapshot =
             model_.snapshots().find(entry.mid(snapshotPrefix.size()).toStdString());
