@@ -197,7 +197,7 @@ void Exports::startExhibit(const ExhibitRequest& request) {
 }
 
 bool Exports::exportSearchResults(RangeExportFormat format) {
-    const auto database = model_.database();
+    const auto database = model_.source();
     const auto query = model_.searches().lastSearchQuery();
     auto hits = model_.searches().searchResults();
     if (model_.jobs().isRunning() || !database || !query || hits.empty()) return false;

@@ -10,7 +10,7 @@
 #include "app/WhatsAppSources.h"
 #include "custody/CustodyLog.h"
 #include "sources/WhatsAppDatabase.h"
-#include "testing/ChatStorage.h"
+#include "sources/demo/DemoWriters.h"
 
 namespace bc::app::testing {
 namespace {
@@ -183,7 +183,7 @@ TEST_F(WhatsAppSourcesTest, WhatsAppForMacIsOfferedOnlyWhenItsDatabaseExists) {
     EXPECT_EQ(picker().findText(SourceSwitcher::whatsAppMacText), -1);
 
     fs::create_directories(WhatsAppDatabase::macContainer());
-    bc::testing::writeChatStorage(
+    demo::writeChatStorage(
         WhatsAppDatabase::macDatabasePath(),
         "INSERT INTO ZWACHATSESSION VALUES (1, 0, '1@s.whatsapp.net', 'Ann');"
         "INSERT INTO ZWAMESSAGE (Z_PK, ZCHATSESSION, ZMESSAGETYPE, ZMESSAGEDATE, ZTEXT) "
