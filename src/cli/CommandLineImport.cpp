@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "cli/DatabaseChoice.h"
 #include "cli/DemoStores.h"
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
@@ -61,7 +62,12 @@ int CommandLineImport::importFile() {
 int CommandLineImport::listSources() {
     try {
         if (arguments_.contains("--demo")) redirectStoresToDemo();
-        out_ << "messages\tLive Messages (" << MessageDatabase::defaultPath().string() << ")\n";
+        // "messages" reads what --demo or --database name, and says which.
+        const auto messages = DatabaseChoice::from(arguments_);
+        const char* label = arguments_.contains("--demo") ? "Sample Messages database, demo mode ("
+                            : arguments_.contains("--database") ? "Messages database file ("
+                                                                : "Live Messages (";
+        out_ << "messages\t" << label << messages.path.string() << ")\n";
         if (fs::exists(WhatsAppDatabase::macDatabasePath()))
             out_ << "whatsapp\t" << WhatsAppDatabase::liveLabel << "\n";
         for (const auto& snapshot : Preservation::list())
