@@ -18,6 +18,7 @@
 #include <iostream>
 #include <random>
 
+#include "StatementTrace.h"
 #include "sources/MessageDatabase.h"
 #include "sources/demo/DemoData.h"
 #include "sources/demo/LargeSample.h"
@@ -45,33 +46,7 @@ const fs::path& databaseFile() {
     return file;
 }
 
-// Every statement any connection runs while capturing, collected through the engine's trace hook.
-std::vector<std::string> captured;
-bool capturing = false;
-
-int traceStatement(unsigned, void*, void* statement, void*) {
-    if (capturing) captured.emplace_back(sqlite3_sql(static_cast<sqlite3_stmt*>(statement)));
-    return 0;
-}
-
-int installTrace(sqlite3* db, char**, const sqlite3_api_routines*) {
-    sqlite3_trace_v2(db, SQLITE_TRACE_STMT, traceStatement, nullptr);
-    return SQLITE_OK;
-}
-
-[[maybe_unused]] const bool traceInstalled = [] {
-    sqlite3_auto_extension(reinterpret_cast<void (*)()>(installTrace));
-    return true;
-}();
-
-template <typename Work>
-std::vector<std::string> statementsOf(Work&& work) {
-    captured.clear();
-    capturing = true;
-    work();
-    capturing = false;
-    return std::move(captured);
-}
+using bench::statementsOf;
 
 std::vector<int64_t> allChatIDs() {
     std::vector<int64_t> ids;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "StatementTrace.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/demo/DemoWriters.h"
 #include "support/Files.h"
@@ -75,27 +76,6 @@ const fs::path& databaseFile() {
     return file;
 }
 
-std::vector<std::string> captured;
-bool capturing = false;
-
-int traceStatement(unsigned, void*, void* statement, void*) {
-    if (!capturing) return 0;
-    char* sql = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(statement));
-    captured.emplace_back(sql ? sql : "");
-    sqlite3_free(sql);
-    return 0;
-}
-
-int installTrace(sqlite3* db, char**, const sqlite3_api_routines*) {
-    sqlite3_trace_v2(db, SQLITE_TRACE_STMT, traceStatement, nullptr);
-    return SQLITE_OK;
-}
-
-[[maybe_unused]] const bool traceInstalled = [] {
-    sqlite3_auto_extension(reinterpret_cast<void (*)()>(installTrace));
-    return true;
-}();
-
 bc::WhatsAppDatabase openReader() {
     return {databaseFile(), std::nullopt, bc::WhatsAppDatabase::Origin::sealedImport, "bench"};
 }
@@ -116,11 +96,7 @@ BENCHMARK(reader)->Unit(benchmark::kMillisecond)->UseRealTime();
 // Every row's every column, as text or number by its stored type, into nothing.
 void plainC(benchmark::State& state) {
     auto db = openReader();
-    captured.clear();
-    capturing = true;
-    db.fetchTranscript({1});
-    capturing = false;
-    const std::vector<std::string> statements = std::move(captured);
+    const auto statements = bench::statementsOf([&] { db.fetchTranscript({1}); });
     sqlite3* handle = nullptr;
     const std::string uri = "file:" + databaseFile().string() + "?immutable=1";
     if (sqlite3_open_v2(uri.c_str(), &handle, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) !=

@@ -28,7 +28,7 @@ std::optional<std::string> appLabel(const Message& message);
 
 // Recovered parts are numbered from 1 wherever they are shown.
 int partNumber(const RecoveredPart& part);
-// "Recovered deleted part 1"
+// The label of a recovered part, numbered from 1 as above.
 std::string recoveredPart(const RecoveredPart& part);
 
 // "Original", then "Edit 1", "Edit 2", …
