@@ -9,7 +9,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_check
                 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/sanitizer-suppressions.txt \
                 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
-.PHONY: all deps build build-sanitize test test-normal test-sanitize demo app format bench clean
+.PHONY: all deps build build-sanitize test test-normal test-sanitize test-package package demo app format bench clean
 
 all: build
 
@@ -34,7 +34,20 @@ test-normal: build
 test-sanitize: build-sanitize
 	cd $(SANITIZE_DIR) && $(SANITIZER_ENV) ctest $(CTEST_FLAGS)
 
-test: test-normal test-sanitize
+# The installable package of this system: a .deb on Linux, a .dmg on macOS (untested here).
+package: build
+	rm -f $(BUILD_DIR)/package/*.deb $(BUILD_DIR)/package/*.dmg
+	cd $(BUILD_DIR) && cpack
+
+# Only a Debian system can unpack and check the .deb; elsewhere there is nothing to check.
+ifeq ($(shell uname -s),Linux)
+test-package: package
+	tests/package/installed-package.sh $(BUILD_DIR)/package/brindlecourt_*.deb
+else
+test-package:
+endif
+
+test: test-normal test-sanitize test-package
 
 # The main job on the generated sample data, into a fresh folder: a snapshot, an HTML archive and
 # a PDF of the sample conversation, an exhibit of its flagged messages (Bates numbers, one

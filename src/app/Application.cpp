@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include <QApplication>
 #include <QDir>
@@ -12,6 +14,7 @@
 #include "app/AppModel.h"
 #include "app/ExportSheet.h"
 #include "app/MainWindow.h"
+#include "app/WhatsAppSources.h"
 #include "cli/DemoStores.h"
 #include "counsel/CounselBundle.h"
 
@@ -23,6 +26,27 @@ bool asksForDemo(int argc, char** argv) {
     for (int index = 1; index < argc; ++index)
         if (std::strcmp(argv[index], "--demo") == 0) return true;
     return false;
+}
+
+// The file a desktop asked to open with the program, if any ("brindlecourt FILE").
+std::optional<std::filesystem::path> fileArgument(int argc, char** argv) {
+    for (int index = 1; index < argc; ++index)
+        if (argv[index][0] != '-') return std::filesystem::path(argv[index]);
+    return std::nullopt;
+}
+
+// A chosen file is read as a Messages database, whose reader says plainly when it is not one;
+// chat exports and WhatsApp's own database are sealed as imports, which open once sealed, so the
+// live messages are shown meanwhile and stay if the import fails.
+void openFirstSource(AppModel& model, const std::optional<std::filesystem::path>& file) {
+    const auto imports = [](const std::filesystem::path& path) {
+        const auto extension = path.extension().string();
+        return extension == ".zip" || extension == ".txt" ||
+               path.filename() == "ChatStorage.sqlite";
+    };
+    if (file && !imports(*file)) return model.openSource(*file, AppModel::SourceKind::file);
+    model.openLive();
+    if (file) model.whatsApp().importFile(*file);
 }
 
 bool saveGrab(QWidget& widget, const QDir& folder, const QString& name) {
@@ -88,7 +112,7 @@ int runApplication(int argc, char** argv) {
     window.show();
     if (const auto folder = qEnvironmentVariable("BRINDLECOURT_SCREENSHOTS"); !folder.isEmpty())
         saveScreenshotsOnceShown(model, window, QDir(folder));
-    model.openLive();
+    openFirstSource(model, fileArgument(argc, argv));
     model.loadContacts();
     model.setPolling(true);
     return application.exec();

@@ -1,11 +1,12 @@
 #include "cli/CommandLine.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "BuildInfo.h"
 #include "cli/Arguments.h"
 #include "cli/Benchmark.h"
 #include "cli/CommandLineExport.h"
@@ -13,6 +14,7 @@
 #include "cli/CommandLineSearch.h"
 #include "cli/CounselCommands.h"
 #include "cli/Interrupt.h"
+#include "custody/CustodySystemInfo.h"
 
 namespace bc::cli {
 
@@ -40,7 +42,8 @@ constexpr std::string_view help =
     "  brindlecourt --bundle --title \"Title\" --out <file.zip> <item>...\n"
     "               (the bundle's password is read from standard input)\n"
     "  brindlecourt --benchmark [--generate <messages>]\n"
-    "  brindlecourt [--demo]            open the window\n"
+    "  brindlecourt [--demo] [FILE]     open the window (on FILE: a Messages database, or a\n"
+    "                                   WhatsApp chat export or ChatStorage file to import)\n"
     "\n"
     "  --source SOURCE   export from messages, whatsapp, snapshot:ID or import:ID, as\n"
     "                    --list-sources prints them (--statement also takes a snapshot folder)\n"
@@ -91,6 +94,18 @@ const std::set<std::string> importOptionsWithValue{"--import", "--chat-name", "-
                                                    "--time-zone"};
 const std::set<std::string> importFlags{"--list-sources", "--day-first", "--month-first"};
 
+// A desktop opens a chosen file with the program as "brindlecourt FILE": the window opens it.
+bool opensFileInWindow(const Arguments& arguments) {
+    const auto& items = arguments.items();
+    const auto isFile = [](const std::string& item) {
+        std::error_code error;
+        return !item.starts_with("-") && std::filesystem::is_regular_file(item, error);
+    };
+    const auto files = std::count_if(items.begin(), items.end(), isFile);
+    const auto demo = std::count(items.begin(), items.end(), std::string("--demo"));
+    return files == 1 && files + demo == static_cast<long>(items.size());
+}
+
 // The first argument that is neither a known option nor the value after one.
 std::optional<std::string> unknownOption(const Arguments& arguments) {
     const auto& items = arguments.items();
@@ -114,7 +129,7 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         return 0;
     }
     if (arguments.contains("--version")) {
-        out << "Brindlecourt " << build::version << " (" << build::number << ")\n";
+        out << "Brindlecourt " << custodySystemInfo::appVersion() << "\n";
         return 0;
     }
     // Its items are plain paths, which the general option check would refuse.
@@ -122,6 +137,7 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         const auto cancel = cancelOnInterrupt();
         return CounselCommands(arguments, std::cin, out, err, *cancel).bundle();
     }
+    if (opensFileInWindow(arguments)) return std::nullopt;
     if (const auto unknown = unknownOption(arguments)) {
         err << "Unknown option " << *unknown << ".\n" << help;
         return 2;

@@ -11,7 +11,7 @@ namespace bc::custodySystemInfo {
 // Read afresh on every call: the host name or the user's full name may change while running.
 CustodySystemInfo current();
 
-// "version (build)" of this build, e.g. "dev (0)" for a development build.
+// "version (build)" of this build, e.g. "0.1.0 (248)".
 std::string appVersion();
 // An empty version is shown as "dev", an empty build number as "0".
 std::string appVersion(std::string_view version, std::string_view build);

@@ -1,13 +1,16 @@
 #include <QLabel>
 #include <QListView>
 #include <QListWidget>
+#include <QMenuBar>
 #include <QMessageBox>
+#include <QPlainTextEdit>
 #include <QTest>
 #include <QTreeWidget>
 
 #include "AppFixture.h"
 #include "app/MainWindow.h"
 #include "app/TranscriptModel.h"
+#include "custody/CustodySystemInfo.h"
 #include "support/Sqlite.h"
 
 namespace bc::app::testing {
@@ -163,6 +166,23 @@ TEST_F(WindowTest, EveryDamagedStoreIsShownOnceTheWindowIsUpAndLogged) {
     EXPECT_TRUE(later.contains("attachment-presence.json couldn't be read and was kept as "))
         << later.toStdString();
     EXPECT_FALSE(later.contains("evidence.json"));
+}
+
+TEST_F(WindowTest, AboutNamesTheCertifiedVersionAndTheLicencesOfTheLibraries) {
+    openWindow();
+    auto* help = window_->findChild<QMenu*>("helpMenu");
+    ASSERT_TRUE(help);
+    EXPECT_TRUE(window_->menuBar()->actions().contains(help->menuAction()));
+    for (auto* action : help->actions())
+        if (action->text() == "About Brindlecourt") action->trigger();
+    auto* about = window_->findChild<QDialog*>("about");
+    ASSERT_TRUE(about);
+    const auto version = about->findChild<QLabel*>("aboutVersion")->text();
+    EXPECT_TRUE(version.contains(QString::fromStdString(custodySystemInfo::appVersion())));
+    EXPECT_FALSE(version.contains("dev")) << "a build names its real version";
+    const auto notices = about->findChild<QPlainTextEdit*>()->toPlainText();
+    for (const char* library : {"Qt 6", "OpenSSL", "SQLite", "LGPL-3.0-only", "Apache-2.0"})
+        EXPECT_TRUE(notices.contains(library)) << library;
 }
 
 }  // namespace
