@@ -233,7 +233,7 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
     const auto generation = ++sourceGeneration_;
     ++transcriptGeneration_;
     attachmentRounds_.reset();
-    setState(State::loading);
+    setState(State::loading, "Opening " + sourceNoun(kind) + "…");
     auto cancel = beginTask("Opening " + sourceNoun(kind) + "…");
     background_.run(
         [open, cancel] {
@@ -302,6 +302,14 @@ void AppModel::readSignature(std::optional<int64_t> listedVersion) {
 
 void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
                            const std::filesystem::path& path) {
+    // A source that fails to open never takes the working one with it.
+    if (source_) {
+        endTask(isCancellation(error) ? "Cancelled." : "");
+        setState(State::ready);
+        if (!isCancellation(error))
+            emit openFailed("Couldn't open " + sourceNoun(kind) + ": " + qs(messageOf(error)));
+        return;
+    }
     source_.reset();
     sourceChoice_ = {};
     import_.reset();

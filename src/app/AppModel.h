@@ -194,6 +194,8 @@ signals:
     void evictionReportChanged();
     void storeProblemsFound();
     void searchChanged();
+    // Another source could not be opened; the one in use stays open.
+    void openFailed(const QString& message);
 
 private:
     struct Opened;

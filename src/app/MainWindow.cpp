@@ -144,6 +144,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
+    connect(&model_, &AppModel::openFailed, this, &MainWindow::showOpenFailure);
     connect(&model_, &AppModel::conversationsChanged, this, &MainWindow::showConversations);
     connect(&model_, &AppModel::transcriptChanged, this, &MainWindow::showTranscript);
     connect(&model_, &AppModel::flagsChanged, this, &MainWindow::showEvidence);
@@ -214,13 +215,15 @@ QWidget* MainWindow::makeStatePage() {
     stateText_->setAlignment(Qt::AlignCenter);
     stateText_->setMaximumWidth(640);
     auto* open = button("Open a Messages database file…", page);
-    auto* retry = button("Try Again", page);
+    retryButton_ = button("Try Again", page);
+    retryButton_->setObjectName("tryAgain");
+    retryButton_->hide();
     connect(open, &QPushButton::clicked, this, &MainWindow::openDatabaseFile);
-    connect(retry, &QPushButton::clicked, &model_, &AppModel::openLive);
+    connect(retryButton_, &QPushButton::clicked, &model_, &AppModel::openLive);
     column->addStretch();
     column->addWidget(stateText_, 0, Qt::AlignHCenter);
     column->addWidget(open, 0, Qt::AlignHCenter);
-    column->addWidget(retry, 0, Qt::AlignHCenter);
+    column->addWidget(retryButton_, 0, Qt::AlignHCenter);
     column->addStretch();
     return page;
 }
@@ -438,9 +441,17 @@ void MainWindow::showState() {
     sourceLabel_->setText(model_.sourceText());
     pages_->setCurrentIndex(state == AppModel::State::ready ? 1 : 0);
     showReadingNotes();
-    stateText_->setText(state == AppModel::State::loading
-                            ? QString("Opening the Messages database…")
-                            : model_.stateMessage());
+    stateText_->setText(model_.stateMessage());
+    const bool failed = state == AppModel::State::failed || state == AppModel::State::accessNeeded;
+    retryButton_->setVisible(failed);
+}
+
+void MainWindow::showOpenFailure(const QString& message) {
+    auto* box =
+        new QMessageBox(QMessageBox::Warning, "Couldn't Open", message, QMessageBox::Ok, this);
+    box->setObjectName("openFailure");
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
 }
 
 void MainWindow::showConversations() {

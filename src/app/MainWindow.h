@@ -67,6 +67,7 @@ private:
     void addSnapshotMenu();
 
     void showState();
+    void showOpenFailure(const QString& message);
     void showConversations();
     void showTranscript(bool keepPosition);
     void showTimelineTree();
@@ -99,6 +100,7 @@ private:
     QLabel* evictionText_;
     QStackedWidget* pages_;
     QLabel* stateText_;
+    QPushButton* retryButton_;
     QListWidget* conversationList_;
     QListView* transcriptView_;
     QComboBox* unitChoice_;

@@ -4,11 +4,13 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QTest>
 #include <QTreeWidget>
 
 #include "AppFixture.h"
 #include "app/MainWindow.h"
+#include "app/SourceSwitcher.h"
 #include "app/TranscriptModel.h"
 #include "custody/CustodySystemInfo.h"
 #include "support/Sqlite.h"
@@ -183,6 +185,33 @@ TEST_F(WindowTest, AboutNamesTheCertifiedVersionAndTheLicencesOfTheLibraries) {
     const auto notices = about->findChild<QPlainTextEdit*>()->toPlainText();
     for (const char* library : {"Qt 6", "OpenSSL", "SQLite", "LGPL-3.0-only", "Apache-2.0"})
         EXPECT_TRUE(notices.contains(library)) << library;
+}
+
+TEST_F(WindowTest, AFileThatFailsToOpenLeavesTheWorkingSourceOpenAndSaysWhyInFull) {
+    openWindow();
+    const auto conversations = model_->conversations().size();
+    const auto source = model_->sourceText();
+    auto* picker = window_->findChild<SourceSwitcher*>();
+    ASSERT_TRUE(picker);
+    const auto picked = picker->currentText();
+    auto* retry = window_->findChild<QPushButton*>("tryAgain");
+    ASSERT_TRUE(retry);
+    EXPECT_TRUE(retry->isHidden()) << "nothing has failed yet";
+
+    const auto broken = folder_ / "notes.db";
+    bc::testing::writeText(broken, "this is not a database, only text long enough to be read");
+    model_->openSource(broken, AppModel::SourceKind::file);
+    QMessageBox* shown = nullptr;
+    ASSERT_TRUE(waitFor([&] { return (shown = window_->findChild<QMessageBox*>("openFailure")); }));
+    EXPECT_TRUE(shown->text().startsWith("Couldn't open the Messages database: "))
+        << shown->text().toStdString();
+    EXPECT_EQ(model_->state(), AppModel::State::ready);
+    EXPECT_EQ(model_->conversations().size(), conversations);
+    EXPECT_EQ(model_->sourceText(), source);
+    EXPECT_EQ(picker->currentText(), picked);
+    EXPECT_EQ(window_->findChild<QListWidget*>("conversations")->count(),
+              static_cast<int>(conversations));
+    shown->close();
 }
 
 }  // namespace
