@@ -28,6 +28,7 @@
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
 #include "app/HelpMenu.h"
+#include "app/NoteEditor.h"
 #include "app/QtText.h"
 #include "app/SearchPanel.h"
 #include "app/Snapshots.h"
@@ -318,17 +319,13 @@ QWidget* MainWindow::makeSidebar() {
             [this](QListWidgetItem* item) { showMessage(item->data(messageIDRole).toLongLong()); });
     flagButton_ = button("Flag as Evidence", evidence,
                          "Flag as evidence: adds this message to the Evidence sidebar");
-    noteEditor_ = new QPlainTextEdit(evidence);
-    noteEditor_->setPlaceholderText("Add a private note");
+    noteEditor_ = new NoteEditor(model_, evidence);
     noteEditor_->setMaximumHeight(90);
     saveNoteButton_ = button("Save Note", evidence);
     connect(flagButton_, &QPushButton::clicked, this, [this] {
         if (const auto* message = selectedMessage()) model_.toggleFlag(*message);
     });
-    connect(saveNoteButton_, &QPushButton::clicked, this, [this] {
-        if (const auto* message = selectedMessage())
-            model_.setNote(noteEditor_->toPlainText().toStdString(), *message);
-    });
+    connect(saveNoteButton_, &QPushButton::clicked, noteEditor_, &NoteEditor::save);
     column->addWidget(new QLabel("Flagged messages of this conversation:", evidence));
     column->addWidget(evidenceList_, 1);
     column->addWidget(new QLabel("Selected message:", evidence));
@@ -342,6 +339,8 @@ QWidget* MainWindow::makeSidebar() {
             [this] { model_.exports().showExhibitBuilder(); });
     column->addWidget(exhibitButton_);
     tabs->addTab(evidence, "Evidence");
+    evidenceTab_ = evidence;
+    sidebarTabs_ = tabs;
 
     searchPanel_ = new SearchPanel(model_, tabs);
     connect(searchPanel_, &SearchPanel::revealRequested, this, &MainWindow::reveal);
@@ -599,10 +598,9 @@ void MainWindow::showSelectedMessage() {
     const bool usable = message && !message->isUserEvent();
     flagButton_->setEnabled(usable);
     // A note typed on an unflagged message flags it.
-    noteEditor_->setEnabled(usable);
+    noteEditor_->edit(message);
     saveNoteButton_->setEnabled(usable);
     flagButton_->setText(usable && model_.isFlagged(*message) ? "Remove Flag" : "Flag as Evidence");
-    noteEditor_->setPlainText(usable ? qs(model_.noteFor(*message)) : QString());
 }
 
 // ---- actions
@@ -663,6 +661,11 @@ void MainWindow::editEvent(const Message& row) {
     if (dialog.exec() == QDialog::Accepted) model_.saveEvent(dialog.event());
 }
 
+void MainWindow::closeEvent(QCloseEvent* event) {
+    noteEditor_->save();
+    QMainWindow::closeEvent(event);
+}
+
 void MainWindow::transcriptMenu(const QPoint& at) {
     const auto index = transcriptView_->indexAt(at);
     if (!index.isValid()) return;
@@ -676,7 +679,11 @@ void MainWindow::transcriptMenu(const QPoint& at) {
     } else {
         menu.addAction(model_.isFlagged(row) ? "Remove Flag" : "Flag as Evidence", this,
                        [this, row] { model_.toggleFlag(row); });
-        menu.addAction("Add a Private Note", this, [this] { noteEditor_->setFocus(); });
+        menu.addAction("Add a Private Note", this, [this, index] {
+            transcriptView_->setCurrentIndex(index);
+            sidebarTabs_->setCurrentWidget(evidenceTab_);
+            noteEditor_->setFocus();
+        });
         menu.addAction("Add Event Here…", this, &MainWindow::addEvent);
     }
     menu.exec(transcriptView_->viewport()->mapToGlobal(at));

@@ -11,7 +11,7 @@ class QComboBox;
 class QLabel;
 class QListView;
 class QListWidget;
-class QPlainTextEdit;
+class QTabWidget;
 class QProgressBar;
 class QPushButton;
 class QStackedWidget;
@@ -21,6 +21,7 @@ class QFrame;
 namespace bc::app {
 
 class CustodyLogWindow;
+class NoteEditor;
 class SearchPanel;
 class SnapshotsWindow;
 class ThumbnailCache;
@@ -50,6 +51,7 @@ public:
 
 protected:
     void showEvent(QShowEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     QWidget* makeSourceBar();
@@ -107,9 +109,11 @@ private:
     QTreeWidget* timelineTree_;
     QListWidget* evidenceList_;
     SearchPanel* searchPanel_;
+    QTabWidget* sidebarTabs_;
+    QWidget* evidenceTab_;
     std::optional<int64_t> pendingReveal_;
     QPushButton* flagButton_;
-    QPlainTextEdit* noteEditor_;
+    NoteEditor* noteEditor_;
     QPushButton* saveNoteButton_;
     QPushButton* exhibitButton_;
     QLabel* statusText_;

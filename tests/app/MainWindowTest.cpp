@@ -214,5 +214,27 @@ TEST_F(WindowTest, AFileThatFailsToOpenLeavesTheWorkingSourceOpenAndSaysWhyInFul
     shown->close();
 }
 
+TEST_F(WindowTest, ATypedNoteIsKeptWithoutSavingWhenTheSelectionMovesOnOrTheWindowCloses) {
+    openWindow();
+    auto* note = window_->findChild<QPlainTextEdit*>("note");
+    ASSERT_TRUE(note);
+    const auto first = model_->transcript().rows[0];
+    const auto second = model_->transcript().rows[1];
+    ASSERT_FALSE(first.isUserEvent() || second.isUserEvent());
+
+    QTest::keyClicks(note, "Said this twice");
+    window_->transcriptView()->setCurrentIndex(view().model()->index(1, 0));
+    EXPECT_EQ(model_->noteFor(first), "Said this twice");
+    EXPECT_TRUE(model_->isFlagged(first)) << "a note flags its message";
+    EXPECT_TRUE(note->toPlainText().isEmpty()) << "the next message has no note yet";
+
+    QTest::keyClicks(note, "Typed and left");
+    ASSERT_TRUE(waitFor([&] { return model_->noteFor(second) == "Typed and left"; }))
+        << "saved once typing pauses";
+    QTest::keyClicks(note, ", then closed");
+    window_->close();
+    EXPECT_EQ(model_->noteFor(second), "Typed and left, then closed");
+}
+
 }  // namespace
 }  // namespace bc::app::testing
