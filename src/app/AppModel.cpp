@@ -28,6 +28,7 @@ namespace bc::app {
 namespace {
 
 constexpr const char* callsSetting = "calls/isEnabled";
+constexpr const char* contactsSetting = "contacts/file";
 
 bool isAccessDenied(std::exception_ptr error) {
     try {
@@ -330,21 +331,46 @@ void AppModel::failOpening(std::exception_ptr error, SourceKind kind,
 }
 
 void AppModel::loadContacts() {
-    // Demo mode reads nothing of the user's.
-    if (isDemo()) return;
+    // Demo mode reads nothing of the user's: only the sample people have names.
+    auto sources = isDemo() ? ContactResolver::Sources{} : ContactResolver::defaultSources();
+    if (const auto file = contactsFile()) sources.vCardFiles.push_back(*file);
     background_.run(
-        [] {
+        [sources, demo = isDemo()] {
+            if (demo) DemoData::contactsPath();
             auto contacts = std::make_shared<ContactResolver>();
-            contacts->load(ContactResolver::defaultSources());
-            return contacts;
+            return std::make_pair(contacts, contacts->load(sources));
         },
-        [this](std::shared_ptr<ContactResolver> contacts) {
-            contacts_ = std::move(contacts);
+        [this](std::pair<std::shared_ptr<ContactResolver>, std::vector<std::string>> loaded) {
+            contacts_ = std::move(loaded.first);
             if (regroup(true)) loadTranscript(true);
+            // Only the file the user chose is worth a word; the Mac's own databases may be absent.
+            const auto chosen = contactsFile();
+            for (const auto& problem : loaded.second)
+                if (chosen && problem.find(chosen->filename().string()) != std::string::npos)
+                    reportStatus(qs(problem));
         },
-        [](std::exception_ptr) {
-            // Without contacts every name falls back to its handle; nothing to tell the user.
+        [this](std::exception_ptr error) {
+            reportStatus("Couldn't read contacts: " + qs(messageOf(error)));
         });
+}
+
+std::optional<std::filesystem::path> AppModel::contactsFile() const {
+    if (isDemo()) return DemoData::folder() / "Sample contacts.vcf";
+    const auto file = QSettings().value(contactsSetting).toString();
+    if (file.isEmpty()) return std::nullopt;
+    return std::filesystem::path(file.toStdString());
+}
+
+void AppModel::chooseContactsFile(const std::filesystem::path& file) {
+    if (isDemo()) return;
+    QSettings().setValue(contactsSetting, qs(file.string()));
+    loadContacts();
+}
+
+void AppModel::forgetContactsFile() {
+    if (isDemo()) return;
+    QSettings().remove(contactsSetting);
+    loadContacts();
 }
 
 void AppModel::setCallsIncluded(bool included) {

@@ -108,7 +108,12 @@ public:
     const SourceChoice& sourceChoice() const { return sourceChoice_; }
 
     // Contacts give names and same-person grouping once loaded; until then handles stand in.
+    // They come from this Mac's Contacts databases and the contacts file, if one was chosen.
     void loadContacts();
+    // The vCard file chosen for names, remembered between runs; demo mode's is the sample one.
+    std::optional<std::filesystem::path> contactsFile() const;
+    void chooseContactsFile(const std::filesystem::path& file);
+    void forgetContactsFile();
 
     const std::vector<Chat>& chats() const { return chats_; }
     const std::vector<Conversation>& conversations() const { return conversations_; }

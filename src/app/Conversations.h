@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/Message.h"
@@ -35,5 +36,12 @@ struct PersonLookup {
 // participant has the same identity; group chats stay on their own.
 std::vector<Conversation> groupConversations(const std::vector<Chat>& chats,
                                              const PersonLookup& people);
+
+// Which of `list` a typed `query` finds: by its title, or by the identifier, handle or name of
+// any chat or person in it. Case does not matter; numbers compare by their digits, so
+// "(202) 555-0143" finds "+12025550143". An empty query finds all.
+std::vector<bool> conversationsFound(const std::vector<Conversation>& list,
+                                     const std::vector<Chat>& chats, const PersonLookup& people,
+                                     std::string_view query);
 
 }  // namespace bc::app

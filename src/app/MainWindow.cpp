@@ -1,11 +1,15 @@
 #include "app/MainWindow.h"
 
+#include <QApplication>
+#include <QClipboard>
 #include <QComboBox>
+#include <QDir>
 #include <QFileDialog>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
 #include <QListWidget>
 #include <QMenu>
@@ -138,6 +142,8 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     layout->addWidget(makeStatusLine());
     setCentralWidget(central);
     addShortcuts();
+    addFileMenu();
+    addEditMenu();
     addExportMenu();
     addSnapshotMenu();
     menuBar()->addMenu(makeWhatsAppMenu(model_, this));
@@ -230,7 +236,15 @@ QWidget* MainWindow::makeStatePage() {
 }
 
 QWidget* MainWindow::makeConversationList() {
-    conversationList_ = new QListWidget(this);
+    auto* pane = new QWidget(this);
+    auto* column = new QVBoxLayout(pane);
+    column->setContentsMargins(0, 0, 0, 0);
+    conversationFilter_ = new QLineEdit(pane);
+    conversationFilter_->setObjectName("conversationFilter");
+    conversationFilter_->setPlaceholderText("Find a conversation by name, number or address");
+    conversationFilter_->setClearButtonEnabled(true);
+    connect(conversationFilter_, &QLineEdit::textChanged, this, &MainWindow::filterConversations);
+    conversationList_ = new QListWidget(pane);
     conversationList_->setObjectName("conversations");
     conversationList_->setAlternatingRowColors(true);
     conversationList_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -238,7 +252,20 @@ QWidget* MainWindow::makeConversationList() {
     connect(conversationList_, &QListWidget::currentRowChanged, this, [this](int row) {
         model_.selectConversation(row < 0 ? std::nullopt : std::optional<size_t>(row));
     });
-    return conversationList_;
+    column->addWidget(conversationFilter_);
+    column->addWidget(conversationList_, 1);
+    return pane;
+}
+
+void MainWindow::filterConversations() {
+    const PersonLookup people{
+        .name = [this](const std::string& handle) -> std::optional<std::string> {
+            return model_.nameFor(handle);
+        }};
+    const auto found = conversationsFound(model_.conversations(), model_.chats(), people,
+                                          conversationFilter_->text().toStdString());
+    for (size_t row = 0; row < found.size(); ++row)
+        conversationList_->setRowHidden(static_cast<int>(row), !found[row]);
 }
 
 QWidget* MainWindow::makeTranscriptPane() {
@@ -396,6 +423,44 @@ void MainWindow::addShortcuts() {
     bind(QKeySequence("Alt+Right"), 1);
 }
 
+void MainWindow::addFileMenu() {
+    auto* menu = menuBar()->addMenu("File");
+    menu->addAction("Open Messages Database…", QKeySequence::Open, this,
+                    &MainWindow::openDatabaseFile);
+    menu->addAction("Choose Contacts File…", this, &MainWindow::chooseContactsFile);
+    auto* forget = menu->addAction("Forget Contacts File", &model_, &AppModel::forgetContactsFile);
+    connect(menu, &QMenu::aboutToShow, this, [this, forget] {
+        const auto file = model_.contactsFile();
+        forget->setEnabled(file && !model_.isDemo());
+        forget->setText(file ? "Forget Contacts File “" + qs(file->filename().string()) + "”"
+                             : QString("Forget Contacts File"));
+    });
+    menu->addSeparator();
+    menu->addAction("Close Window", QKeySequence::Close, this, &QWidget::close);
+    auto* quit = menu->addAction("Quit", QKeySequence::Quit, qApp, &QApplication::closeAllWindows);
+    quit->setMenuRole(QAction::QuitRole);
+}
+
+void MainWindow::addEditMenu() {
+    auto* menu = menuBar()->addMenu("Edit");
+    auto* copy = menu->addAction("Copy", QKeySequence::Copy, this, [this] {
+        if (const auto* message = selectedMessage())
+            QGuiApplication::clipboard()->setText(qs(message->text));
+    });
+    connect(menu, &QMenu::aboutToShow, this,
+            [this, copy] { copy->setEnabled(selectedMessage() != nullptr); });
+    menu->addAction("Find Conversation", QKeySequence("Ctrl+Shift+F"), this, [this] {
+        conversationFilter_->setFocus();
+        conversationFilter_->selectAll();
+    });
+}
+
+void MainWindow::chooseContactsFile() {
+    const auto file = QFileDialog::getOpenFileName(this, "Choose a contacts file", QDir::homePath(),
+                                                   "Contacts (*.vcf)");
+    if (!file.isEmpty()) model_.chooseContactsFile(file.toStdString());
+}
+
 void MainWindow::addExportMenu() {
     menuBar()->addMenu(makeExportMenu(model_, this));
     model_.exports().setDialogs(ExportDialogs::native(this));
@@ -467,6 +532,7 @@ void MainWindow::showConversations() {
         if (const auto index = model_.selectedIndex())
             conversationList_->setCurrentRow(static_cast<int>(*index));
     }
+    filterConversations();
     // The newest conversation opens by itself.
     if (!model_.selectedIndex() && !model_.conversations().empty())
         conversationList_->setCurrentRow(0);

@@ -9,6 +9,7 @@
 
 class QComboBox;
 class QLabel;
+class QLineEdit;
 class QListView;
 class QListWidget;
 class QTabWidget;
@@ -64,6 +65,10 @@ private:
     // What the reader of an imported chat export had to assume, with its settings at hand.
     QWidget* makeReadingNotes();
     void addShortcuts();
+    // Opening a database, the contacts file, closing and quitting.
+    void addFileMenu();
+    // Copying the selected message and finding a conversation.
+    void addEditMenu();
     void addExportMenu();
     // Snapshots, the custody log and whether calls are merged into transcripts.
     void addSnapshotMenu();
@@ -71,6 +76,8 @@ private:
     void showState();
     void showOpenFailure(const QString& message);
     void showConversations();
+    // Hides the conversations the filter field does not find.
+    void filterConversations();
     void showTranscript(bool keepPosition);
     void showTimelineTree();
     void showEvidence();
@@ -84,6 +91,7 @@ private:
 
     const Message* selectedMessage() const;
     void openDatabaseFile();
+    void chooseContactsFile();
     void addEvent();
     void editEvent(const Message& row);
     void transcriptMenu(const QPoint& at);
@@ -103,6 +111,7 @@ private:
     QStackedWidget* pages_;
     QLabel* stateText_;
     QPushButton* retryButton_;
+    QLineEdit* conversationFilter_;
     QListWidget* conversationList_;
     QListView* transcriptView_;
     QComboBox* unitChoice_;

@@ -61,5 +61,22 @@ TEST(Conversations, ANamedGroupKeepsItsNameAndAChatWithoutPeopleItsIdentifier) {
     EXPECT_EQ(list[1].title, "chat888");
 }
 
+TEST(Conversations, AreFoundByNameNumberOrAddressOfAnyoneInThem) {
+    const std::vector<Chat> chats = {chat(1, "+15550100", {"+15550100"}, 3, 30),
+                                     chat(2, "jo@example.com", {"jo@example.com"}, 2, 20),
+                                     chat(3, "chat333", {"+15550177", "ana@example.com"}, 1, 10)};
+    const auto list = groupConversations(chats, people());
+    ASSERT_EQ(list.size(), 3u);
+    const auto found = [&](std::string_view query) {
+        return conversationsFound(list, chats, people(), query);
+    };
+    EXPECT_EQ(found("  "), (std::vector<bool>{true, true, true}));
+    EXPECT_EQ(found("ANA ex"), (std::vector<bool>{true, false, true})) << "a member's name";
+    EXPECT_EQ(found("(555) 0177"), (std::vector<bool>{false, false, true})) << "digits only";
+    EXPECT_EQ(found("JO@EXAMPLE"), (std::vector<bool>{false, true, false}));
+    EXPECT_EQ(found("555-0100"), (std::vector<bool>{true, false, false}));
+    EXPECT_EQ(found("nobody"), (std::vector<bool>{false, false, false}));
+}
+
 }  // namespace
 }  // namespace bc::app

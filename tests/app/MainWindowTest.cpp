@@ -1,4 +1,5 @@
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
 #include <QListWidget>
 #include <QMenuBar>
@@ -234,6 +235,36 @@ TEST_F(WindowTest, ATypedNoteIsKeptWithoutSavingWhenTheSelectionMovesOnOrTheWind
     QTest::keyClicks(note, ", then closed");
     window_->close();
     EXPECT_EQ(model_->noteFor(second), "Typed and left, then closed");
+}
+
+TEST_F(WindowTest, AChosenContactsFileNamesTheConversationsAndTheFilterFindsThem) {
+    openWindow();
+    auto* list = window_->findChild<QListWidget*>("conversations");
+    const auto shown = [list] {
+        QStringList rows;
+        for (int row = 0; row < list->count(); ++row)
+            if (!list->isRowHidden(row)) rows << list->item(row)->text().section('\n', 0, 0);
+        return rows;
+    };
+    const auto cards = folder_ / "people.vcf";
+    bc::testing::writeText(cards,
+                           "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Sam Taylor\r\n"
+                           "EMAIL:sam.taylor@example.com\r\nEND:VCARD\r\n");
+    model_->chooseContactsFile(cards);
+    ASSERT_TRUE(waitFor([&] { return shown().contains("Sam Taylor"); }));
+    EXPECT_EQ(AppModel().contactsFile(), cards) << "remembered for the next start";
+
+    auto* filter = window_->findChild<QLineEdit*>("conversationFilter");
+    filter->setText("TAYLOR");
+    EXPECT_EQ(shown(), QStringList{"Sam Taylor"});
+    filter->setText("(202) 555-0143");
+    EXPECT_EQ(shown(), (QStringList{"+12025550143", "Weekend Crew"})) << "a member's number";
+    filter->clear();
+    EXPECT_EQ(shown().size(), list->count());
+
+    model_->forgetContactsFile();
+    ASSERT_TRUE(waitFor([&] { return shown().contains("sam.taylor@example.com"); }));
+    EXPECT_FALSE(model_->contactsFile().has_value());
 }
 
 }  // namespace

@@ -401,6 +401,28 @@ fs::path DemoData::databasePath() {
     return file;
 }
 
+fs::path DemoData::contactsPath() {
+    // Each handle of the sample database with a fictional name; the owner is not among them.
+    static constexpr std::pair<const char*, const char*> people[] = {
+        {"Sam Taylor", "EMAIL:sam.taylor@example.com"},
+        {"Jordan Lee", "EMAIL:jordan.lee@example.com"},
+        {"Priya Shah", "TEL:+12025550143"},
+        {"Marcus Webb", "TEL:+12025550178"},
+        {"Dana Whitfield", "TEL:+13125550116"},
+        {"Riley Chen", "TEL:+14155550190"},
+        {"Morgan Ellis", "TEL:+16175550132"},
+        {"Casey Nguyen", "TEL:+17185550155"},
+    };
+    std::string cards;
+    for (const auto& [name, handle] : people)
+        cards += std::string("BEGIN:VCARD\r\nVERSION:3.0\r\nFN:") + name + "\r\n" + handle +
+                 "\r\nEND:VCARD\r\n";
+    const fs::path file = folder() / "Sample contacts.vcf";
+    fs::create_directories(file.parent_path());
+    files::writeFileAtomically(file, cards);
+    return file;
+}
+
 void DemoData::writeMessagesDatabase(const fs::path& file, Date now) {
     const fs::path temporary = files::temporarySibling(file);
     try {

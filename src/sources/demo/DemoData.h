@@ -37,6 +37,10 @@ public:
     // temporary name and moved into place whole. Throws Error.
     static void writeMessagesDatabase(const std::filesystem::path& file, Date now);
 
+    // "Sample contacts.vcf" in the demo folder, naming the sample people; returns its path.
+    // Throws Error.
+    static std::filesystem::path contactsPath();
+
     // The sample call-history database. Throws Error.
     static void writeCallLog(const std::filesystem::path& file,
                              const std::vector<SampleCall>& calls, Date now);
