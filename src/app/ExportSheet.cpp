@@ -33,8 +33,8 @@ Date startOf(const QDate& day) {
 
 QString chatLabel(const Chat& chat) {
     const auto& name = chat.displayName.empty() ? chat.identifier : chat.displayName;
-    return qs(name) + " · " + qs(chat.service) + " · " + QString::number(chat.messageCount) +
-           (chat.messageCount == 1 ? " message" : " messages");
+    return qs(name) + " · " + qs(chat.service) + " · " +
+           counted(chat.messageCount, "message", "messages");
 }
 
 QDateEdit* dayEdit(const QDate& day, const QDate& first, const QDate& last, QWidget* parent) {

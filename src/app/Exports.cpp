@@ -4,8 +4,10 @@
 #include <memory>
 #include <unordered_map>
 
+#include <QDir>
 #include <QFileDialog>
 #include <QSettings>
+#include <QStandardPaths>
 
 #include "app/AppModel.h"
 #include "app/Failures.h"
@@ -87,6 +89,11 @@ QString failureLine(std::exception_ptr error, const QString& prefix) {
     return isCancellation(error) ? QString(Exports::cancelledText) : prefix + qs(messageOf(error));
 }
 
+// Save panels start in the user's Documents folder, never in the program's working folder.
+QString documentsFolder() {
+    return QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+}
+
 }  // namespace
 
 ExportDialogs ExportDialogs::native(QWidget* parent) {
@@ -94,9 +101,9 @@ ExportDialogs ExportDialogs::native(QWidget* parent) {
                                  const QString& filter) -> std::optional<fs::path> {
                 // An export never overwrites: a taken name gets " 2" instead, so the dialog
                 // must not promise a replacement.
-                const auto file =
-                    QFileDialog::getSaveFileName(parent, "Export", proposedName, filter, nullptr,
-                                                 QFileDialog::DontConfirmOverwrite);
+                const auto file = QFileDialog::getSaveFileName(
+                    parent, "Export", QDir(documentsFolder()).filePath(proposedName), filter,
+                    nullptr, QFileDialog::DontConfirmOverwrite);
                 if (file.isEmpty()) return std::nullopt;
                 return pathOf(file);
             },
@@ -104,6 +111,7 @@ ExportDialogs ExportDialogs::native(QWidget* parent) {
                 QFileDialog dialog(parent, message);
                 dialog.setFileMode(QFileDialog::Directory);
                 dialog.setOption(QFileDialog::ShowDirsOnly);
+                dialog.setDirectory(documentsFolder());
                 dialog.setLabelText(QFileDialog::Accept, "Export Here");
                 if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
                     return std::nullopt;
@@ -361,13 +369,13 @@ bool Exports::exportAll(ExportFormat format) {
             }
             // Each file written is whole; those already there stay.
             if (cancel.isCancelled())
-                return "Export cancelled after " + QString::number(exported) + " of " +
-                       QString::number(total) + " conversations; those are in " +
+                return "Export cancelled after " + number(exported) + " of " +
+                       counted(total, "conversation", "conversations") + "; those are in " +
                        qs(folder.string()) + ".";
-            QString text = "Exported " + QString::number(exported) + " conversations to " +
-                           qs(folder.string());
+            QString text = "Exported " + counted(exported, "conversation", "conversations") +
+                           " to " + qs(folder.string());
             if (!failures.isEmpty())
-                text += ". " + QString::number(failures.size()) + " failed: " + failures.join("; ");
+                text += ". " + number(failures.size()) + " failed: " + failures.join("; ");
             return text;
         },
         "Export failed: ");

@@ -88,7 +88,7 @@ void addTreeNodes(QTreeWidgetItem* parent, QTreeWidget* tree,
     for (const auto& node : nodes) {
         auto* item = parent ? new QTreeWidgetItem(parent) : new QTreeWidgetItem(tree);
         item->setText(0, qs(node.label));
-        item->setText(1, QString::number(node.count));
+        item->setText(1, number(node.count));
         item->setData(0, messageIDRole, QVariant::fromValue<qlonglong>(node.firstMessageID));
         item->setData(0, unitRole, qs(std::string(Timeline::unitName(unitOf(node.level)))));
         item->setData(0, startRole, node.start.seconds);
@@ -241,7 +241,8 @@ QWidget* MainWindow::makeConversationList() {
     column->setContentsMargins(0, 0, 0, 0);
     conversationFilter_ = new QLineEdit(pane);
     conversationFilter_->setObjectName("conversationFilter");
-    conversationFilter_->setPlaceholderText("Find a conversation by name, number or address");
+    conversationFilter_->setPlaceholderText("Find a conversation");
+    conversationFilter_->setToolTip("Find a conversation by name, number or address");
     conversationFilter_->setClearButtonEnabled(true);
     connect(conversationFilter_, &QLineEdit::textChanged, this, &MainWindow::filterConversations);
     conversationList_ = new QListWidget(pane);
@@ -524,8 +525,7 @@ void MainWindow::showConversations() {
         conversationList_->clear();
         for (const auto& conversation : model_.conversations()) {
             QString text = qs(conversation.title) + "\n" + shortDate(conversation.lastDate) +
-                           " · " + QString::number(conversation.messageCount) +
-                           (conversation.messageCount == 1 ? " message" : " messages");
+                           " · " + counted(conversation.messageCount, "message", "messages");
             if (conversation.onlyRecentlyDeleted) text += "\n🗑 Only in Recently Deleted";
             conversationList_->addItem(text);
         }
@@ -622,12 +622,10 @@ void MainWindow::showEvictionReport() {
     eviction_->setVisible(show);
     if (!show) return;
     evictionText_->setText("<b>" + QString(AppModel::evictionHeading) + "</b><br>" +
-                           QString::number(report->newlyMissing.size()) +
-                           (report->newlyMissing.size() == 1 ? " attachment file disappeared"
-                                                             : " attachment files disappeared") +
-                           " since the last check (" + QString::number(report->missingNow) +
-                           " of " + QString::number(report->total) + " missing now). " +
-                           AppModel::evictionAdvice);
+                           counted(static_cast<long long>(report->newlyMissing.size()),
+                                   "attachment file disappeared", "attachment files disappeared") +
+                           " since the last check (" + number(report->missingNow) + " of " +
+                           number(report->total) + " missing now). " + AppModel::evictionAdvice);
 }
 
 void MainWindow::showReadingNotes() {

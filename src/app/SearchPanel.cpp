@@ -159,9 +159,9 @@ void SearchPanel::showResults() {
     }
     QString count = searches.isSearching()
                         ? "Searching…"
-                        : QString::number(hits.size()) + (hits.size() == 1 ? " hit" : " hits");
+                        : counted(static_cast<long long>(hits.size()), "hit", "hits");
     if (listed < hits.size())
-        count += "; the first " + QString::number(listed) +
+        count += "; the first " + number(static_cast<long long>(listed)) +
                  " are listed, Export Results… gives them all";
     if (const auto notice = searches.notice(); notice && !searches.isSearching())
         count += "\n" + qs(*notice);

@@ -22,7 +22,7 @@ namespace {
 constexpr int folderRole = Qt::UserRole + 1;
 
 QString attachmentsText(const SnapshotInfo& snapshot) {
-    QString text = QString::number(snapshot.attachmentsCopied) + " preserved";
+    QString text = number(snapshot.attachmentsCopied) + " preserved";
     if (snapshot.attachmentsMissing > 0)
         text += ", " + QString::number(snapshot.attachmentsMissing) + " not on " + thisMachine;
     if (snapshot.attachmentsFailed > 0)
