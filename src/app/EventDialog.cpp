@@ -7,6 +7,7 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocale>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTimeZone>
@@ -23,6 +24,22 @@ Date fromQDateTime(const QDateTime& dateTime) {
     return Date::fromUnix(static_cast<double>(dateTime.toMSecsSinceEpoch()) / 1000.0);
 }
 
+namespace {
+
+// The locale's short date and time, but with the whole year: "3/4/26" is ambiguous in a record.
+QString dateTimeFormat() {
+    const QLocale locale;
+    auto date = locale.dateFormat(QLocale::ShortFormat);
+    if (!date.contains("yyyy")) date.replace("yy", "yyyy");
+    return date + " " + locale.timeFormat(QLocale::ShortFormat);
+}
+
+QDateTime toTheMinute(const QDateTime& dateTime) {
+    return dateTime.addSecs(-dateTime.time().second()).addMSecs(-dateTime.time().msec());
+}
+
+}  // namespace
+
 EventDialog::EventDialog(const TimelineEvent& event, QWidget* parent)
     : QDialog(parent),
       event_(event),
@@ -31,6 +48,7 @@ EventDialog::EventDialog(const TimelineEvent& event, QWidget* parent)
       note_(new QPlainTextEdit(QString::fromStdString(event.note), this)) {
     setWindowTitle(event.title.empty() ? "Add Event" : "Edit Event");
     when_->setCalendarPopup(true);
+    when_->setDisplayFormat(dateTimeFormat());
     title_->setPlaceholderText("A hearing, a move…");
     auto* help = new QLabel(AppModel::eventHelp, this);
     help->setWordWrap(true);
@@ -53,7 +71,11 @@ EventDialog::EventDialog(const TimelineEvent& event, QWidget* parent)
 
 TimelineEvent EventDialog::event() const {
     TimelineEvent edited = event_;
-    edited.date = fromQDateTime(when_->dateTime());
+    // The field shows minutes only, so an event carries no seconds the user never saw; only an
+    // existing event whose time was left as it was keeps its own.
+    const bool isNew = event_.title.empty();
+    if (isNew || toTheMinute(when_->dateTime()) != toTheMinute(toQDateTime(event_.date)))
+        edited.date = fromQDateTime(toTheMinute(when_->dateTime()));
     edited.title = title_->text().trimmed().toStdString();
     edited.note = note_->toPlainText().toStdString();
     return edited;
