@@ -75,8 +75,11 @@ void Snapshots::refresh() {
 }
 
 std::optional<QString> Snapshots::whyNotTake() const {
-    if (model_.sourceKind() != AppModel::SourceKind::live || !model_.database())
-        return QString(needsLiveText);
+    if (model_.sourceKind() != AppModel::SourceKind::live) return QString(needsLiveText);
+    // Live Messages chosen but never opened: say where the database was looked for.
+    if (!model_.database())
+        return "Couldn't take a snapshot: no Messages database was found at " +
+               qs(MessageDatabase::defaultPath().string()) + ".";
     return std::nullopt;
 }
 

@@ -153,6 +153,17 @@ TEST_F(SnapshotsTest, ASnapshotOpensAsTheSourceAndCannotBeSnapshotted) {
     EXPECT_EQ(rootEntries().size(), 1u);
 }
 
+TEST_F(SnapshotsTest, WithNoMessagesDatabaseTheRefusalSaysWhereItLooked) {
+    std::filesystem::remove(database());
+    AppModel model;
+    model.openLive();
+    ASSERT_TRUE(waitFor([&] { return model.state() != AppModel::State::loading; }));
+    EXPECT_FALSE(model.snapshots().take());
+    EXPECT_EQ(model.statusText(), "Couldn't take a snapshot: no Messages database was found at " +
+                                      QString::fromStdString(database().string()) + ".");
+    EXPECT_FALSE(model.jobs().isRunning());
+}
+
 TEST_F(SnapshotsTest, ACancelledSnapshotLeavesNothingAndAFailedLogKeepsTheSnapshot) {
     auto model = openLive();
     QString line;
