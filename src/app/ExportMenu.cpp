@@ -48,19 +48,19 @@ QMenu* makeExportMenu(AppModel& model, QWidget* parent) {
     return menu;
 }
 
-void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period,
-                      const QString& unitName) {
+void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period) {
     auto& exports = model.exports();
     const bool idle = !model.jobs().isRunning();
+    const QString named = "Export " + qs(period.label);
     for (const auto format : rangeExportFormat::allCases) {
         auto* quick =
-            menu.addAction("Export this " + unitName + " as " + shortName(format), &menu,
+            menu.addAction(named + " as " + shortName(format), &menu,
                            [&exports, period, format] { exports.quickExport(period, format); });
         quick->setEnabled(idle);
     }
-    auto* options = menu.addAction(
-        "Export this " + unitName + " with Options…", &menu,
-        [&exports, period] { exports.showExportOptions(RangeExportFormat::pdf, period); });
+    auto* options = menu.addAction(named + " with Options…", &menu, [&exports, period] {
+        exports.showExportOptions(RangeExportFormat::pdf, period);
+    });
     options->setEnabled(idle);
 }
 

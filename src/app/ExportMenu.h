@@ -16,9 +16,9 @@ class AppModel;
 // wait while a job runs.
 QMenu* makeExportMenu(AppModel& model, QWidget* parent);
 
-// The timeline's quick exports of one period ("Export this month as PDF") and the sheet for it.
-void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period,
-                      const QString& unitName);
+// The timeline's quick exports of one period, named by it ("Export October 2026 as PDF"), and
+// the sheet for it.
+void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period);
 
 // Answers the model's requests for the export, exhibit and bundle sheets over `parent` and starts
 // what they return.

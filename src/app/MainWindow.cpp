@@ -761,8 +761,7 @@ void MainWindow::timelineMenu(const QPoint& at) {
     if (!unit) return;
     QMenu menu(this);
     addPeriodExports(menu, model_,
-                     ExportPeriod::containing(Date{item->data(0, startRole).toDouble()}, *unit),
-                     unitName);
+                     ExportPeriod::containing(Date{item->data(0, startRole).toDouble()}, *unit));
     menu.exec(timelineTree_->viewport()->mapToGlobal(at));
 }
 

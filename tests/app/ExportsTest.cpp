@@ -300,10 +300,11 @@ TEST_F(ExportsTest, ATimelinePeriodExportsStraightUnderItsName) {
     const auto week = ExportPeriod::containing(model->transcript().messages().back().date,
                                                ExportPeriod::Kind::week);
     QMenu menu;
-    addPeriodExports(menu, *model, week, "week");
+    addPeriodExports(menu, *model, week);
     QAction* quick = nullptr;
     for (auto* action : menu.actions())
-        if (action->text() == "Export this week as CSV") quick = action;
+        if (action->text() == "Export " + QString::fromStdString(week.label) + " as CSV")
+            quick = action;
     ASSERT_TRUE(quick);
     quick->trigger();
     ASSERT_TRUE(waitFor([&] { return model->exports().isExporting(); }));
