@@ -56,6 +56,16 @@ QString accessInstructions(const std::string& path, const std::string& reason) {
 }
 
 // What is being opened, as the status and a failure name it.
+// The conversation of a newly opened source that is the one open before (a snapshot of the
+// same database holds the same people), found by its person or chat, not by row numbers.
+std::optional<Conversation> sameConversationIn(const std::vector<Conversation>& list,
+                                               const std::optional<Conversation>& before) {
+    if (!before) return std::nullopt;
+    const auto found = std::find_if(list.begin(), list.end(),
+                                    [&](const Conversation& c) { return c.key == before->key; });
+    return found == list.end() ? std::nullopt : std::optional(*found);
+}
+
 QString sourceNoun(AppModel::SourceKind kind) {
     switch (kind) {
         case AppModel::SourceKind::whatsAppMac:
@@ -268,13 +278,14 @@ void AppModel::finishOpening(Opened opened) {
     signature_ = std::move(opened.signature);
     chats_ = std::move(opened.chats);
     if (!sameSource) {
-        selected_.reset();
+        selected_ = sameConversationIn(groupConversations(chats_, people()), selected_);
         recentRows_.reset();
         transcript_ = std::make_shared<OpenTranscript>();
         emit transcriptChanged(false);
     }
     endTask();
-    regroup(sameSource);
+    regroup(true);
+    if (!sameSource && selected_) loadTranscript(false);
     setState(State::ready);
     if (!sameSource && source_->isLive() && database()) startAttachmentWatch();
 }
@@ -385,17 +396,20 @@ bool AppModel::callsIncluded() const {
 
 // ---- conversations
 
+PersonLookup AppModel::people() const {
+    return {
+        .identity =
+            [contacts = contacts_](const std::string& handle) {
+                return contacts ? contacts->identity(handle)
+                                : "handle:" + ContactResolver::key(handle);
+            },
+        .name = [contacts = contacts_](const std::string& handle) -> std::optional<std::string> {
+            return contacts ? contacts->name(handle) : std::nullopt;
+        }};
+}
+
 bool AppModel::regroup(bool keepSelection) {
-    const auto contacts = contacts_;
-    PersonLookup people{.identity =
-                            [&](const std::string& handle) {
-                                return contacts ? contacts->identity(handle)
-                                                : "handle:" + ContactResolver::key(handle);
-                            },
-                        .name = [&](const std::string& handle) -> std::optional<std::string> {
-                            return contacts ? contacts->name(handle) : std::nullopt;
-                        }};
-    conversations_ = groupConversations(chats_, people);
+    conversations_ = groupConversations(chats_, people());
     emit conversationsChanged();
     if (!keepSelection || !selected_) return false;
     const auto index = selectedIndex();

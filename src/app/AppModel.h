@@ -216,6 +216,8 @@ private:
     void dropRecentRows();
     void persistEvents();
     void applyEvents();
+    // Names and identities from the contacts as last loaded.
+    PersonLookup people() const;
     // True when the selected conversation now holds other chats and must be read again.
     bool regroup(bool keepSelection);
     void setState(State state, QString message = {});

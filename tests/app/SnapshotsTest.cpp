@@ -132,6 +132,8 @@ TEST_F(SnapshotsTest, ASnapshotOpensAsTheSourceAndCannotBeSnapshotted) {
     take(*model);
     waitForList(*model, 1);
     const SnapshotInfo snapshot = model->snapshots().list()[0];
+    select(*model, 1);
+    const auto reading = model->selectedConversation()->key;
 
     SourceSwitcher switcher(*model);
     EXPECT_EQ(switcher.currentText(), SourceSwitcher::liveText);
@@ -146,6 +148,9 @@ TEST_F(SnapshotsTest, ASnapshotOpensAsTheSourceAndCannotBeSnapshotted) {
     EXPECT_EQ(model->database()->custodySource().snapshotID, snapshot.id);
     EXPECT_FALSE(model->conversations().empty());
     EXPECT_EQ(switcher.currentIndex(), entry);
+    ASSERT_TRUE(model->selectedConversation());
+    EXPECT_EQ(model->selectedConversation()->key, reading) << "the conversation being read stays";
+    ASSERT_TRUE(waitFor([&] { return !model->transcript().rows.empty(); }));
 
     EXPECT_FALSE(model->snapshots().take());
     EXPECT_EQ(model->statusText(), Snapshots::needsLiveText);
