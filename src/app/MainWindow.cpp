@@ -27,6 +27,7 @@
 #include "app/CustodyLogWindow.h"
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
+#include "app/MachineTextMenu.h"
 #include "app/QtText.h"
 #include "app/SearchPanel.h"
 #include "app/Snapshots.h"
@@ -139,6 +140,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     addExportMenu();
     addSnapshotMenu();
     menuBar()->addMenu(makeWhatsAppMenu(model_, this));
+    menuBar()->addMenu(makeMachineTextMenu(model_, this));
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
