@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "evidence/MachineText.h"
 #include "support/CancelFlag.h"
@@ -40,6 +41,10 @@ std::unique_ptr<SpeechEngine> chooseSpeechEngine(
 // or, with `wav`, a WAV file. Throws Error("Transcription timed out") past the time-out.
 void decodeSpeechAudio(const std::filesystem::path& audio, const std::filesystem::path& out,
                        bool wav, double timeoutSeconds, const CancelFlag& cancel);
+
+// The lines of `raw` trimmed, empty ones dropped, joined with `separator`: engines print their
+// text with spacing of their own.
+std::string joinedLines(std::string_view raw, char separator);
 
 // Text in photos, with Tesseract. English, plus the language of the current locale when its
 // data is installed.

@@ -160,24 +160,10 @@ public:
             throw Error("Couldn't transcribe the voice message: whisper.cpp stopped with status " +
                         std::to_string(result.exitStatus) + " (" + firstLine(result.standardError) +
                         ").");
-        return joinedTranscript(result.standardOutput);
+        return joinedLines(result.standardOutput, ' ');  // one segment per line
     }
 
 private:
-    // The program prints one segment per line, each with a leading space.
-    static std::string joinedTranscript(const std::string& output) {
-        std::string out;
-        for (size_t at = 0; at < output.size();) {
-            const size_t end = std::min(output.find('\n', at), output.size());
-            const std::string line = text::trim(std::string_view(output).substr(at, end - at));
-            at = end + 1;
-            if (line.empty()) continue;
-            if (!out.empty()) out += ' ';
-            out += line;
-        }
-        return out;
-    }
-
     fs::path program_;
     fs::path model_;
 };

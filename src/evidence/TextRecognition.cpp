@@ -36,22 +36,20 @@ std::vector<uint8_t> greyOverWhite(const image::Bitmap& bitmap) {
     return grey;
 }
 
-// Tesseract ends every line with LF and blocks with an empty line; one LF between lines is
-// what the store keeps.
-std::string joinedLines(const std::string& raw) {
+}  // namespace
+
+std::string joinedLines(std::string_view raw, char separator) {
     std::string out;
     for (size_t at = 0; at < raw.size();) {
         const size_t end = std::min(raw.find('\n', at), raw.size());
-        const std::string line = text::trim(std::string_view(raw).substr(at, end - at));
+        const std::string line = text::trim(raw.substr(at, end - at));
         at = end + 1;
         if (line.empty()) continue;
-        if (!out.empty()) out += '\n';
+        if (!out.empty()) out += separator;
         out += line;
     }
     return out;
 }
-
-}  // namespace
 
 struct TextRecognizer::Engine {
     tesseract::TessBaseAPI api;
@@ -90,7 +88,8 @@ std::string TextRecognizer::recognize(const image::Bitmap& bitmap) {
     const std::unique_ptr<char[]> raw(api.GetUTF8Text());
     api.Clear();
     if (!raw) throw Error("Couldn't read the text in the image: recognition failed.");
-    return joinedLines(raw.get());
+    // Tesseract ends blocks with an empty line; the store keeps one LF between lines.
+    return joinedLines(raw.get(), '\n');
 }
 
 }  // namespace bc

@@ -687,8 +687,9 @@ TEST_F(CommandLine, AnalyzeReadsPendingAttachmentsWhichSearchAndExportsThenShow)
     const Json stored = json::decode(files::readFile(demoFolder() / "machine-text.json"));
     const std::string receipt = stored.at("DEMO-ATTACHMENT-2").at("text");
     EXPECT_NE(receipt.find("TOTAL"), std::string::npos) << receipt;
-    if (stored.contains("DEMO-ATTACHMENT-VOICE-1"))  // espeak-ng recorded it at demo start
+    if (stored.contains("DEMO-ATTACHMENT-VOICE-1")) {  // espeak-ng recorded it at demo start
         EXPECT_EQ(stored.at("DEMO-ATTACHMENT-VOICE-1").at("text"), "Booked for nine.");
+    }
 
     const auto found = run({"--search", "harbour hardware", "--machine-text", "--demo"});
     ASSERT_EQ(found.exitStatus, 0) << found.standardError;
