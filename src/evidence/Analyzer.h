@@ -64,6 +64,8 @@ public:
 
     // The long side recognition works on; larger photos are scaled down first.
     static constexpr int maxLongSide = 4000;
+    // Below this mean word confidence (0-100) what was "read" is noise, not text.
+    static constexpr int minimumConfidence = 50;
 
 private:
     struct Engine;

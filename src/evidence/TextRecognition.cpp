@@ -86,8 +86,11 @@ std::string TextRecognizer::recognize(const image::Bitmap& bitmap) {
     auto& api = engine_->api;
     api.SetImage(grey.data(), bitmap.width, bitmap.height, 1, bitmap.width);
     const std::unique_ptr<char[]> raw(api.GetUTF8Text());
+    const int confidence = api.MeanTextConf();
     api.Clear();
     if (!raw) throw Error("Couldn't read the text in the image: recognition failed.");
+    // A photo without writing still yields a few guessed letters, at low confidence.
+    if (confidence < minimumConfidence) return "";
     // Tesseract ends blocks with an empty line; the store keeps one LF between lines.
     return joinedLines(raw.get(), '\n');
 }

@@ -414,6 +414,11 @@ Rendered renderCSV(const ExportJob& job, const fs::path& destination,
         write(CallHistory::csvRows(calls), callsFile);
         text += ", calls " + quoted(callsFile);
     }
+    if (!context.machineText.empty()) {
+        const fs::path machineFile = sideFile(destination, "machine-text");
+        write(manifest::machineTextRows(context.machineText), machineFile);
+        text += ", machine-read text " + quoted(machineFile);
+    }
     return {.summary = text + ")"};
 }
 

@@ -83,6 +83,9 @@ TEST_F(AnalyzerTest, ReadsPrintedTextInPhotosAndNamesTheEngineThatRan) {
     files::writeFileAtomically(dir / "blank.jpg",
                                image::encodeJPEG(demo::textPicture({""}, 32, 40), 90));
     EXPECT_FALSE(analyzer.analyze(attachment(2, dir / "blank.jpg", "image/jpeg"), CancelFlag{}));
+    // Nor does a picture without writing, where the recogniser can only guess at shapes.
+    files::writeFileAtomically(dir / "gradient.jpg", demo::jpegImage(96, 64, 1));
+    EXPECT_FALSE(analyzer.analyze(attachment(4, dir / "gradient.jpg", "image/jpeg"), CancelFlag{}));
     EXPECT_FALSE(analyzer.analyze(attachment(3, dir / "gone.jpg", "image/jpeg"), CancelFlag{}));
 }
 
