@@ -1,6 +1,7 @@
 #include "app/MachineTextMenu.h"
 
 #include <QDialog>
+#include <QFileDialog>
 #include <QLabel>
 #include <QMenu>
 #include <QPlainTextEdit>
@@ -82,12 +83,12 @@ bool readPhotosAndVoiceMessages(AppModel& model) {
     auto pending = pendingAnalysis(model.transcript().messages(), AnalysisStore::load());
     return model.jobs().start(
         "Reading photos and voice messages…",
-        [pending = std::move(pending), model = whisperModel()](const CancelFlag& cancel,
-                                                               const ProgressFn& progress) {
+        [pending = std::move(pending), whisper = whisperModel()](const CancelFlag& cancel,
+                                                                 const ProgressFn& progress) {
             if (pending.empty()) return QString(nothingToAnalyse);
             // Read again here: another run may have saved results since the list was made.
             auto texts = AnalysisStore::load();
-            Analyzer analyzer(chooseSpeechEngine(model));
+            Analyzer analyzer(chooseSpeechEngine(whisper));
             const auto tally =
                 analyzeAttachments(pending, analyzer, texts, AnalysisStore::save, cancel, progress);
             return qs(analysisSummary(tally));
@@ -105,6 +106,13 @@ QMenu* makeMachineTextMenu(AppModel& model, QWidget* parent) {
     count->setEnabled(false);
     menu->addAction("Text Read from Photos and Voice Messages…", menu,
                     [&model, parent] { showListing(model, parent); });
+    menu->addSeparator();
+    menu->addAction("Use a whisper.cpp Model for Voice Messages…", menu, [parent] {
+        // An empty choice (Cancel) goes back to the built-in engine.
+        const QString file = QFileDialog::getOpenFileName(parent, "Choose a whisper.cpp Model",
+                                                          QString(), "whisper.cpp models (*.bin)");
+        QSettings().setValue("analysis/whisperModel", file);
+    });
     QObject::connect(menu, &QMenu::aboutToShow, menu, [read, count, &model] {
         read->setEnabled(!model.jobs().isRunning());
         count->setText(pendingCountText(model.transcript().messages(), AnalysisStore::load()));

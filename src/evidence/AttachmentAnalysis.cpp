@@ -50,7 +50,7 @@ AnalysisTally analyzeAttachments(const std::vector<Attachment>& pending, Analyze
                                  MachineTextMap& texts,
                                  const std::function<void(const MachineTextMap&)>& save,
                                  const CancelFlag& cancel, const ProgressFn& progress) {
-    AnalysisTally tally{.total = static_cast<int>(pending.size())};
+    AnalysisTally tally;
     for (size_t i = 0; i < pending.size(); ++i) {
         if (cancel.isCancelled()) {
             tally.cancelled = true;

@@ -13,7 +13,6 @@ inline constexpr const char* nothingToAnalyse =
 
 // What one run over the pending attachments came to.
 struct AnalysisTally {
-    int total = 0;
     int read = 0;     // text was found and stored
     int empty = 0;    // read, but nothing was recognised
     int failed = 0;   // could not be read: not an image, damaged, timed out…
