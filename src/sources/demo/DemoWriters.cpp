@@ -133,8 +133,11 @@ bool spokenVoiceMessage(const std::filesystem::path& file, const std::string& wo
     if (!findExecutable("espeak-ng") || !findExecutable("ffmpeg")) return false;
     std::filesystem::create_directories(file.parent_path());
     const std::filesystem::path wav = files::temporarySibling(file);
+    // espeak-ng connects to the sound server even to write a file, leaving its settings in the
+    // user's home; with no server named it touches nothing.
     const auto spoken =
-        runProcess({.executable = "espeak-ng", .arguments = {"-w", wav.string(), words}});
+        runProcess({.executable = "env",
+                    .arguments = {"PULSE_SERVER=none", "espeak-ng", "-w", wav.string(), words}});
     const auto converted =
         spoken.succeeded()
             ? runProcess({.executable = "ffmpeg",
