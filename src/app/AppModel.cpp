@@ -12,6 +12,7 @@
 #include "app/WhatsAppSources.h"
 #include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
+#include "evidence/MachineText.h"
 #include "evidence/TimelineEventStore.h"
 #include "evidence/UserEventRows.h"
 #include "sources/CallHistory.h"
@@ -454,7 +455,7 @@ void AppModel::runSearch(const SearchQuery& query) {
         [source = source_, searches = &searches_, query, chats] {
             const CancelFlag never;
             const auto index = searches->index(*source, never, {});
-            return bc::runSearch(*source, *index, query, chats, {}, never);
+            return bc::runSearch(*source, *index, query, chats, storedMachineTextLookup(), never);
         },
         [this, ticket](SearchOutcome outcome) {
             if (searches_.finish(ticket, std::move(outcome))) emit searchChanged();

@@ -13,6 +13,7 @@
 #include "app/Failures.h"
 #include "app/QtText.h"
 #include "custody/CustodyLog.h"
+#include "evidence/MachineText.h"
 #include "evidence/SearchExport.h"
 #include "sources/CallHistory.h"
 #include "sources/MessageDatabase.h"
@@ -222,7 +223,10 @@ bool Exports::exportSearchResults(RangeExportFormat format) {
         "Exporting search results…",
         [database, context, job = std::move(job), destination = *destination](
             const CancelFlag& cancel, const ProgressFn& progress) {
-            return qs(ExportPipeline::run(job, destination, context, cancel, progress).message);
+            return qs(ExportPipeline::run(job, destination,
+                                          withStoredMachineText(context, job.messages), cancel,
+                                          progress)
+                          .message);
         },
         "Export failed, nothing was saved: ");
 }
@@ -252,7 +256,10 @@ bool Exports::runExport(const ExportRequest& request, const std::string& baseNam
             auto job =
                 shape(ExportJob::make(request, readWithCalls(*database, request.chatIDs(), cancel),
                                       participants, database->sourceDescription()));
-            return qs(ExportPipeline::run(job, destination, context, cancel, progress).message);
+            return qs(ExportPipeline::run(job, destination,
+                                          withStoredMachineText(context, job.messages), cancel,
+                                          progress)
+                          .message);
         },
         "Export failed, nothing was saved: ");
 }

@@ -32,6 +32,7 @@
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
 #include "app/HelpMenu.h"
+#include "app/MachineTextMenu.h"
 #include "app/NoteEditor.h"
 #include "app/QtText.h"
 #include "app/SearchPanel.h"
@@ -147,6 +148,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     addExportMenu();
     addSnapshotMenu();
     menuBar()->addMenu(makeWhatsAppMenu(model_, this));
+    menuBar()->addMenu(makeMachineTextMenu(model_, this));
     menuBar()->addMenu(makeHelpMenu(this));
     resize(1180, 760);
 

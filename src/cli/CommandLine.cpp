@@ -9,6 +9,7 @@
 
 #include "cli/Arguments.h"
 #include "cli/Benchmark.h"
+#include "cli/CommandLineAnalysis.h"
 #include "cli/CommandLineExport.h"
 #include "cli/CommandLineImport.h"
 #include "cli/CommandLineSearch.h"
@@ -38,6 +39,8 @@ constexpr std::string_view help =
     "  brindlecourt --search TEXT [--chats 1,123] [--from yyyy-mm-dd] [--to yyyy-mm-dd]\n"
     "               [--sender anyone|me|others] [--attachments-only] [--deleted-only]\n"
     "               [--machine-text] [--out <folder> [--format pdf|jpg|html|csv]]\n"
+    "  brindlecourt --analyze --chats 1,123 [--source SOURCE] [--whisper-model FILE]\n"
+    "               (reads text in photos and transcribes voice messages on this computer)\n"
     "  brindlecourt --statement --chats 1,123 --out <file.docx> [--source SOURCE]\n"
     "  brindlecourt --bundle --title \"Title\" --out <file.zip> <item>...\n"
     "               (the bundle's password is read from standard input)\n"
@@ -73,7 +76,8 @@ const std::set<std::string> optionsWithValue{"--chats",
                                              "--redact",
                                              "--source",
                                              "--search",
-                                             "--sender"};
+                                             "--sender",
+                                             "--whisper-model"};
 const std::set<std::string> flags{"--export-html",
                                   "--snapshot",
                                   "--verify-snapshots",
@@ -89,7 +93,8 @@ const std::set<std::string> flags{"--export-html",
                                   "--statement",
                                   "--attachments-only",
                                   "--deleted-only",
-                                  "--machine-text"};
+                                  "--machine-text",
+                                  "--analyze"};
 const std::set<std::string> importOptionsWithValue{"--import", "--chat-name", "--owner",
                                                    "--time-zone"};
 const std::set<std::string> importFlags{"--list-sources", "--day-first", "--month-first"};
@@ -151,6 +156,10 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         const auto cancel = cancelOnInterrupt();
         CommandLineImport imports(arguments, out, err, *cancel);
         return arguments.contains("--import") ? imports.importFile() : imports.listSources();
+    }
+    if (arguments.contains("--analyze")) {
+        const auto cancel = cancelOnInterrupt();
+        return CommandLineAnalysis(arguments, out, err, *cancel).run();
     }
     if (arguments.contains("--search")) {
         const auto cancel = cancelOnInterrupt();

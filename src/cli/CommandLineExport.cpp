@@ -10,6 +10,7 @@
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "custody/SnapshotTaking.h"
+#include "evidence/MachineText.h"
 #include "export/Exporter.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
@@ -184,7 +185,8 @@ int CommandLineExport::run() {
             buildJob(*chosen.source, *ids, *from, *to, paged ? *pages : RangeExportFormat::html,
                      title, chosen.description, nameFor);
         if (job.transcript.callLogIssue) err_ << *job.transcript.callLogIssue << "\n";
-        const ExportPipeline::Context context{*chosen.source, std::nullopt, nameFor, {}};
+        const auto context =
+            withStoredMachineText({*chosen.source, std::nullopt, nameFor, {}}, job.messages);
         return publish(paged ? pageArguments->apply(job) : job, folder, context);
     } catch (const DBError& e) {
         return fail(chosen.readFailure(e));

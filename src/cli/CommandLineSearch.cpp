@@ -6,6 +6,7 @@
 
 #include "cli/CommandLineExport.h"
 #include "cli/DatabaseChoice.h"
+#include "evidence/MachineText.h"
 #include "evidence/SearchExport.h"
 #include "support/DateFormat.h"
 
@@ -79,7 +80,8 @@ int CommandLineSearch::run() {
         auto& source = chosen.source;
         Searches searches;
         const auto index = searches.index(*source, cancel_, phasesTo(err_));
-        const auto outcome = runSearch(*source, *index, query, chats, {}, cancel_);
+        const auto outcome =
+            runSearch(*source, *index, query, chats, storedMachineTextLookup(), cancel_);
         if (outcome.notice) err_ << *outcome.notice << "\n";
 
         const auto nameFor = namesFor(arguments_.contains("--demo"));
@@ -102,7 +104,8 @@ int CommandLineSearch::run() {
         const fs::path folder = fs::absolute(*out).lexically_normal();
         if (fs::exists(fs::symlink_status(folder)))
             return exports.fail(*out + " already exists; choose a new folder");
-        return exports.publish(job, folder, {*source, std::nullopt, nameFor, {}});
+        return exports.publish(
+            job, folder, withStoredMachineText({*source, std::nullopt, nameFor, {}}, job.messages));
     } catch (const std::exception& e) {
         return exports.fail(e.what());
     }

@@ -6,6 +6,7 @@
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
 #include "evidence/EvidenceStore.h"
+#include "evidence/MachineText.h"
 #include "evidence/TimelineEventStore.h"
 #include "sources/CallHistory.h"
 #include "sources/demo/DemoData.h"
@@ -75,6 +76,7 @@ fs::path redirectStoresToDemo() {
     EvidenceStore::location().setOverride(folder / "evidence.json");
     if (!fs::exists(folder / "evidence.json")) EvidenceStore::save(sampleFlags(Clock::now()));
     TimelineEventStore::location().setOverride(folder / "events.json");
+    AnalysisStore::location().setOverride(folder / "machine-text.json");
     const fs::path calls = folder / "CallHistory.storedata";
     DemoData::writeCallLog(calls, DemoData::sampleCalls(), Clock::now());
     CallHistory::setOverridePath(calls);

@@ -1,6 +1,7 @@
 #include "export/ExportJob.h"
 
 #include <cstdlib>
+#include <set>
 #include <unordered_map>
 
 #include "custody/CustodySystemInfo.h"
@@ -357,6 +358,7 @@ Rendered renderPages(const ExportJob& job, const fs::path& destination,
     std::unordered_map<std::string, Message> originals;
     for (const auto& message : job.transcript.messages) originals.emplace(message.guid, message);
     PageExporter::Options options = job.pageOptions;
+    if (options.machineText.empty()) options.machineText = context.machineText;
     if (job.includeCertificatePage) options.certificate = certificatePage;
     const PageExporter exporter(
         job.messages, std::move(originals), {job.title, job.participants, job.rangeDescription},
@@ -412,6 +414,11 @@ Rendered renderCSV(const ExportJob& job, const fs::path& destination,
         write(CallHistory::csvRows(calls), callsFile);
         text += ", calls " + quoted(callsFile);
     }
+    if (!context.machineText.empty()) {
+        const fs::path machineFile = sideFile(destination, "machine-text");
+        write(manifest::machineTextRows(context.machineText), machineFile);
+        text += ", machine-read text " + quoted(machineFile);
+    }
     return {.summary = text + ")"};
 }
 
@@ -429,6 +436,19 @@ CustodyRecord recordFor(const ExportJob& job, CustodyRecord::Source source) {
             .options = job.recordOptions,
             .source = std::move(source),
             .system = custodySystemInfo::current()};
+}
+
+// The engines whose text the export shows, for the certificate: machine-read text is only as
+// good as what read it.
+std::string machineTextEngines(const ExportJob& job, const manifest::MachineText& machineText) {
+    std::set<std::string> engines;
+    for (const Message& message : job.messages)
+        for (const Attachment& attachment : message.attachments)
+            if (const auto found = machineText.find(attachment.id); found != machineText.end())
+                engines.insert(found->second.engine);
+    std::string joined;
+    for (const auto& engine : engines) joined += (joined.empty() ? "" : "; ") + engine;
+    return joined;
 }
 
 void say(const ProgressFn& progress, const std::string& text) {
@@ -456,6 +476,8 @@ ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destinat
     try {
         say(progress, "Recording the source\u2026");
         record = recordFor(job, CustodyLog::source(context.source, context.snapshot));
+        if (const auto engines = machineTextEngines(job, context.machineText); !engines.empty())
+            record.options["Machine text"] = engines;
         if (job.messages.empty())
             return {.status = ExportOutcome::Status::nothingToExport,
                     .message = "No messages to export; nothing was saved."};

@@ -84,6 +84,17 @@ std::vector<const Message*> rowsInRange(const Transcript& transcript,
     return rows;
 }
 
+// Only the exported messages' attachments: the context may hold more than the period shows.
+manifest::MachineText machineTextOf(const std::vector<const Message*>& rows,
+                                    const manifest::MachineText& machineText) {
+    manifest::MachineText shown;
+    for (const Message* m : rows)
+        for (const Attachment& a : m->attachments)
+            if (const auto found = machineText.find(a.id); found != machineText.end())
+                shown.insert(*found);
+    return shown;
+}
+
 }  // namespace
 
 HTMLExporter::HTMLExporter(Options options, manifest::NameFor nameFor, std::vector<Message> context,
@@ -158,6 +169,8 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
     manifest::Rows attachmentRows{manifest::attachmentsHeader()};
     for (const auto& copy : copies) attachmentRows.push_back(html::attachmentRow(copy));
     manifest::writeCSV(attachmentRows, folder / "attachments.csv");
+    if (const auto shown = machineTextOf(rows, machineText_); !shown.empty())
+        manifest::writeCSV(manifest::machineTextRows(shown), folder / "machine-text.csv");
 
     cancel.check();
     report("Writing checksums…");

@@ -67,7 +67,7 @@ std::string attachmentMachineText(const Message& m, const MachineText& machineTe
     return joinLines(m.attachments, [&](const Attachment& a) -> std::optional<std::string> {
         const auto found = machineText.find(a.id);
         if (found == machineText.end()) return std::nullopt;
-        return "[attachment " + std::to_string(a.id) + ", machine-generated] " + found->second;
+        return "[attachment " + std::to_string(a.id) + ", machine-generated] " + found->second.text;
     });
 }
 
@@ -204,6 +204,20 @@ Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nam
     for (const Message* m : messages) {
         if (!m->isCall()) rows.push_back(messageRow(*m, nameFor, machineText));
     }
+    return rows;
+}
+
+std::string MachineTextNote::label() const {
+    return std::string(isTranscript ? "Transcript" : "Text in image") +
+           " (machine-generated, may contain errors): ";
+}
+
+Rows machineTextRows(const MachineText& machineText) {
+    Rows rows{{"attachment_id", "kind", "engine", "created_at", "file_bytes", "text"}};
+    for (const auto& [id, note] : machineText)
+        rows.push_back({std::to_string(id), note.isTranscript ? "transcript" : "imageText",
+                        note.engine, date(note.createdAt), std::to_string(note.fileBytes),
+                        note.text});
     return rows;
 }
 

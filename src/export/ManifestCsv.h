@@ -25,8 +25,20 @@ using Rows = std::vector<Row>;
 // (is from me, handle) -> display name; the same function the archive page uses.
 using NameFor = std::function<std::string(bool isFromMe, const std::string& handle)>;
 
+// Text a recogniser read from one attachment, as an export shows it.
+struct MachineTextNote {
+    bool isTranscript = false;  // a voice message's transcript; otherwise text in a photo
+    std::string text;
+    std::string engine;
+    Date createdAt;
+    int64_t fileBytes = 0;
+
+    // "Text in image (machine-generated, may contain errors): " or the same for "Transcript".
+    std::string label() const;
+};
+
 // Attachment id -> machine-read text (photos' text, voice messages' transcripts).
-using MachineText = std::map<int64_t, std::string>;
+using MachineText = std::map<int64_t, MachineTextNote>;
 
 // 2024-03-01T17:05:09.250Z; an absent date is an empty field.
 std::string date(Date value);
@@ -51,6 +63,9 @@ void writeFile(const std::filesystem::path& file, const std::function<void(std::
 // messages.csv: header, then one row per message; call rows are left out (they go to calls.csv).
 Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,
                  const MachineText& machineText);
+
+// machine-text.csv: header, then one row per attachment with machine-read text, in id order.
+Rows machineTextRows(const MachineText& machineText);
 
 // reactions.csv: header, then one row per event; byGUID maps the exported messages' guids.
 Rows reactionRows(const std::vector<ReactionEvent>& events,

@@ -123,7 +123,8 @@ struct PageExporter::Impl {
         if (options.certificate) options.certificate = redactor.apply(*options.certificate);
         redactValues(options.notes, redactor);
         redactValues(options.chatLabels, redactor);
-        redactValues(options.machineText, redactor);
+        for (auto& entry : options.machineText)
+            entry.second.text = redactor.apply(entry.second.text);
         nameFor = [names = std::move(nameFor), redactor](const std::string& handle, bool isFromMe) {
             return redactor.apply(names ? names(handle, isFromMe) : isFromMe ? "Me" : handle);
         };

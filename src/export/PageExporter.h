@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "export/ManifestCsv.h"
 #include "export/Redactor.h"
 #include "model/Message.h"
 #include "support/CancelFlag.h"
@@ -58,7 +59,7 @@ public:
         std::map<int64_t, int64_t> omittedCallsBefore;
         std::map<int64_t, std::string> chatLabels;
         // Keyed by attachment row id.
-        std::map<int64_t, std::string> machineText;
+        manifest::MachineText machineText;
         // The embedded certificate's text; when set it is printed on a page of its own at the end.
         std::optional<std::string> certificate;
     };

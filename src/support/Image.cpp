@@ -63,7 +63,7 @@ int orientationFromTiff(const uint8_t* tiff, size_t size) {
     return 1;
 }
 
-Bitmap decodeJPEG(std::string_view bytes, const std::string& name) {
+Bitmap decodeJPEG(std::string_view bytes, const std::string& name, Damage damage) {
     std::unique_ptr<void, int (*)(tjhandle)> handle(tjInitDecompress(), tjDestroy);
     if (!handle) fail(name, "the JPEG decoder could not start");
     int width = 0, height = 0, subsampling = 0, colorspace = 0;
@@ -79,7 +79,7 @@ Bitmap decodeJPEG(std::string_view bytes, const std::string& name) {
     if (tjDecompress2(handle.get(), data, static_cast<unsigned long>(bytes.size()),
                       reinterpret_cast<unsigned char*>(bitmap.pixels.data()), width, width * 4,
                       height, TJPF_BGRA, 0) != 0 &&
-        tjGetErrorCode(handle.get()) == TJERR_FATAL)
+        (damage == Damage::refuse || tjGetErrorCode(handle.get()) == TJERR_FATAL))
         fail(name, tjGetErrorStr2(handle.get()));
     return oriented(bitmap, jpegOrientation(bytes));
 }
@@ -99,7 +99,21 @@ cairo_status_t readPng(void* closure, unsigned char* data, unsigned int length) 
     return CAIRO_STATUS_SUCCESS;
 }
 
+// The size the header declares, checked before cairo allocates the whole picture.
+void checkPNGHeader(std::string_view bytes, const std::string& name) {
+    if (bytes.size() < 24) fail(name, "it is truncated");
+    const auto word = [&](size_t at) {
+        int64_t value = 0;
+        for (size_t i = at; i < at + 4; ++i) value = value << 8 | static_cast<uint8_t>(bytes[i]);
+        return value;
+    };
+    const int64_t width = word(16), height = word(20);
+    if (width > maximumPixels || height > maximumPixels || width * height > maximumPixels)
+        fail(name, "it is too large to open safely");
+}
+
 Bitmap decodePNG(std::string_view bytes, const std::string& name) {
+    checkPNGHeader(bytes, name);
     PngReader reader{bytes};
     cairo_surface_t* surface = cairo_image_surface_create_from_png_stream(readPng, &reader);
     std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> owner(surface,
@@ -194,7 +208,7 @@ Format sniff(std::string_view header) {
     return Format::unknown;
 }
 
-Bitmap load(const std::filesystem::path& file) {
+Bitmap load(const std::filesystem::path& file, Damage damage) {
     const std::string name = file.filename().string();
     std::string bytes;
     try {
@@ -202,13 +216,13 @@ Bitmap load(const std::filesystem::path& file) {
     } catch (const Error& e) {
         fail(name, e.what());
     }
-    return decode(bytes, name);
+    return decode(bytes, name, damage);
 }
 
-Bitmap decode(std::string_view bytes, const std::string& name) {
+Bitmap decode(std::string_view bytes, const std::string& name, Damage damage) {
     switch (sniff(bytes.substr(0, 64))) {
         case Format::jpeg:
-            return decodeJPEG(bytes, name);
+            return decodeJPEG(bytes, name, damage);
         case Format::png:
             return decodePNG(bytes, name);
         case Format::heif:

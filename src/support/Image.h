@@ -28,9 +28,13 @@ Format sniff(std::string_view header);
 // Refuses images larger than this many pixels: a hostile file must not exhaust memory.
 inline constexpr int64_t maximumPixels = 200'000'000;
 
+// A JPEG whose data ends early still shows what it holds (a preview); text read from it would
+// silently miss the rest, so readers of its content refuse it.
+enum class Damage { tolerate, refuse };
+
 // Throws Error("Couldn't read the image <name>: <why>").
-Bitmap load(const std::filesystem::path& file);
-Bitmap decode(std::string_view bytes, const std::string& name);
+Bitmap load(const std::filesystem::path& file, Damage damage = Damage::tolerate);
+Bitmap decode(std::string_view bytes, const std::string& name, Damage damage = Damage::tolerate);
 
 // Fits the long side into `maxLongSide`; never enlarges.
 Bitmap scaledToFit(const Bitmap& bitmap, int maxLongSide);

@@ -17,9 +17,11 @@
 #include "sources/demo/DemoData.h"
 #include "support/Files.h"
 #include "support/Image.h"
+#include "support/Json.h"
 #include "support/Process.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"
+#include "testing/Scoped.h"
 #include "testing/Testing.h"
 
 extern char** environ;
@@ -661,6 +663,48 @@ TEST_F(CommandLine, SearchListsItsHitsAndExportsThemWithTheirRecord) {
     EXPECT_EQ(records.back().title, "Search results (\u201Cmovers\u201D)");
     EXPECT_EQ(records.back().messageCount, 2);
     EXPECT_EQ(records.back().options.at("Search"), "\u201Cmovers\u201D");
+}
+
+// Voice messages go to a stand-in for whisper.cpp, so the run needs no speech model; photos are
+// read by the real text recognition.
+TEST_F(CommandLine, AnalyzeReadsPendingAttachmentsWhichSearchAndExportsThenShow) {
+    fs::create_directories(dir_ / "bin");
+    testing::writeText(dir_ / "bin" / "whisper-cli", "#!/bin/sh\necho ' Booked for nine.'\n");
+    fs::permissions(dir_ / "bin" / "whisper-cli", fs::perms::owner_all);
+    testing::writeText(dir_ / "model.bin", "model");
+    testing::ScopedEnvironment path("PATH", (dir_ / "bin").string() + ":" + std::getenv("PATH"));
+
+    EXPECT_EQ(run({"--analyze", "--demo"}).exitStatus, 2);  // which conversations?
+    const auto analysed = run(
+        {"--analyze", "--chats", "1", "--demo", "--whisper-model", (dir_ / "model.bin").string()});
+    ASSERT_EQ(analysed.exitStatus, 0) << analysed.standardError;
+    EXPECT_NE(analysed.standardError.find("Read 0 of "), std::string::npos)
+        << analysed.standardError;
+    EXPECT_TRUE(analysed.standardOutput.starts_with("Read the text of "))
+        << analysed.standardOutput;
+    EXPECT_NE(analysed.standardOutput.find(" still pending."), std::string::npos)  // photo 4
+        << analysed.standardOutput;
+    const Json stored = json::decode(files::readFile(demoFolder() / "machine-text.json"));
+    const std::string receipt = stored.at("DEMO-ATTACHMENT-2").at("text");
+    EXPECT_NE(receipt.find("TOTAL"), std::string::npos) << receipt;
+    if (stored.contains("DEMO-ATTACHMENT-VOICE-1")) {  // espeak-ng recorded it at demo start
+        EXPECT_EQ(stored.at("DEMO-ATTACHMENT-VOICE-1").at("text"), "Booked for nine.");
+    }
+
+    const auto found = run({"--search", "harbour hardware", "--machine-text", "--demo"});
+    ASSERT_EQ(found.exitStatus, 0) << found.standardError;
+    EXPECT_TRUE(found.standardOutput.ends_with("\n1 hits in 1 conversations\n"))
+        << found.standardOutput;
+    EXPECT_EQ(run({"--search", "harbour hardware", "--demo"}).standardOutput,
+              "0 hits in 0 conversations\n");
+
+    const auto exported = run({"--export-html", "--chats", "1", "--demo", "--out", "archive"});
+    ASSERT_EQ(exported.exitStatus, 0) << exported.standardError;
+    const std::string csv = files::readFile(dir_ / "archive" / "machine-text.csv");
+    EXPECT_NE(csv.find("\"2\",\"imageText\",\"Tesseract OCR "), std::string::npos) << csv;
+    const std::string certificate = files::readFile(dir_ / "archive \u2013 Certificate.txt");
+    EXPECT_NE(certificate.find("Machine text:     Tesseract OCR "), std::string::npos)
+        << certificate;
 }
 
 }  // namespace

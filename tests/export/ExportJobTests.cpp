@@ -139,11 +139,13 @@ protected:
     }
 
     ExportOutcome run(const ExportJob& job, const fs::path& destination,
-                      const ProgressFn& progress = {}, const CancelFlag* cancel = nullptr) {
+                      const ProgressFn& progress = {}, const CancelFlag* cancel = nullptr,
+                      manifest::MachineText machineText = {}) {
         const auto nameFor = [](bool me, const std::string& handle) {
             return me ? std::string("Me") : handle;
         };
-        return ExportPipeline::run(job, destination, {*database_, std::nullopt, nameFor, {}},
+        return ExportPipeline::run(job, destination,
+                                   {*database_, std::nullopt, nameFor, std::move(machineText)},
                                    cancel ? *cancel : cancel_, progress);
     }
 
@@ -267,6 +269,25 @@ TEST_F(ExportPipelineTest, CSVWritesSideFilesAndCallsOnlyWhenThereAreCalls) {
     EXPECT_TRUE(fs::exists(out() / "Sample 2.calls.csv"));
     EXPECT_NE(second.message.find(", calls \u201CSample 2.calls.csv\u201D)"), std::string::npos)
         << second.message;
+}
+
+TEST_F(ExportPipelineTest, MachineTextGoesToItsOwnSideFileAndTheRecordNamesItsEngines) {
+    const std::string engine = "Tesseract OCR 5.3.0 text recognition (on this computer)";
+    auto withPhoto = job(RangeExportFormat::csv);
+    withPhoto.messages.back().attachments.push_back(
+        {.id = 77, .path = (dir_ / "receipt.jpg").string(), .guid = "R"});
+    const auto outcome = run(withPhoto, out() / "Sample.csv", {}, nullptr,
+                             {{77, {.text = "TOTAL 52.40", .engine = engine, .fileBytes = 10}}});
+    ASSERT_EQ(outcome.status, ExportOutcome::Status::saved) << outcome.message;
+    const std::string side = files::readFile(out() / "Sample.machine-text.csv");
+    EXPECT_NE(side.find("\"77\",\"imageText\",\"" + engine + "\""), std::string::npos) << side;
+    EXPECT_EQ(outcome.record->options.at("Machine text"), engine);
+    const std::string certificate = files::readFile(*outcome.certificate);
+    EXPECT_NE(certificate.find("Machine text:     " + engine), std::string::npos) << certificate;
+
+    const auto plain = run(job(RangeExportFormat::csv), out() / "Plain.csv");
+    EXPECT_FALSE(plain.record->options.contains("Machine text"));
+    EXPECT_FALSE(fs::exists(out() / "Plain.machine-text.csv"));
 }
 
 TEST_F(ExportPipelineTest, FailedCustodyAppendKeepsTheFilesAndSaysSo) {

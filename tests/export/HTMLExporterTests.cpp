@@ -79,8 +79,9 @@ struct Archive {
                               std::vector<Message> context = {}, const ProgressFn& progress = {}) {
         if (options.title.empty()) options.title = "Ann <b>&</b>";
         options.sourceDescription = "test data";
-        HTMLExporter exporter(std::move(options), testing::nameFor, std::move(context),
-                              {{31, "Words in a photo"}});
+        HTMLExporter exporter(
+            std::move(options), testing::nameFor, std::move(context),
+            {{31, {.text = "Words in a photo", .engine = "Test OCR", .fileBytes = 9}}});
         return exporter.exportTranscript(transcript, folder, cancel, progress);
     }
 
@@ -171,6 +172,11 @@ TEST(HTMLExporterArchive, copiesVerifiesAndMarksBadAttachmentsWhereTheyOccur) {
               std::string::npos);
     EXPECT_NE(page.find("Text in image (machine-generated, may contain errors): Words in a photo"),
               std::string::npos);
+    EXPECT_EQ(
+        readRows(a.folder / "machine-text.csv"),
+        (std::vector<std::vector<std::string>>{
+            {"attachment_id", "kind", "engine", "created_at", "file_bytes", "text"},
+            {"31", "imageText", "Test OCR", "2001-01-01T00:00:00.000Z", "9", "Words in a photo"}}));
     EXPECT_EQ(page.find("hidden.plist"), std::string::npos);
     EXPECT_NE(page.find("const DAYS = [[\"2024-03-01\",1],[\"2024-03-02\",1]];"),
               std::string::npos);

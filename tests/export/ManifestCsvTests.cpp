@@ -40,7 +40,7 @@ TEST(ManifestCsvMessages, everyColumnInOrderAndCallsLeftOut) {
     m.dateDelivered = at(5);
     m.isInRecentlyDeleted = true;
     m.recoveredParts = {{.index = 0, .text = "lost"}, {.index = 1, .deletedAt = at(9)}};
-    const manifest::MachineText machineText{{12, "STOP sign"}, {99, "other"}};
+    const manifest::MachineText machineText{{12, {.text = "STOP sign"}}, {99, {.text = "other"}}};
     const Message call = testing::callRow(4, at(), true);
     Message dated = message(5, at(), "a");  // deleted_at: a date, "unknown" above, or empty
     dated.deletedAt = at(1);

@@ -50,7 +50,7 @@ TEST(PageExporterContent, PrintsEveryPartOfAMessage) {
     options.highlighted = {42};
     options.notes = {{42, "ask counsel"}};
     options.chatLabels = {{42, "Family group"}};
-    options.machineText = {{501, "STOP SIGN"}};
+    options.machineText = {{501, {.text = "STOP SIGN"}}};
     const Message original = textMessage(7, "Original question here", -30);
     CancelFlag cancel;
     const Message call = CallHistory::row(
@@ -69,7 +69,7 @@ TEST(PageExporterContent, PrintsEveryPartOfAMessage) {
              "In conversation: Family group",
              "Meet me at the usual place tonight",
              "photo.jpg",
-             "Machine-read text: STOP SIGN",
+             "Text in image (machine-generated, may contain errors): STOP SIGN",
              "gone.mov: not stored on " + std::string(thisMachine),
              "Attachment: broken.jpg",
              "Flagged as evidence",

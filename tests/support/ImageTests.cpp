@@ -19,11 +19,14 @@ Bitmap marked() {
     return b;
 }
 
-uint32_t at(const Bitmap& b, int x, int y) { return b.pixels[static_cast<size_t>(y) * b.width + x]; }
+uint32_t at(const Bitmap& b, int x, int y) {
+    return b.pixels[static_cast<size_t>(y) * b.width + x];
+}
 
 bool near(uint32_t actual, uint32_t expected) {
     for (int shift = 0; shift < 32; shift += 8) {
-        const int a = static_cast<int>((actual >> shift) & 0xFF), e = static_cast<int>((expected >> shift) & 0xFF);
+        const int a = static_cast<int>((actual >> shift) & 0xFF),
+                  e = static_cast<int>((expected >> shift) & 0xFF);
         if (std::abs(a - e) > 40) return false;
     }
     return true;
@@ -33,7 +36,8 @@ bool near(uint32_t actual, uint32_t expected) {
 std::string withOrientation(const std::string& jpeg, int orientation) {
     std::string tiff = std::string("MM\0\x2A\0\0\0\x08", 8) + std::string("\0\x01", 2) +
                        std::string("\x01\x12\0\x03\0\0\0\x01", 8) +
-                       std::string{'\0', static_cast<char>(orientation), '\0', '\0'} + std::string(4, '\0');
+                       std::string{'\0', static_cast<char>(orientation), '\0', '\0'} +
+                       std::string(4, '\0');
     const std::string payload = std::string("Exif\0\0", 6) + tiff;
     const size_t length = payload.size() + 2;
     const std::string segment = std::string("\xFF\xE1") + static_cast<char>(length >> 8) +
@@ -113,13 +117,14 @@ TEST(Image, ScalingFitsTheLongSideAndNeverEnlarges) {
 
 TEST(Image, DamagedAndForeignFilesAreOneSentenceErrors) {
     const std::string jpeg = encodeJPEG(marked(), 80);
-    for (const std::string& bad :
-         {std::string("not an image"), jpeg.substr(0, 20), std::string("\x89PNG\r\n\x1A\n garbage"), std::string()}) {
+    for (const std::string& bad : {std::string("not an image"), jpeg.substr(0, 20),
+                                   std::string("\x89PNG\r\n\x1A\n garbage"), std::string()}) {
         try {
             decode(bad, "IMG_9.HEIC");
             FAIL() << "decoded garbage";
         } catch (const Error& e) {
-            EXPECT_TRUE(std::string(e.what()).starts_with("Couldn't read the image IMG_9.HEIC: ")) << e.what();
+            EXPECT_TRUE(std::string(e.what()).starts_with("Couldn't read the image IMG_9.HEIC: "))
+                << e.what();
         }
     }
     testing::TempDir dir;
@@ -130,6 +135,28 @@ TEST(Image, DamagedAndForeignFilesAreOneSentenceErrors) {
     ASSERT_NE(sof, std::string::npos);
     huge[sof + 5] = huge[sof + 6] = huge[sof + 7] = huge[sof + 8] = '\x7F';
     EXPECT_THROW(decode(huge, "bomb.jpg"), Error);
+}
+
+TEST(Image, HugePngHeadersAreRefusedAndCutJpegsOnlyWhenAskedTo) {
+    // 20,000 × 20,000 declared: refused by the header, never handed to the PNG decoder.
+    const std::string png = std::string("\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR", 16) +
+                            std::string("\0\0\x4E\x20\0\0\x4E\x20\x08\0\0\0\0", 13) +
+                            std::string(4, '\0');
+    try {
+        decode(png, "huge.png");
+        FAIL() << "decoded a picture that is too large";
+    } catch (const Error& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  "Couldn't read the image huge.png: it is too large to open safely");
+    }
+    Bitmap big{256, 256, std::vector<uint32_t>(256 * 256)};
+    for (size_t i = 0; i < big.pixels.size(); ++i)
+        big.pixels[i] = 0xFF000000u | static_cast<uint32_t>(i * 2654435761u >> 8 & 0xFFFFFF);
+    const std::string jpeg = encodeJPEG(big, 90);
+    const std::string cut = jpeg.substr(0, jpeg.size() / 2);
+    EXPECT_EQ(decode(cut, "cut.jpg").width, 256);  // a preview shows what there is
+    EXPECT_THROW(decode(cut, "cut.jpg", Damage::refuse), Error);
+    EXPECT_EQ(decode(jpeg, "whole.jpg", Damage::refuse).width, 256);
 }
 
 }  // namespace

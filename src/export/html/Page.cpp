@@ -257,11 +257,8 @@ private:
             const CopiedAttachment& copy = c_.copies[i];
             const auto text = c_.machineText.find(copy.attachment.id);
             if (text == c_.machineText.end()) continue;
-            out += "<div class=\"note\">";
-            out += copy.rendered.kind == Kind::audio ? "Transcript" : "Text in image";
-            out +=
-                " (machine-generated, may contain errors): " + HTMLExporter::escape(text->second) +
-                "</div>";
+            out += "<div class=\"note\">" + HTMLExporter::escape(text->second.label()) +
+                   HTMLExporter::escape(text->second.text) + "</div>";
         }
     }
 

@@ -205,7 +205,7 @@ void RowMeasurer::addAttachment(MeasuredRow& out, const Attachment& attachment) 
         addText(out, "Attachment: " + name, metaStyle);
     }
     if (const auto* text = find(sources_.options.machineText, attachment.id))
-        addText(out, *text, noticeStyle, 2, "Machine-read text: ");
+        addText(out, text->text, noticeStyle, 2, text->label());
 }
 
 void RowMeasurer::addClosingLines(MeasuredRow& out, const Message& message) const {

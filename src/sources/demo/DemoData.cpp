@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <iostream>
 
 #include "sources/demo/DemoWriters.h"
 #include "support/DateFormat.h"
@@ -376,8 +377,9 @@ void writePhotos(const fs::path& folder) {
     fs::create_directories(folder);
     // Photo 4 is listed in the database but deliberately absent, like a file removed from disk.
     for (int number = 1; number <= 3; ++number)
-        files::writeFileAtomically(folder / ("demo-photo-" + std::to_string(number) + ".jpg"),
-                                   demo::jpegImage(96, 64, number));
+        files::writeFileAtomically(
+            folder / ("demo-photo-" + std::to_string(number) + ".jpg"),
+            number == 2 ? demo::receiptJPEG() : demo::jpegImage(96, 64, number));
     fs::remove(folder / "demo-photo-4.jpg");
 }
 
@@ -398,6 +400,12 @@ fs::path DemoData::folder() {
 fs::path DemoData::databasePath() {
     const fs::path file = folder() / "chat.db";
     writeMessagesDatabase(file, Clock::now());
+    const fs::path voice = file.parent_path() / "Attachments" / "demo-voice-1.caf";
+    if (demo::spokenVoiceMessage(voice, voiceMessageWords))
+        addVoiceMessage(file, voice, Clock::now());
+    else
+        std::cerr << "Note: espeak-ng or ffmpeg is not installed, so the demo has no voice "
+                     "message.\n";
     return file;
 }
 
@@ -421,6 +429,37 @@ fs::path DemoData::contactsPath() {
     fs::create_directories(file.parent_path());
     files::writeFileAtomically(file, cards);
     return file;
+}
+
+void DemoData::addVoiceMessage(const fs::path& database, const fs::path& voice, Date now) {
+    try {
+        sqlite::Connection db(database, sqlite::OpenMode::readWriteCreate);
+        const int64_t date = static_cast<int64_t>(std::llround((now.seconds - 26 * 86400) * 1e9));
+        db.execute("BEGIN;");
+        db.prepare(
+              "INSERT INTO message (guid, text, handle_id, is_from_me, date) "
+              "VALUES ('DEMO-VOICE-1', ?, ?, 0, ?)")
+            .bind(1, mark)
+            .bind(2, static_cast<int64_t>(sam))
+            .bind(3, date)
+            .step();
+        db.execute(
+            "INSERT INTO chat_message_join SELECT 1, ROWID FROM message WHERE guid = "
+            "'DEMO-VOICE-1'");
+        db.prepare(
+              "INSERT INTO attachment (guid, filename, mime_type, uti, transfer_name, total_bytes) "
+              "VALUES ('DEMO-ATTACHMENT-VOICE-1', ?, 'audio/x-caf', 'com.apple.coreaudio-format', "
+              "'Audio Message.caf', ?)")
+            .bind(1, voice.string())
+            .bind(2, static_cast<int64_t>(fs::file_size(voice)))
+            .step();
+        db.execute(
+            "INSERT INTO message_attachment_join SELECT m.ROWID, a.ROWID FROM message m, "
+            "attachment a WHERE m.guid = 'DEMO-VOICE-1' AND a.guid = 'DEMO-ATTACHMENT-VOICE-1'");
+        db.execute("COMMIT;");
+    } catch (const std::exception& error) {
+        throw Error("Couldn't add the sample voice message: " + std::string(error.what()));
+    }
 }
 
 void DemoData::writeMessagesDatabase(const fs::path& file, Date now) {

@@ -41,6 +41,14 @@ public:
     // Throws Error.
     static std::filesystem::path contactsPath();
 
+    // Adds a voice message from Sam to the sample conversation, its recording at `voice`.
+    // Throws Error.
+    static void addVoiceMessage(const std::filesystem::path& database,
+                                const std::filesystem::path& voice, Date now);
+    // What the sample voice message says.
+    static constexpr const char* voiceMessageWords =
+        "Hi, it is Sam. The movers are booked for nine on the first. I will pay you back soon.";
+
     // The sample call-history database. Throws Error.
     static void writeCallLog(const std::filesystem::path& file,
                              const std::vector<SampleCall>& calls, Date now);

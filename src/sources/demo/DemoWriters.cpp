@@ -1,13 +1,18 @@
 #include "sources/demo/DemoWriters.h"
 
+#include <pango/pangocairo.h>
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
 
 #include "sources/demo/DemoData.h"
+#include "support/Errors.h"
+#include "support/Files.h"
 #include "support/Image.h"
+#include "support/Process.h"
 #include "support/Sqlite.h"
 
 namespace bc {
@@ -76,6 +81,74 @@ std::string editSummary(const std::vector<std::pair<std::string, int64_t>>& vers
     std::string out(bytes ? bytes : "", bytes ? length : 0);
     std::free(bytes);
     return out;
+}
+
+image::Bitmap textPicture(const std::vector<std::string>& lines, int fontPixels, int margin,
+                          int width) {
+    std::string joined;
+    for (const auto& line : lines) joined += (joined.empty() ? "" : "\n") + line;
+    // Measured on a scratch surface first: the picture's size follows from the text.
+    cairo_surface_t* scratch = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
+    cairo_t* measure = cairo_create(scratch);
+    PangoLayout* layout = pango_cairo_create_layout(measure);
+    PangoFontDescription* font = pango_font_description_from_string("Noto Sans");
+    pango_font_description_set_absolute_size(font, fontPixels * PANGO_SCALE);
+    pango_layout_set_font_description(layout, font);
+    pango_font_description_free(font);
+    pango_layout_set_text(layout, joined.c_str(), -1);
+    int textWidth = 0, textHeight = 0;
+    pango_layout_get_pixel_size(layout, &textWidth, &textHeight);
+    image::Bitmap bitmap{std::max(width, textWidth + 2 * margin), textHeight + 2 * margin, {}};
+    bitmap.pixels.assign(static_cast<size_t>(bitmap.width) * bitmap.height, 0xFFFFFFFFu);
+    cairo_surface_t* surface = cairo_image_surface_create_for_data(
+        reinterpret_cast<unsigned char*>(bitmap.pixels.data()), CAIRO_FORMAT_ARGB32, bitmap.width,
+        bitmap.height, bitmap.width * 4);
+    cairo_t* cr = cairo_create(surface);
+    cairo_set_source_rgb(cr, 0.1, 0.1, 0.1);
+    cairo_move_to(cr, margin, margin);
+    pango_cairo_update_layout(cr, layout);
+    pango_cairo_show_layout(cr, layout);
+    cairo_surface_flush(surface);
+    cairo_destroy(cr);
+    cairo_surface_destroy(surface);
+    g_object_unref(layout);
+    cairo_destroy(measure);
+    cairo_surface_destroy(scratch);
+    return bitmap;
+}
+
+const std::vector<std::string>& receiptLines() {
+    static const std::vector<std::string> lines{
+        "HARBOUR HARDWARE & KEYS",  "12 Quay Street",         "",
+        "Key cutting x2      8.00", "Door lock        24.50", "Moving boxes x10 19.90",
+        "TOTAL            52.40",   "Paid by card",           "Thank you for your visit"};
+    return lines;
+}
+
+std::string receiptJPEG() {
+    return image::encodeJPEG(textPicture(receiptLines(), 28, 40, 640), 92);
+}
+
+bool spokenVoiceMessage(const std::filesystem::path& file, const std::string& words) {
+    if (!findExecutable("espeak-ng") || !findExecutable("ffmpeg")) return false;
+    std::filesystem::create_directories(file.parent_path());
+    const std::filesystem::path wav = files::temporarySibling(file);
+    // espeak-ng connects to the sound server even to write a file, leaving its settings in the
+    // user's home; with no server named it touches nothing.
+    const auto spoken =
+        runProcess({.executable = "env",
+                    .arguments = {"PULSE_SERVER=none", "espeak-ng", "-w", wav.string(), words}});
+    const auto converted =
+        spoken.succeeded()
+            ? runProcess({.executable = "ffmpeg",
+                          .arguments = {"-nostdin", "-v", "error", "-y", "-i", wav.string(), "-c:a",
+                                        "pcm_s16le", "-f", "caf", file.string()}})
+            : spoken;
+    std::error_code ignored;
+    std::filesystem::remove(wav, ignored);
+    if (!converted.succeeded())
+        throw Error("Couldn't record the sample voice message: " + converted.standardError);
+    return true;
 }
 
 std::string jpegImage(int width, int height, int seed) {
