@@ -143,7 +143,9 @@ AppModel::AppModel(QObject* parent)
       cancel_(std::make_shared<CancelFlag>()),
       transcript_(std::make_shared<OpenTranscript>()),
       flags_(EvidenceStore::load()),
-      events_(TimelineEventStore::load()) {
+      events_(TimelineEventStore::load()),
+      lock_(isDemo()) {
+    connect(&lock_, &Lock::statusReported, this, &AppModel::reportStatus);
     pollTimer_.setInterval(pollingMilliseconds);
     connect(&pollTimer_, &QTimer::timeout, this, &AppModel::pollForChanges);
     connect(&jobs_, &Jobs::changed, this, &AppModel::statusChanged);

@@ -18,6 +18,7 @@
 #include "app/Counsel.h"
 #include "app/Exports.h"
 #include "app/Jobs.h"
+#include "app/Lock.h"
 #include "custody/AttachmentWatch.h"
 #include "custody/Imports.h"
 #include "evidence/EvidenceFlags.h"
@@ -174,6 +175,9 @@ public:
     Counsel& counsel() { return counsel_; }
     Snapshots& snapshots() { return *snapshots_; }
     WhatsAppSources& whatsApp() { return *whatsApp_; }
+    // The app lock: while it is locked the window shows nothing of the conversations, and running
+    // exports go on.
+    Lock& lock() { return lock_; }
 
     // Whether calls are merged into transcripts: kept in the preferences, applied at once.
     bool callsIncluded() const;
@@ -257,6 +261,7 @@ private:
     std::optional<AttachmentWatch::Report> evictionReport_;
     std::unique_ptr<RepeatingRounds> attachmentRounds_;
     QStringList storeProblems_;
+    Lock lock_;
 };
 
 }  // namespace bc::app

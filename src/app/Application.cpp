@@ -91,6 +91,7 @@ int runApplication(int argc, char** argv) {
     model.openLive();
     model.loadContacts();
     model.setPolling(true);
+    model.lock().startLockObservers();
     return application.exec();
 }
 

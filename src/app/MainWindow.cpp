@@ -27,6 +27,7 @@
 #include "app/CustodyLogWindow.h"
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
+#include "app/LockScreen.h"
 #include "app/QtText.h"
 #include "app/SearchPanel.h"
 #include "app/Snapshots.h"
@@ -134,11 +135,12 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     pages_->addWidget(splitter);
     layout->addWidget(pages_, 1);
     layout->addWidget(makeStatusLine());
-    setCentralWidget(central);
+    new LockCurtain(model_.lock(), *this, central);
     addShortcuts();
     addExportMenu();
     addSnapshotMenu();
     menuBar()->addMenu(makeWhatsAppMenu(model_, this));
+    menuBar()->addMenu(makeLockMenu(model_.lock(), this));
     resize(1180, 760);
 
     connect(&model_, &AppModel::stateChanged, this, &MainWindow::showState);
