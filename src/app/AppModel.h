@@ -81,8 +81,10 @@ public:
     explicit AppModel(QObject* parent = nullptr);
     ~AppModel() override;
 
-    // Sources. The live one is this Mac's Messages database, or the sample one in demo mode.
+    // Sources. The live one is this Mac's Messages database unless the start chose another (the
+    // sample one in demo mode, written once at start, so switching back never rewrites it).
     void openLive();
+    void setLiveDatabase(std::filesystem::path path) { liveDatabase_ = std::move(path); }
     void openSource(const std::filesystem::path& path, SourceKind kind);
     // A sealed snapshot, read-only: exports from it name it as their source.
     void openSnapshot(const SnapshotInfo& snapshot);
@@ -244,6 +246,7 @@ private:
     uint64_t transcriptGeneration_ = 0;
     bool pollInFlight_ = false;
 
+    std::filesystem::path liveDatabase_;
     std::shared_ptr<MessageSource> source_;
     SourceKind sourceKind_ = SourceKind::live;
     SourceChoice sourceChoice_;

@@ -12,8 +12,10 @@
 #include "app/AppModel.h"
 #include "app/ExportSheet.h"
 #include "app/MainWindow.h"
+#include "app/Passphrase.h"
 #include "cli/DemoStores.h"
 #include "counsel/CounselBundle.h"
+#include "sources/demo/DemoData.h"
 
 namespace bc::app {
 
@@ -69,9 +71,11 @@ void saveScreenshotsOnceShown(AppModel& model, MainWindow& window, QDir folder) 
 }  // namespace
 
 int runApplication(int argc, char** argv) {
+    std::optional<std::filesystem::path> demoDatabase;
     if (asksForDemo(argc, argv)) {
         try {
-            cli::redirectStoresToDemo();
+            demoDatabase = cli::redirectStoresToDemo();
+            PassphraseStore::location().setOverride(DemoData::folder() / "lock-passphrase.json");
         } catch (const std::exception& error) {
             // Without its own folder a demonstration would touch the user's data: stop.
             std::cerr << error.what() << '\n';
@@ -84,6 +88,7 @@ int runApplication(int argc, char** argv) {
     QApplication::setApplicationName("Brindlecourt");
     QApplication::setOrganizationName("Kestrove");
     AppModel model;
+    if (demoDatabase) model.setLiveDatabase(*demoDatabase);
     MainWindow window(model);
     window.show();
     if (const auto folder = qEnvironmentVariable("BRINDLECOURT_SCREENSHOTS"); !folder.isEmpty())
