@@ -120,6 +120,8 @@ void Lock::setRequireUnlock(bool required, const std::string& passphrase) {
 void Lock::checkOwner(const char* reason, std::function<Outcome()> passphraseStep,
                       std::function<void(Outcome)> done) {
     checking_ = true;
+    // The screen and menu wait for the answer.
+    emit lockChanged();
     auto finish = [this, done = std::move(done)](Outcome outcome) {
         checking_ = false;
         done(std::move(outcome));

@@ -92,6 +92,7 @@ public slots:
     void lockNow();
 
 signals:
+    // The locked state, its error or whether an owner check is under way changed.
     void lockChanged();
     void statusReported(const QString& line);
 

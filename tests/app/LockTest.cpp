@@ -196,10 +196,12 @@ TEST_F(LockTest, AWrongPassphraseKeepsTheLockAndSaysWhy) {
     ASSERT_TRUE(lock.isLocked());
     screen.passphraseField()->setText("guess");
     QTest::mouseClick(screen.unlockButton(), Qt::LeftButton);
+    EXPECT_FALSE(screen.unlockButton()->isEnabled()) << "one check at a time";
     ASSERT_TRUE(waitFor([&] { return !lock.isChecking(); }));
     EXPECT_TRUE(lock.isLocked());
     EXPECT_EQ(screen.errorLabel()->text(), "The passphrase is wrong.");
     EXPECT_TRUE(screen.passphraseField()->text().isEmpty());
+    EXPECT_TRUE(screen.unlockButton()->isEnabled());
 
     screen.passphraseField()->setText("secret");
     QTest::keyClick(screen.passphraseField(), Qt::Key_Return);
