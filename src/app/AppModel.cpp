@@ -155,7 +155,10 @@ AppModel::AppModel(QObject* parent)
       cancel_(std::make_shared<CancelFlag>()),
       transcript_(std::make_shared<OpenTranscript>()),
       flags_(EvidenceStore::load()),
-      events_(TimelineEventStore::load()) {
+      events_(TimelineEventStore::load()),
+      lock_(isDemo()) {
+    liveDatabase_ = MessageDatabase::defaultPath();
+    connect(&lock_, &Lock::statusReported, this, &AppModel::reportStatus);
     pollTimer_.setInterval(pollingMilliseconds);
     connect(&pollTimer_, &QTimer::timeout, this, &AppModel::pollForChanges);
     connect(&jobs_, &Jobs::changed, this, &AppModel::statusChanged);
@@ -197,11 +200,7 @@ QString AppModel::sourceText() const {
 // ---- sources
 
 void AppModel::openLive() {
-    if (isDemo())
-        openWith([] { return std::make_shared<MessageDatabase>(DemoData::databasePath()); },
-                 DemoData::folder() / "chat.db", SourceKind::live, {});
-    else
-        openSource(MessageDatabase::defaultPath(), SourceKind::live);
+    openSource(liveDatabase_, SourceKind::live);
 }
 
 void AppModel::openSource(const std::filesystem::path& path, SourceKind kind) {

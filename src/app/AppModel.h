@@ -18,6 +18,7 @@
 #include "app/Counsel.h"
 #include "app/Exports.h"
 #include "app/Jobs.h"
+#include "app/Lock.h"
 #include "custody/AttachmentWatch.h"
 #include "custody/Imports.h"
 #include "evidence/EvidenceFlags.h"
@@ -80,8 +81,10 @@ public:
     explicit AppModel(QObject* parent = nullptr);
     ~AppModel() override;
 
-    // Sources. The live one is this Mac's Messages database, or the sample one in demo mode.
+    // Sources. The live one is this Mac's Messages database unless the start chose another (the
+    // sample one in demo mode, written once at start, so switching back never rewrites it).
     void openLive();
+    void setLiveDatabase(std::filesystem::path path) { liveDatabase_ = std::move(path); }
     void openSource(const std::filesystem::path& path, SourceKind kind);
     // A sealed snapshot, read-only: exports from it name it as their source.
     void openSnapshot(const SnapshotInfo& snapshot);
@@ -179,6 +182,9 @@ public:
     Counsel& counsel() { return counsel_; }
     Snapshots& snapshots() { return *snapshots_; }
     WhatsAppSources& whatsApp() { return *whatsApp_; }
+    // The app lock: while it is locked the window shows nothing of the conversations, and running
+    // exports go on.
+    Lock& lock() { return lock_; }
 
     // Whether calls are merged into transcripts: kept in the preferences, applied at once.
     bool callsIncluded() const;
@@ -249,6 +255,7 @@ private:
     uint64_t transcriptGeneration_ = 0;
     bool pollInFlight_ = false;
 
+    std::filesystem::path liveDatabase_;
     std::shared_ptr<MessageSource> source_;
     SourceKind sourceKind_ = SourceKind::live;
     SourceChoice sourceChoice_;
@@ -266,6 +273,7 @@ private:
     std::optional<AttachmentWatch::Report> evictionReport_;
     std::unique_ptr<RepeatingRounds> attachmentRounds_;
     QStringList storeProblems_;
+    Lock lock_;
 };
 
 }  // namespace bc::app

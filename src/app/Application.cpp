@@ -14,9 +14,11 @@
 #include "app/AppModel.h"
 #include "app/ExportSheet.h"
 #include "app/MainWindow.h"
+#include "app/Passphrase.h"
 #include "app/WhatsAppSources.h"
 #include "cli/DemoStores.h"
 #include "counsel/CounselBundle.h"
+#include "sources/demo/DemoData.h"
 
 namespace bc::app {
 
@@ -93,9 +95,11 @@ void saveScreenshotsOnceShown(AppModel& model, MainWindow& window, QDir folder) 
 }  // namespace
 
 int runApplication(int argc, char** argv) {
+    std::optional<std::filesystem::path> demoDatabase;
     if (asksForDemo(argc, argv)) {
         try {
-            cli::redirectStoresToDemo();
+            demoDatabase = cli::redirectStoresToDemo();
+            PassphraseStore::location().setOverride(DemoData::folder() / "lock-passphrase.json");
         } catch (const std::exception& error) {
             // Without its own folder a demonstration would touch the user's data: stop.
             std::cerr << error.what() << '\n';
@@ -108,6 +112,7 @@ int runApplication(int argc, char** argv) {
     QApplication::setApplicationName("Brindlecourt");
     QApplication::setOrganizationName("Kestrove");
     AppModel model;
+    if (demoDatabase) model.setLiveDatabase(*demoDatabase);
     MainWindow window(model);
     window.show();
     if (const auto folder = qEnvironmentVariable("BRINDLECOURT_SCREENSHOTS"); !folder.isEmpty())
@@ -115,6 +120,7 @@ int runApplication(int argc, char** argv) {
     openFirstSource(model, fileArgument(argc, argv));
     model.loadContacts();
     model.setPolling(true);
+    model.lock().startLockObservers();
     return application.exec();
 }
 

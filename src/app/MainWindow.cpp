@@ -32,6 +32,7 @@
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
 #include "app/HelpMenu.h"
+#include "app/LockScreen.h"
 #include "app/MachineTextMenu.h"
 #include "app/NoteEditor.h"
 #include "app/QtText.h"
@@ -141,7 +142,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     pages_->addWidget(splitter);
     layout->addWidget(pages_, 1);
     layout->addWidget(makeStatusLine());
-    setCentralWidget(central);
+    new LockCurtain(model_.lock(), *this, central);
     addShortcuts();
     addFileMenu();
     addEditMenu();
@@ -149,6 +150,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     addSnapshotMenu();
     menuBar()->addMenu(makeWhatsAppMenu(model_, this));
     menuBar()->addMenu(makeMachineTextMenu(model_, this));
+    menuBar()->addMenu(makeLockMenu(model_.lock(), this));
     menuBar()->addMenu(makeHelpMenu(this));
     resize(1180, 760);
 

@@ -1,8 +1,11 @@
+#include <sys/stat.h>
+
 #include <cstdlib>
 
 #include "AppFixture.h"
 #include "cli/DemoStores.h"
 #include "custody/CustodyLog.h"
+#include "custody/Imports.h"
 #include "custody/Preservation.h"
 #include "sources/CallHistory.h"
 
@@ -26,6 +29,7 @@ public:
         CallHistory::setOverrideDatabasePath(callDatabase_);
         CustodyLog::setOverrideURL(std::nullopt);
         Preservation::setOverrideRoot(std::nullopt);
+        Imports::setOverrideRoot(std::nullopt);
         DemoData::setEnabled(false);
     }
 
@@ -54,6 +58,40 @@ TEST(DemoMode, EveryStoreLivesInTheDemoFolderWithASampleCallLog) {
     EXPECT_EQ(Preservation::root(), folder / "Snapshots");
     EXPECT_EQ(CallHistory::overridePath(), folder / "CallHistory.storedata");
     EXPECT_FALSE(CallHistory::readAll(folder / "CallHistory.storedata").empty());
+}
+
+ino_t fileNumber(const std::filesystem::path& file) {
+    struct stat status {};
+    EXPECT_EQ(::stat(file.c_str(), &status), 0) << file;
+    return status.st_ino;
+}
+
+// The sample databases are written once per start: a rewrite would replace the files.
+TEST(DemoMode, SwitchingBackToTheSampleDatabaseDoesNotWriteItAgain) {
+    bc::testing::TempDir temporary;
+    const bc::testing::ScopedEnvironment temp("TMPDIR", temporary.path().string());
+    RestoredStores restore;
+    application();
+    const auto database = cli::redirectStoresToDemo();
+    const auto calls = DemoData::folder() / "CallHistory.storedata";
+    const auto written = std::pair(fileNumber(database), fileNumber(calls));
+    const auto other = temporary / "other" / "chat.db";
+    DemoData::writeMessagesDatabase(other, Clock::now());
+
+    AppModel model;
+    model.setLiveDatabase(database);
+    const auto open = [&](const std::function<void()>& opening, const std::filesystem::path& path) {
+        opening();
+        ASSERT_TRUE(waitFor([&] {
+            return model.state() == AppModel::State::ready && model.source() &&
+                   model.source()->path() == path.string();
+        })) << model.stateMessage().toStdString();
+    };
+    open([&] { model.openLive(); }, database);
+    open([&] { model.openSource(other, AppModel::SourceKind::file); }, other);
+    open([&] { model.openLive(); }, database);
+    EXPECT_EQ(model.sourceKind(), AppModel::SourceKind::live);
+    EXPECT_EQ(std::pair(fileNumber(database), fileNumber(calls)), written);
 }
 
 }  // namespace

@@ -329,6 +329,26 @@ TEST_F(CommandLine, NothingAppearsOrChangesBesideASource) {
             << "private copies are removed";
 }
 
+TEST_F(CommandLine, DemoJobsLeaveTheUsersHomeAndDataAsTheyWere) {
+    // Data of the user's own, which the demo must neither read into its record nor change.
+    const fs::path data = dir_ / "home" / "data" / "Kestrove";
+    testing::writeText(data / "custody-log.jsonl", "");
+    testing::writeText(data / "evidence.json", "{}");
+    const auto before = testing::folderState(dir_ / "home");
+    for (const auto& command : std::vector<std::vector<std::string>>{
+             {"--export-html", "--demo", "--snapshot"},
+             {"--export-html", "--demo", "--chats", "1", "--out", "html"},
+             {"--export-html", "--demo", "--exhibit", "--chats", "1", "--out", "exhibit"},
+             {"--search", "movers", "--demo", "--out", "found", "--format", "csv"},
+             {"--list-sources", "--demo"},
+             {"--export-html", "--demo", "--verify-snapshots"}}) {
+        const auto result = run(command);
+        EXPECT_EQ(result.exitStatus, 0) << command[2] << result.standardError;
+        EXPECT_EQ(testing::folderState(dir_ / "home"), before) << command[2];
+    }
+    EXPECT_FALSE(custodyRecords(demoFolder() / "custody-log.jsonl").empty());
+}
+
 TEST_F(CommandLine, OddDatabaseFilesAreRefusedInOneSentenceAndNothingIsWritten) {
     const fs::path odd = dir_ / "odd";
     fs::create_directories(odd / "folder.db");
