@@ -103,6 +103,6 @@ counsel.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The libraries' packages come from dpkg-shlibdeps; these are the programs and data it runs with.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-  "ffmpeg, fonts-noto-core, fonts-noto-color-emoji, tesseract-ocr-eng")
+  "ffmpeg, fonts-noto-core, fonts-noto-color-emoji, tesseract-ocr-eng, pocketsphinx-en-us")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-noto-cjk")
 include(CPack)
