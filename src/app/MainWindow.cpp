@@ -19,6 +19,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QSet>
 #include <QSettings>
 #include <QShortcut>
 #include <QSplitter>
@@ -26,6 +27,7 @@
 #include <QTabWidget>
 #include <QTimer>
 #include <QTreeWidget>
+#include <QTreeWidgetItemIterator>
 #include <QVBoxLayout>
 
 #include "app/CustodyLogWindow.h"
@@ -578,15 +580,34 @@ void MainWindow::showTranscript(bool keepPosition) {
     } else if (!keepPosition) {
         transcriptView_->scrollToBottom();
     }
-    showTimelineTree();
+    showTimelineTree(keepPosition);
     showEvidence();
     showPendingReveal();
 }
 
-void MainWindow::showTimelineTree() {
+void MainWindow::showTimelineTree(bool keepExpanded) {
+    // The periods the user opened stay open while the same conversation is read again.
+    const auto key = [](const QTreeWidgetItem* item) {
+        return item->data(0, unitRole).toString() + "@" + item->data(0, startRole).toString();
+    };
+    QSet<QString> expanded;
+    for (QTreeWidgetItemIterator it(timelineTree_); keepExpanded && *it; ++it)
+        if ((*it)->isExpanded()) expanded.insert(key(*it));
     timelineTree_->clear();
     addTreeNodes(nullptr, timelineTree_, model_.transcript().timeline.roots);
-    timelineTree_->expandToDepth(0);
+    if (expanded.isEmpty()) return timelineTree_->expandToDepth(0);
+    for (QTreeWidgetItemIterator it(timelineTree_); *it; ++it)
+        (*it)->setExpanded(expanded.contains(key(*it)));
+}
+
+void MainWindow::selectInTimeline(int64_t firstMessageID) {
+    // The deepest period that starts with the message: a day before its month and year.
+    QTreeWidgetItem* deepest = nullptr;
+    for (QTreeWidgetItemIterator it(timelineTree_); *it; ++it)
+        if ((*it)->data(0, messageIDRole).toLongLong() == firstMessageID) deepest = *it;
+    if (!deepest) return;
+    timelineTree_->setCurrentItem(deepest);
+    timelineTree_->scrollToItem(deepest);
 }
 
 void MainWindow::showEvidence() {
@@ -699,7 +720,10 @@ void MainWindow::jump(int step) {
     const auto day = transcript.timeline.dayIndex(transcriptModel_->message(*from).id);
     if (!day) return;
     const auto target = transcript.timeline.jump(*day, jumpUnit(), step);
-    if (target) showMessage(transcript.timeline.days[*target].firstMessageID);
+    if (!target) return;
+    const auto first = transcript.timeline.days[*target].firstMessageID;
+    showMessage(first);
+    selectInTimeline(first);
 }
 
 void MainWindow::showMessage(int64_t messageID) {

@@ -79,7 +79,10 @@ private:
     // Hides the conversations the filter field does not find.
     void filterConversations();
     void showTranscript(bool keepPosition);
-    void showTimelineTree();
+    // `keepExpanded`: the same conversation again, its opened periods stay open.
+    void showTimelineTree(bool keepExpanded);
+    // Marks the period that Previous or Next moved to.
+    void selectInTimeline(int64_t firstMessageID);
     void showEvidence();
     void showStatus();
     void showEvictionReport();

@@ -128,11 +128,8 @@ TranscriptDelegate::Layout TranscriptDelegate::measure(const TranscriptModel& mo
                 "Attachment: " + qs(attachment.name), bubbleMax, qs(attachment.path));
         }
         for (const QString& line : details(message)) add(Block::Kind::detail, line, bubbleMax);
-        if (!message.reactions.empty()) {
-            QString line;
-            for (const auto& reaction : message.reactions) line += qs(reaction.emoji) + " ";
-            add(Block::Kind::reactions, line.trimmed(), bubbleMax);
-        }
+        if (!message.reactions.empty())
+            add(Block::Kind::reactions, reactionLine(message, context_.name), bubbleMax);
     }
     // The time goes on this line at paint time; a flag and its note follow it.
     QString footer = " ";
@@ -183,6 +180,16 @@ QStringList TranscriptDelegate::details(const Message& message) {
     for (const auto& part : message.recoveredParts)
         lines << qs(notes::recoveredPart(part) + ": ") + shown(part.text.value_or("(unreadable)"));
     return lines;
+}
+
+QString TranscriptDelegate::reactionLine(
+    const Message& message, const std::function<std::string(const std::string&)>& name) {
+    QStringList parts;
+    for (const auto& reaction : message.reactions) {
+        const QString emoji = reaction.emoji == "?" ? QString("❓") : qs(reaction.emoji);
+        parts << emoji + " " + (reaction.isFromMe ? QString("You") : qs(name(reaction.sender)));
+    }
+    return parts.join("  ·  ");
 }
 
 const TranscriptDelegate::Layout& TranscriptDelegate::layoutOf(const TranscriptModel& model,
@@ -298,6 +305,14 @@ void TranscriptDelegate::paintBlock(QPainter& painter, const Block& block, const
                                  : block.text);
             return;
         }
+        case Kind::reactions:
+            // A light pill keeps the emoji and names readable on either bubble colour.
+            painter.setPen(QColor(0xc8, 0xc8, 0xc8));
+            painter.setBrush(Qt::white);
+            painter.drawRoundedRect(area.adjusted(-4, -1, 4, 1), 8, 8);
+            painter.setPen(Qt::black);
+            painter.drawText(area, Qt::TextWordWrap, block.text);
+            return;
         case Kind::footer:
             return;  // paintFooter
         default:

@@ -46,6 +46,10 @@ public:
     // The lines under a message's text and attachments: its versions, unsent, app and deletion
     // notes, recovered parts; in the wording every export uses.
     static QStringList details(const Message& message);
+    // Each reaction with who gave it ("❤️ Sam Taylor  ·  ❓ You"); a plain "?" is the
+    // question-mark reaction, drawn as such rather than read as punctuation.
+    static QString reactionLine(const Message& message,
+                                const std::function<std::string(const std::string&)>& name);
 
 private:
     struct Block {
@@ -68,7 +72,9 @@ private:
         QString path;
 
         bool inBubble() const { return kind >= Kind::sender && kind <= Kind::reactions; }
-        bool isSmall() const { return kind != Kind::body && kind != Kind::event; }
+        bool isSmall() const {
+            return kind != Kind::body && kind != Kind::event && kind != Kind::reactions;
+        }
     };
 
     struct Layout {

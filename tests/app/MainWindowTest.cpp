@@ -49,6 +49,10 @@ TEST_F(WindowTest, JumpsStepDayByDayAndStopAtTheEnds) {
     window_->jump(1);
     EXPECT_EQ(currentDay(), 1u);
     EXPECT_EQ(static_cast<size_t>(currentRow()), model_->rowOfDay(1));
+    auto* tree = window_->findChild<QTreeWidget*>("timeline");
+    ASSERT_TRUE(tree->currentItem()) << "the timeline marks the day moved to";
+    EXPECT_EQ(tree->currentItem()->childCount(), 0) << "the day itself, not its month";
+    EXPECT_EQ(tree->currentItem()->data(0, Qt::UserRole + 1).toLongLong(), days[1].firstMessageID);
     window_->jump(1);
     EXPECT_EQ(currentDay(), 2u);
     window_->jump(-1);
@@ -85,6 +89,23 @@ TEST_F(WindowTest, TheTimelineTreeAndEvidenceSidebarFollowTheModel) {
     model_->setNote("Keep this", flagged);
     ASSERT_EQ(evidence->count(), 1);
     EXPECT_TRUE(evidence->item(0)->text().contains("Keep this"));
+
+    // A period the user opened stays open when an event is saved and the tree is built again.
+    auto* month = tree->topLevelItem(0)->child(0);
+    ASSERT_TRUE(month);
+    month->setExpanded(true);
+    const auto monthName = month->text(0);
+    auto event = *model_->startAddingEvent(flagged.date);
+    event.title = "Hearing";
+    model_->saveEvent(event);
+    ASSERT_TRUE(waitFor([&] {
+        return std::any_of(model_->transcript().rows.begin(), model_->transcript().rows.end(),
+                           [](const Message& row) { return row.isUserEvent(); });
+    }));
+    QCoreApplication::processEvents();
+    month = tree->topLevelItem(0)->child(0);
+    EXPECT_EQ(month->text(0), monthName);
+    EXPECT_TRUE(month->isExpanded());
 }
 
 TEST_F(WindowTest, AReloadKeepsTheRowAtTheTop) {

@@ -54,5 +54,17 @@ TEST_F(TranscriptDetails, RecentlyDeletedAndAppLabelsSayWhatExportsSay) {
     EXPECT_TRUE(detailsOf("DEMO-MSG-25").contains("Sent with the iMessage app: Apple Cash"));
 }
 
+TEST(TranscriptReactions, NameWhoReactedAndShowAQuestionMarkAsItsReaction) {
+    Message message;
+    message.reactions = {{.emoji = "❤️", .sender = "+15550100"},
+                         {.emoji = "?", .isFromMe = true},
+                         {.emoji = "👍", .sender = "jo@example.com"}};
+    const auto name = [](const std::string& handle) {
+        return handle == "+15550100" ? std::string("Ana Example") : handle;
+    };
+    EXPECT_EQ(TranscriptDelegate::reactionLine(message, name),
+              "❤️ Ana Example  ·  ❓ You  ·  👍 jo@example.com");
+}
+
 }  // namespace
 }  // namespace bc::app
