@@ -140,12 +140,17 @@ void Snapshots::openAsSource(const SnapshotInfo& snapshot) {
     model_.openSnapshot(snapshot);
 }
 
-bool Snapshots::moveToTrash(const SnapshotInfo& snapshot) {
+std::optional<QString> Snapshots::whyNotTrash(const SnapshotInfo& snapshot) const {
     const auto& open = model_.sourceChoice().snapshot;
-    if (model_.sourceKind() == AppModel::SourceKind::snapshot && open && open->id == snapshot.id) {
-        emit statusReported("Couldn't move " + qs(snapshot.id) +
-                            " to the Trash: it is the open source. Switch to Live Messages "
-                            "first.");
+    if (model_.sourceKind() != AppModel::SourceKind::snapshot || !open || open->id != snapshot.id)
+        return std::nullopt;
+    return "Couldn't move " + qs(snapshot.id) +
+           " to the Trash: it is the open source. Switch to Live Messages first.";
+}
+
+bool Snapshots::moveToTrash(const SnapshotInfo& snapshot) {
+    if (const auto reason = whyNotTrash(snapshot)) {
+        emit statusReported(*reason);
         return false;
     }
     if (refuseWhileBusy()) return false;

@@ -50,6 +50,8 @@ public:
     // Seals every conversation of the live source. False, with the reason in the status line,
     // when it cannot start.
     bool take();
+    // Why `snapshot` cannot go to the Trash now (it is the open source), else nothing.
+    std::optional<QString> whyNotTrash(const SnapshotInfo& snapshot) const;
     // The verdict ends up in the status line and, with one line per file concerned, in
     // `verdict`.
     bool verify(const SnapshotInfo& snapshot);

@@ -54,6 +54,7 @@ SnapshotsWindow::SnapshotsWindow(AppModel& model, QWidget* parent)
     verify_ = new QPushButton("Verify", this);
     open_ = new QPushButton("Open as Source", this);
     trash_ = new QPushButton("Move to Trash…", this);
+    trash_->setObjectName("trashSnapshot");
     auto* buttons = new QHBoxLayout();
     for (auto* button : {take_, verify_, open_, trash_}) buttons->addWidget(button);
     buttons->addStretch();
@@ -122,8 +123,11 @@ void SnapshotsWindow::showState() {
     take_->setEnabled(!whyNot && !busy);
     verify_->setEnabled(chosen && !busy);
     open_->setEnabled(chosen);
-    trash_->setEnabled(chosen && !busy);
-    QString note = whyNot.value_or(QString());
+    // An entry that cannot act says why beside it, before anything is confirmed.
+    const auto whyNotTrash = chosen ? model_.snapshots().whyNotTrash(*selected()) : std::nullopt;
+    trash_->setEnabled(chosen && !busy && !whyNotTrash);
+    trash_->setToolTip(whyNotTrash.value_or(QString()));
+    QString note = whyNotTrash.value_or(whyNot.value_or(QString()));
     if (model_.snapshots().list().empty())
         note = (note.isEmpty() ? QString() : note + "\n") + "No snapshots yet.";
     note_->setText(note);

@@ -1,5 +1,6 @@
 #include <QAbstractButton>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QTimer>
 
 #include "AppFixture.h"
@@ -156,6 +157,15 @@ TEST_F(SnapshotsTest, ASnapshotOpensAsTheSourceAndCannotBeSnapshotted) {
     EXPECT_EQ(model->statusText(), Snapshots::needsLiveText);
     EXPECT_FALSE(model->jobs().isRunning());
     EXPECT_EQ(rootEntries().size(), 1u);
+
+    // The open snapshot's Trash entry is disabled and says why, before any confirmation.
+    SnapshotsWindow window(*model);
+    window.select(Preservation::folder(snapshot).string());
+    auto* trash = window.findChild<QPushButton*>("trashSnapshot");
+    ASSERT_TRUE(trash);
+    EXPECT_FALSE(trash->isEnabled());
+    EXPECT_TRUE(trash->toolTip().contains("it is the open source"))
+        << trash->toolTip().toStdString();
 }
 
 TEST_F(SnapshotsTest, WithNoMessagesDatabaseTheRefusalSaysWhereItLooked) {
