@@ -6,7 +6,7 @@ CMAKE_FLAGS  ?=
 CTEST_FLAGS  ?= --output-on-failure --timeout 900 -j $(JOBS)
 
 SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
-                LSAN_OPTIONS=suppressions=$(CURDIR)/tests/sanitizer-suppressions.txt \
+                LSAN_OPTIONS=suppressions=$(CURDIR)/tests/sanitizer-suppressions.txt:print_suppressions=0 \
                 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
 .PHONY: all deps build build-sanitize test test-normal test-sanitize test-package package demo app format bench clean
