@@ -9,7 +9,7 @@ SANITIZER_ENV = ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_check
                 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/sanitizer-suppressions.txt:print_suppressions=0 \
                 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
-.PHONY: all deps build build-sanitize test test-normal test-sanitize test-package package demo app format bench clean
+.PHONY: all deps build build-sanitize test test-normal test-sanitize test-package package demo app format check check-format check-tidy fuzz bench clean
 
 all: build
 
@@ -47,7 +47,7 @@ else
 test-package:
 endif
 
-test: test-normal test-sanitize test-package
+test: check test-normal test-sanitize test-package fuzz
 
 # The main job on the generated sample data, into a fresh folder: a snapshot, an HTML archive and
 # a PDF of the sample conversation, an exhibit of its flagged messages (Bates numbers, one
@@ -95,6 +95,32 @@ bench: build
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+# Style and static analysis: any file clang-format would change, or any clang-tidy finding
+# (.clang-tidy names the checks), fails.
+check: check-format check-tidy
+
+check-format: deps
+	@git ls-files '*.cpp' '*.h' '*.mm' | xargs clang-format --dry-run -Werror
+
+check-tidy: build
+	@git ls-files 'src/*.cpp' | xargs -P $(JOBS) -n 4 clang-tidy -p $(BUILD_DIR) --quiet \
+	  > $(BUILD_DIR)/clang-tidy.txt 2>/dev/null; \
+	  if grep -E '(warning|error):' $(BUILD_DIR)/clang-tidy.txt; then exit 1; fi
+
+# The libFuzzer target, built with clang in a folder of its own, for 60 seconds on its seeds.
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+$(FUZZ_DIR)/build.ninja:
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DBRINDLECOURT_FUZZ=ON -DBRINDLECOURT_APP=OFF $(CMAKE_FLAGS)
+
+fuzz: deps $(FUZZ_DIR)/build.ninja
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target fuzz_decoding
+	@rm -rf $(FUZZ_DIR)/corpus && cp -r bench/fuzz/corpus $(FUZZ_DIR)/corpus
+	@$(SANITIZER_ENV) $(FUZZ_DIR)/bench/fuzz_decoding -max_total_time=$(FUZZ_SECONDS) \
+	  -max_len=4096 -print_final_stats=1 $(FUZZ_DIR)/corpus > $(FUZZ_DIR)/fuzz.log 2>&1; \
+	  status=$$?; tail -12 $(FUZZ_DIR)/fuzz.log; exit $$status
 
 clean:
 	@$(call unlock,$(DEMO_DIR))

@@ -13,8 +13,8 @@
 #include <QListView>
 #include <QScrollBar>
 
-#include "app/AppModel.h"
-#include "app/MainWindow.h"
+#include "app/shell/AppModel.h"
+#include "app/shell/MainWindow.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "evidence/Analyzer.h"
-#include "sources/demo/DemoWriters.h"
+#include "demo/DemoWriters.h"
 #include "support/Files.h"
 #include "support/Process.h"
 

@@ -10,7 +10,7 @@
 
 #include "evidence/Search.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/LargeSample.h"
+#include "demo/LargeSample.h"
 
 namespace {
 

@@ -10,8 +10,9 @@
 #include <random>
 
 #include "custody/Preservation.h"
+#include "custody/SnapshotLock.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "support/Files.h"
 #include "support/Process.h"
 #include "support/Sqlite.h"
@@ -89,7 +90,7 @@ void snapshotVersusCopyAndHash(benchmark::State& state) {
     }
     bc::Clock::setFixed(std::nullopt);
     for (const auto& snapshot : bc::Preservation::list())
-        bc::Preservation::unlock(bc::Preservation::folder(snapshot));
+        bc::snapshotLock::unlock(bc::Preservation::folder(snapshot));
     state.counters["snapshot_s"] = snapshotTotal / static_cast<double>(state.iterations());
     state.counters["cp_sha256sum_s"] = baselineTotal / static_cast<double>(state.iterations());
     state.counters["ratio"] = snapshotTotal / baselineTotal;

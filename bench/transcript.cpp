@@ -20,8 +20,8 @@
 
 #include "StatementTrace.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
-#include "sources/demo/LargeSample.h"
+#include "demo/DemoData.h"
+#include "demo/LargeSample.h"
 #include "support/Files.h"
 #include "support/Process.h"
 #include "support/Sqlite.h"

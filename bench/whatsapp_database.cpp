@@ -10,7 +10,7 @@
 
 #include "StatementTrace.h"
 #include "sources/WhatsAppDatabase.h"
-#include "sources/demo/DemoWriters.h"
+#include "demo/DemoWriters.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"
 

@@ -4,7 +4,7 @@
 #include "support/DateFormat.h"
 
 #ifdef BRINDLECOURT_HAS_APP
-#include "app/Application.h"
+#include "app/shell/Application.h"
 #endif
 
 // The command line is looked at first; only when it asks for no job does the window open.

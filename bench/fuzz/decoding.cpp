@@ -1,14 +1,11 @@
 // libFuzzer target for the two decoders that read untrusted bytes from a Messages database:
-// the archived attributed string and the edit-history property list. Build and run (clang):
-//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -Isrc \
-//     bench/fuzz/decoding.cpp src/sources/MessageDecoding.cpp src/sources/EditHistory.cpp \
-//     src/support/Text.cpp src/support/Date.cpp src/support/DateFormat.cpp \
-//     $(pkg-config --cflags --libs libplist-2.0 icu-i18n icu-uc) -o build/fuzz_decoding
-//   build/fuzz_decoding -max_total_time=900 -max_len=4096 corpus/
+// the archived attributed string and the edit-history property list. `make fuzz` builds it with
+// clang and runs it on the seeds in corpus/ (taken from the sample database of demo mode).
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
+#include "sources/EditHistory.h"
 #include "sources/MessageDecoding.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

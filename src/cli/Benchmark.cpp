@@ -9,7 +9,7 @@
 
 #include "cli/DatabaseChoice.h"
 #include "evidence/Timeline.h"
-#include "sources/demo/LargeSample.h"
+#include "demo/LargeSample.h"
 #include "support/Machine.h"
 
 namespace bc::cli {

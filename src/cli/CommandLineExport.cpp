@@ -1,7 +1,6 @@
 #include "cli/CommandLineExport.h"
 
 #include <charconv>
-#include <chrono>
 #include <memory>
 
 #include "cli/CommandLineImport.h"
@@ -23,33 +22,6 @@
 namespace bc::cli {
 
 namespace fs = std::filesystem;
-
-std::optional<Date> parseDay(const std::string& text) {
-    int year = 0, month = 0, dayOfMonth = 0;
-    const auto number = [&](size_t at, size_t length, int& into) {
-        const char* begin = text.data() + at;
-        const auto [end, error] = std::from_chars(begin, begin + length, into);
-        return error == std::errc() && end == begin + length;
-    };
-    if (text.size() != 10 || text[4] != '-' || text[7] != '-' || !number(0, 4, year) ||
-        !number(5, 2, month) || !number(8, 2, dayOfMonth))
-        return std::nullopt;
-    const std::chrono::year_month_day civil{std::chrono::year(year),
-                                            std::chrono::month(static_cast<unsigned>(month)),
-                                            std::chrono::day(static_cast<unsigned>(dayOfMonth))};
-    if (!civil.ok()) return std::nullopt;
-    // The local day starts within 14 hours of that date's UTC midnight; one of three instants
-    // 12 hours apart lies inside it.
-    const auto midnightUTC = std::chrono::sys_days(civil).time_since_epoch();
-    const Date utc = Date::fromUnix(
-        static_cast<double>(std::chrono::duration_cast<std::chrono::seconds>(midnightUTC).count()));
-    Calendar calendar;
-    for (const double hours : {0.0, 12.0, -12.0}) {
-        const Date start = calendar.startOfDay(utc + hours * 3600);
-        if (dates::formatPattern(start, "yyyy-MM-dd", "en_US_POSIX") == text) return start;
-    }
-    return std::nullopt;
-}
 
 // Phases only; per-item counters would flood a terminal.
 ProgressFn phasesTo(std::ostream& stream) {
@@ -131,7 +103,7 @@ std::optional<std::vector<int64_t>> CommandLineExport::chatIDs(const std::string
 std::optional<std::optional<Date>> CommandLineExport::day(const std::string& option) {
     const auto text = arguments_.value(option);
     if (!text) return std::optional<Date>();
-    if (auto parsed = parseDay(*text)) return parsed;
+    if (auto parsed = Calendar().parseDay(*text)) return parsed;
     err_ << "error: " << option << " must be a date like 2025-03-01, got \"" << *text << "\"\n";
     return std::nullopt;
 }

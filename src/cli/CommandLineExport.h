@@ -58,7 +58,4 @@ manifest::NameFor namesFor(bool demo);
 // Progress of a long job on a terminal: its phases only, not every item.
 ProgressFn phasesTo(std::ostream& stream);
 
-// The day "yyyy-MM-dd" names, starting at its first instant in the current time zone.
-std::optional<Date> parseDay(const std::string& text);
-
 }  // namespace bc::cli

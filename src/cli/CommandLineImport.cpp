@@ -3,7 +3,7 @@
 #include <filesystem>
 
 #include "cli/DatabaseChoice.h"
-#include "cli/DemoStores.h"
+#include "demo/DemoStores.h"
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
 #include "sources/MessageDatabase.h"
@@ -43,7 +43,7 @@ int CommandLineImport::importFile() {
         Imports::saveSettings(info, chosenSettings(arguments_, info.settings()));
         out_ << "Done. " << info.id << " sealed at " << info.folder().string() << "\n";
         if (info.kind == ImportInfo::Kind::chatExport) {
-            const WhatsAppExportSource source(info);
+            const WhatsAppExportSource source(Imports::sealedChatExport(info));
             for (const auto& note : source.notes()) out_ << "  note: " << note << "\n";
         }
         out_ << "  messages: " << imported.messageCount << "\n";

@@ -9,7 +9,7 @@
 
 #include "cli/CommandLineExport.h"
 #include "cli/DatabaseChoice.h"
-#include "cli/DemoStores.h"
+#include "demo/DemoStores.h"
 #include "counsel/CounselBundle.h"
 #include "counsel/CounselStatement.h"
 #include "custody/CustodySystemInfo.h"
@@ -88,7 +88,8 @@ StatementSource openSource(const Arguments& arguments) {
     if (const auto given = arguments.value("--source")) {
         const fs::path path = fs::absolute(*given);
         if (fs::is_directory(path))
-            return source(std::make_unique<MessageDatabase>(path / "chat.db", true), "snapshot");
+            return source(std::make_unique<MessageDatabase>(path / "chat.db",
+                                                                     MessageDatabase::Origin::sealedCopy), "snapshot");
         return source(std::make_unique<MessageDatabase>(path), "live");
     }
     return source(DatabaseChoice::from(arguments).open(), "live");

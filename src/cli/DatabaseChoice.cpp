@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "cli/DemoStores.h"
+#include "demo/DemoStores.h"
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
 #include "sources/WhatsAppDatabase.h"
@@ -94,9 +94,10 @@ std::vector<std::string> participantHandles(MessageSource& source,
     return handles;
 }
 
-std::unique_ptr<MessageDatabase> openMessagesDatabase(const std::filesystem::path& path) {
+std::unique_ptr<MessageDatabase> openMessagesDatabase(
+    const std::filesystem::path& path, std::optional<MessageDatabase::Origin> origin) {
     try {
-        return std::make_unique<MessageDatabase>(path);
+        return std::make_unique<MessageDatabase>(path, origin);
     } catch (const DBError& error) {
         throw Error("Couldn't open the Messages database " + quoted(path) + ": " + error.text());
     }
@@ -104,7 +105,8 @@ std::unique_ptr<MessageDatabase> openMessagesDatabase(const std::filesystem::pat
 
 DatabaseChoice DatabaseChoice::from(const Arguments& arguments) {
     if (arguments.contains("--demo"))
-        return {redirectStoresToDemo(), "the generated sample Messages database (demo mode)"};
+        return {redirectStoresToDemo(), "the generated sample Messages database (demo mode)",
+                MessageDatabase::Origin::demoSample};
     if (const auto file = arguments.value("--database"))
         return {std::filesystem::absolute(*file), "the Messages database file " +
                                                       std::filesystem::absolute(*file).string() +
@@ -113,7 +115,7 @@ DatabaseChoice DatabaseChoice::from(const Arguments& arguments) {
 }
 
 std::unique_ptr<MessageDatabase> DatabaseChoice::open() const {
-    return openMessagesDatabase(path);
+    return openMessagesDatabase(path, origin);
 }
 
 std::optional<std::string> ChosenSource::argumentProblem(const Arguments& arguments) {

@@ -17,6 +17,7 @@ namespace bc::cli {
 struct DatabaseChoice {
     std::filesystem::path path;
     std::string description;  // how exports and certificates name the source, truthfully
+    std::optional<MessageDatabase::Origin> origin;  // by its path unless demo mode chose it
 
     // Call only once the arguments are known to be valid: demo mode writes its sample files.
     static DatabaseChoice from(const Arguments& arguments);
@@ -46,6 +47,8 @@ std::vector<std::string> participantHandles(MessageSource& source,
 
 // The Messages database at `path`, read-only. Throws Error: "Couldn't open the Messages database
 // “path”: " + the engine's words.
-std::unique_ptr<MessageDatabase> openMessagesDatabase(const std::filesystem::path& path);
+std::unique_ptr<MessageDatabase> openMessagesDatabase(
+    const std::filesystem::path& path,
+    std::optional<MessageDatabase::Origin> origin = std::nullopt);
 
 }  // namespace bc::cli

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "custody/SafeStore.h"
+#include "support/SafeStore.h"
 #include "support/Date.h"
 #include "support/Files.h"
 #include "support/Json.h"

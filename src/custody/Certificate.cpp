@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "custody/Certificate.h"
 #include "custody/CustodyLog.h"
 #include "support/DateFormat.h"
 
-namespace bc {
+namespace bc::certificate {
 
 namespace {
 
@@ -124,7 +125,7 @@ void addChainLines(std::vector<std::string>& lines, const CustodyRecord& record,
 
 }  // namespace
 
-std::string CustodyLog::certificate(const CustodyRecord& record, bool embedded) {
+std::string text(const CustodyRecord& record, bool embedded) {
     std::vector<std::string> lines{"BRINDLECOURT EXPORT CERTIFICATE",
                                    "===========================", ""};
     // The exhibit itself is redacted; this page is not, so it must not travel with it.
@@ -155,4 +156,4 @@ std::string CustodyLog::certificate(const CustodyRecord& record, bool embedded) 
     return text;
 }
 
-}  // namespace bc
+}  // namespace bc::certificate

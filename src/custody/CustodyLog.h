@@ -26,14 +26,6 @@ public:
         bool operator==(const ChainCheck&) const = default;
     };
 
-    // The sealed snapshot an export reads from: its id, its folder, and the database hash
-    // recorded when it was sealed.
-    struct SealedSnapshot {
-        std::string id;
-        std::filesystem::path folder;
-        std::string databaseSHA256;
-    };
-
     // The log file: the override when set (demo mode, command line, tests), else the default
     // under the application data folder.
     static std::filesystem::path url();
@@ -57,16 +49,10 @@ public:
     // says of itself; either re-hashed now.
     static CustodyRecord::Source source(const MessageSource& database,
                                         const std::optional<SealedSnapshot>& snapshot);
-    // A database file of that kind, with its write-ahead log when one was there before the
-    // reader opened it; an unreadable file is noted, never fatal.
-    static CustodyRecord::Source databaseSource(const MessageSource& database, std::string kind);
-    static CustodyRecord::Source snapshotSource(const SealedSnapshot& snapshot);
 
     static std::string describe(std::string_view kind,
                                 const std::optional<std::string>& snapshotID);
 
-    // The certificate text: stand-alone beside an export, or embedded as a page inside one.
-    static std::string certificate(const CustodyRecord& record, bool embedded);
 
     // The verify result as the user reads it; verifyReport() also words a read failure.
     static std::string describe(const ChainCheck& check);

@@ -3,9 +3,9 @@
 #include <string>
 #include <string_view>
 
-#include "model/CustodyRecord.h"
+#include "model/CustodySystemInfo.h"
 
-// The machine and program that perform an act, as every custody record and manifest names them.
+// This machine and program as every custody record and manifest names them.
 namespace bc::custodySystemInfo {
 
 // Read afresh on every call: the host name or the user's full name may change while running.

@@ -6,7 +6,8 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/CustodySystemInfo.h"
-#include "custody/SafeStore.h"
+#include "support/SafeStore.h"
+#include "custody/SnapshotLock.h"
 #include "custody/SnapshotCopy.h"
 #include "custody/ZipUnpacking.h"
 #include "sources/WhatsAppDatabase.h"
@@ -253,7 +254,7 @@ Imports::Imported Imports::importFile(const fs::path& file, const CancelFlag* ca
         imported.info.id = id;
         imported.info.createdAt = createdAt;
         files::writeFileAtomically(work / manifestName, json::encodePretty(imported.info));
-        Preservation::lock(work);
+        snapshotLock::lock(work);
         fs::rename(work, destination);
         files::syncFolder(rootFolder);
     } catch (const Error&) {
@@ -303,10 +304,19 @@ std::vector<ImportInfo> Imports::list() {
 
 std::unique_ptr<MessageSource> Imports::open(const ImportInfo& info) {
     if (info.kind == ImportInfo::Kind::chatExport)
-        return std::make_unique<WhatsAppExportSource>(info);
+        return std::make_unique<WhatsAppExportSource>(sealedChatExport(info));
     return std::make_unique<WhatsAppDatabase>(
         info.folder() / databaseCopy, std::nullopt, WhatsAppDatabase::Origin::sealedImport,
         "an imported WhatsApp database (" + info.id + ", from " + info.originalName + ")");
+}
+
+SealedChatExport Imports::sealedChatExport(const ImportInfo& info) {
+    return {.id = info.id,
+            .folder = info.folder(),
+            .originalName = info.originalName,
+            .originalSHA256 = info.originalSHA256,
+            .settings = [info] { return info.settings(); },
+            .keepSettings = [info](const ImportSettings& settings) { saveSettings(info, settings); }};
 }
 
 void Imports::saveSettings(const ImportInfo& info, const ImportInfo::Settings& settings) {
@@ -360,7 +370,7 @@ std::string Imports::describe(const Preservation::Verification& verification,
 }
 
 void Imports::unlock(const ImportInfo& info) {
-    Preservation::unlock(info.folder());
+    snapshotLock::unlock(info.folder());
 }
 
 std::string Imports::trashConfirmation(const ImportInfo& info) {

@@ -10,6 +10,8 @@
 
 #include "custody/Preservation.h"
 #include "model/CustodyRecord.h"
+#include "model/ImportSettings.h"
+#include "sources/WhatsAppExportSource.h"
 #include "support/CancelFlag.h"
 #include "support/Date.h"
 #include "support/Json.h"
@@ -22,15 +24,7 @@ class MessageSource;
 struct ImportInfo {
     enum class Kind { chatExport, database };
 
-    // Display choices kept beside the sealed folder, so that changing them never touches it.
-    struct Settings {
-        std::string chatName;
-        std::optional<std::string> ownerName;
-        std::optional<std::string> timeZone;
-        std::optional<bool> dayFirst;
-
-        bool operator==(const Settings&) const = default;
-    };
+    using Settings = ImportSettings;
 
     std::string id;  // "WhatsApp 2024-03-05T140709", also the folder name
     Date createdAt;
@@ -86,6 +80,8 @@ public:
     static std::vector<ImportInfo> list();
     // The chat export's or database's source. Throws Error or DBError.
     static std::unique_ptr<MessageSource> open(const ImportInfo& info);
+    // A chat export import as its reader takes it, its settings read and written here.
+    static SealedChatExport sealedChatExport(const ImportInfo& info);
     // Writes the settings file; the sealed folder is not touched.
     static void saveSettings(const ImportInfo& info, const ImportInfo::Settings& settings);
     // Re-hashes every file against the manifest. Throws Error when the manifest can't be read.

@@ -12,6 +12,7 @@
 #include <unordered_set>
 
 #include "custody/CustodySystemInfo.h"
+#include "custody/SnapshotLock.h"
 #include "custody/SnapshotCopy.h"
 #include "sources/MessageDatabase.h"
 #include "support/DateFormat.h"
@@ -279,7 +280,7 @@ void removeLeftovers(const fs::path& root) {
         if (entry.is_directory() && entry.path().filename().string().ends_with(partialSuffix))
             leftovers.push_back(entry.path());
     for (const auto& work : leftovers) {
-        Preservation::unlock(work);
+        snapshotLock::unlock(work);
         files::removeAll(work);
     }
 }
@@ -352,7 +353,7 @@ void build(SnapshotInfo& info, MessageDatabase& database, const fs::path& work,
 
     std::vector<std::pair<int64_t, std::string>> rows;
     try {
-        MessageDatabase copy(work / databaseName, true);
+        MessageDatabase copy(work / databaseName, MessageDatabase::Origin::sealedCopy);
         info.messageRows = copy.messageRowCount();
         rows = copy.attachmentPaths(info.chatIDs);
     } catch (const std::exception& error) {
@@ -431,7 +432,7 @@ SnapshotInfo Preservation::create(MessageDatabase& database,
     try {
         removeLeftovers(rootFolder);
         build(info, database, work, cancel, progress);
-        lock(work);
+        snapshotLock::lock(work);
         fs::rename(work, destination);
         files::syncFolder(rootFolder);
     } catch (const Error&) {
@@ -556,7 +557,7 @@ std::unique_ptr<MessageDatabase> Preservation::open(const SnapshotInfo& snapshot
         const auto it = map->find(path);
         return it == map->end() ? std::string() : it->second;
     };
-    return std::make_unique<MessageDatabase>(folder / databaseName, true, std::move(mapper),
+    return std::make_unique<MessageDatabase>(folder / databaseName, MessageDatabase::Origin::sealedCopy, std::move(mapper),
                                              sealed(snapshot));
 }
 
@@ -722,7 +723,7 @@ CustodyRecord Preservation::custodyRecord(const SnapshotInfo& snapshot, MessageS
     return record;
 }
 
-CustodyLog::SealedSnapshot Preservation::sealed(const SnapshotInfo& snapshot) {
+SealedSnapshot Preservation::sealed(const SnapshotInfo& snapshot) {
     return {snapshot.id, folder(snapshot), snapshot.databaseSHA256};
 }
 
@@ -764,7 +765,7 @@ std::string Preservation::readme(const SnapshotInfo& info) {
 void Preservation::discard(const fs::path& work) {
     try {
         if (!fs::exists(fs::symlink_status(work))) return;
-        unlock(work);
+        snapshotLock::unlock(work);
         files::removeAll(work);
     } catch (const std::exception&) {
         // The next run removes what is left; the original failure is the one to report.

@@ -117,10 +117,6 @@ public:
     // One line per file concerned ("changed: chat.db"), in the order of the verdict's counts.
     static std::vector<std::string> findings(const Verification& verification);
 
-    // Every file read-only (0444) and immutable where the system allows, folders 0555; unlock
-    // undoes it (0644, 0755). The first failure is thrown.
-    static void lock(const std::filesystem::path& folder);
-    static void unlock(const std::filesystem::path& folder);
     // Removes a folder being built (or sealed) after a failure, unlocking it first. Never throws.
     static void discard(const std::filesystem::path& work);
 
@@ -133,7 +129,7 @@ public:
     // The custody record of a successful create, `live` being the database it was taken from.
     static CustodyRecord custodyRecord(const SnapshotInfo& snapshot, MessageSource& live);
     // How a reader of this snapshot names it in custody sources.
-    static CustodyLog::SealedSnapshot sealed(const SnapshotInfo& snapshot);
+    static SealedSnapshot sealed(const SnapshotInfo& snapshot);
 
     // "README.txt" of the snapshot.
     static std::string readme(const SnapshotInfo& snapshot);

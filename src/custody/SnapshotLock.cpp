@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "custody/Preservation.h"
+#include "custody/SnapshotLock.h"
 #include "support/Errors.h"
 
 #ifndef __APPLE__
@@ -17,7 +17,7 @@
 #include <sys/ioctl.h>
 #endif
 
-namespace bc {
+namespace bc::snapshotLock {
 
 namespace fs = std::filesystem;
 
@@ -92,7 +92,7 @@ Items itemsUnder(const fs::path& folder) {
 
 }  // namespace
 
-void Preservation::lock(const fs::path& folder) {
+void lock(const fs::path& folder) {
     const Items items = itemsUnder(folder);
     for (const auto& file : items.files) {
         setMode(file, 0444);
@@ -101,7 +101,7 @@ void Preservation::lock(const fs::path& folder) {
     for (const auto& item : items.folders) setMode(item, 0555);
 }
 
-void Preservation::unlock(const fs::path& folder) {
+void unlock(const fs::path& folder) {
     // Folders first: their entries can be listed and changed again.
     setMode(folder, 0755);
     const Items items = itemsUnder(folder);
@@ -112,4 +112,4 @@ void Preservation::unlock(const fs::path& folder) {
     }
 }
 
-}  // namespace bc
+}  // namespace bc::snapshotLock

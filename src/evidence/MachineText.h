@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "custody/SafeStore.h"
+#include "support/SafeStore.h"
 #include "evidence/Search.h"
 #include "export/ExportJob.h"
 #include "export/ManifestCsv.h"

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "custody/SafeStore.h"
+#include "support/SafeStore.h"
 #include "model/TimelineEvent.h"
 #include "support/Files.h"
 #include "support/Json.h"

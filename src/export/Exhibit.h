@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "evidence/EvidenceStore.h"
+#include "model/EvidenceFlag.h"
 #include "export/ExportJob.h"
 #include "export/Redactor.h"
 #include "model/CustodyRecord.h"

@@ -4,12 +4,12 @@
 #include <set>
 #include <unordered_map>
 
+#include "custody/Certificate.h"
 #include "custody/CustodySystemInfo.h"
 #include "export/Exporter.h"
 #include "model/MessageNotes.h"
 #include "model/MessageSource.h"
 #include "sources/CallHistory.h"
-#include "sources/demo/DemoData.h"
 #include "support/Calendar.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
@@ -87,7 +87,7 @@ ExportSettings ExportSettings::decoded(std::string_view text) {
     return {};
 }
 
-std::optional<CustodyLog::SealedSnapshot> SourceChoice::sealedSnapshot() const {
+std::optional<SealedSnapshot> SourceChoice::sealedSnapshot() const {
     if (kind != Kind::snapshot || !snapshot) return std::nullopt;
     return Preservation::sealed(*snapshot);
 }
@@ -193,17 +193,6 @@ fs::path uniqueURL(const fs::path& base, std::string_view ext) {
     for (int number = 2; fs::exists(fs::symlink_status(candidate)); ++number)
         candidate = named(" " + std::to_string(number));
     return candidate;
-}
-
-std::optional<fs::path> demoExportFolder() {
-    const char* folder = std::getenv("KESTROVE_DEMO_EXPORT_DIR");
-    if (!DemoData::isEnabled() || !folder || !*folder) return std::nullopt;
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error)
-        throw Error("Couldn't create the demo export folder " + std::string(folder) + ": " +
-                    error.message());
-    return fs::path(folder);
 }
 
 fs::path destinationIn(const fs::path& folder, RangeExportFormat format,
@@ -489,7 +478,7 @@ ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destinat
             case RangeExportFormat::pdf:
             case RangeExportFormat::jpg:
                 rendered =
-                    renderPages(job, destination, context, CustodyLog::certificate(record, true),
+                    renderPages(job, destination, context, certificate::text(record, true),
                                 cancel, progress, *staging);
                 break;
             case RangeExportFormat::csv:
@@ -534,7 +523,7 @@ ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destinat
             uniqueURL(certificateBase(product, staging->isFolder(product)), "txt");
         try {
             files::writeFileAtomically(staging->place(certificate),
-                                       CustodyLog::certificate(*outcome.record, false));
+                                       certificate::text(*outcome.record, false));
             outcome.certificate = certificate;
         } catch (const std::exception& e) {
             staging->dropLast();

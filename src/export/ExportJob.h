@@ -62,7 +62,7 @@ struct SourceChoice {
     std::optional<SnapshotInfo> snapshot;  // set for Kind::snapshot
 
     // The snapshot the custody source names, when reading one.
-    std::optional<CustodyLog::SealedSnapshot> sealedSnapshot() const;
+    std::optional<SealedSnapshot> sealedSnapshot() const;
 };
 
 // What the export sheet edits before a job exists.
@@ -141,7 +141,7 @@ class ExportPipeline {
 public:
     struct Context {
         const MessageSource& source;
-        std::optional<CustodyLog::SealedSnapshot> snapshot;
+        std::optional<SealedSnapshot> snapshot;
         manifest::NameFor nameFor;
         manifest::MachineText machineText;
     };
@@ -156,9 +156,6 @@ public:
 
 // The first of base.ext, "base 2.ext", "base 3.ext", … that does not exist (no extension: folders).
 std::filesystem::path uniqueURL(const std::filesystem::path& base, std::string_view ext);
-
-// Demo mode with KESTROVE_DEMO_EXPORT_DIR set: that folder, created when needed; else nothing.
-std::optional<std::filesystem::path> demoExportFolder();
 
 // Where an export goes inside `folder` without asking: the proposed name, made unique.
 std::filesystem::path destinationIn(const std::filesystem::path& folder, RangeExportFormat format,

@@ -1,24 +1,23 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "model/CustodySystemInfo.h"
 #include "support/Date.h"
 
 namespace bc {
 
-// The machine and program that performed an act (stored in every custody record).
-struct CustodySystemInfo {
-    std::string appVersion;
-    std::string macOS;  // the operating system's version text (named for the stored JSON key)
-    std::string model;
-    std::string host;
-    std::string user;
-
-    bool operator==(const CustodySystemInfo&) const = default;
+// The sealed snapshot an export reads from: its id, its folder, and the database hash
+// recorded when it was sealed.
+struct SealedSnapshot {
+    std::string id;
+    std::filesystem::path folder;
+    std::string databaseSHA256;
 };
 
 // One entry of the custody log. Plain data: the log's operations live in custody/.

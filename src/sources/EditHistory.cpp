@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "sources/EditHistory.h"
 #include "sources/MessageDecoding.h"
 
 namespace bc::messages {

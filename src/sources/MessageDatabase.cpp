@@ -1,6 +1,6 @@
 #include "sources/MessageDatabase.h"
 
-#include "custody/CustodyLog.h"
+#include "sources/CustodySource.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -8,7 +8,6 @@
 #include "sources/ChatListing.h"
 #include "sources/MessageDecoding.h"
 #include "sources/TranscriptOrder.h"
-#include "sources/demo/DemoData.h"
 #include "support/CancelFlag.h"
 #include "support/Errors.h"
 #include "support/Files.h"
@@ -105,17 +104,17 @@ std::string expandTilde(const std::string& path) {
     return path;
 }
 
-MessageDatabase::MessageDatabase(const fs::path& path, bool immutable, PathMapper pathMapper,
-                                 std::optional<CustodyLog::SealedSnapshot> sealed)
+MessageDatabase::MessageDatabase(const fs::path& path, std::optional<Origin> origin,
+                                 PathMapper pathMapper, std::optional<SealedSnapshot> sealed)
     : pathMapper_(std::move(pathMapper)),
       sealed_(std::move(sealed)),
       path_(path),
-      immutable_(immutable),
+      origin_(origin.value_or(originOf(path))),
       walPredatesOpening_(isPresent(sqlite::writeAheadLog(path))) {
     // Only the live database is read in place, as Messages itself shares it with its readers.
-    const auto mode = immutable  ? sqlite::OpenMode::readOnlyImmutable
-                      : isLive() ? sqlite::OpenMode::readOnly
-                                 : sqlite::OpenMode::readOnlyUntouched;
+    const auto mode = origin_ == Origin::sealedCopy ? sqlite::OpenMode::readOnlyImmutable
+                      : isLive()                    ? sqlite::OpenMode::readOnly
+                                                    : sqlite::OpenMode::readOnlyUntouched;
     db_ = std::make_unique<sqlite::Connection>(path, mode);
     db_->setBusyTimeout(busyTimeoutMilliseconds);
     probeAccess();
@@ -141,14 +140,12 @@ fs::path MessageDatabase::defaultPath() {
     return files::homeFolder() / "Library" / "Messages" / "chat.db";
 }
 
+MessageDatabase::Origin MessageDatabase::originOf(const fs::path& path) {
+    return path == defaultPath() ? Origin::live : Origin::chosenFile;
+}
+
 bool MessageDatabase::isLive() const {
-    if (sealed_) return false;
-    if (path_ == defaultPath()) return true;
-    if (!DemoData::isEnabled()) return false;
-    // Inside the demo folder, not merely a path that starts with the same letters.
-    const fs::path inside =
-        path_.lexically_normal().lexically_relative(DemoData::folder().lexically_normal());
-    return !inside.empty() && *inside.begin() != "..";
+    return !sealed_ && (origin_ == Origin::live || origin_ == Origin::demoSample);
 }
 
 std::string MessageDatabase::optionalColumn(const std::string& table, const std::string& alias,
@@ -451,9 +448,9 @@ int64_t MessageDatabase::dataVersion() {
 
 CustodyRecord::Source MessageDatabase::custodySource() const {
     std::lock_guard guard(lock_);
-    if (sealed_) return CustodyLog::snapshotSource(*sealed_);
-    if (!isLive()) return CustodyLog::databaseSource(*this, "files");
-    return CustodyLog::databaseSource(*this, DemoData::isEnabled() ? "demo" : "live");
+    if (sealed_) return custodySource::ofSnapshot(*sealed_);
+    if (!isLive()) return custodySource::ofDatabase(*this, "files");
+    return custodySource::ofDatabase(*this, origin_ == Origin::demoSample ? "demo" : "live");
 }
 
 void MessageDatabase::backup(const fs::path& destination, const CancelFlag* cancel) {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "custody/CustodyLog.h"
+#include "model/CustodyRecord.h"
 #include "model/MessageSource.h"
 
 namespace bc {
@@ -32,13 +32,21 @@ public:
     // copy.
     using PathMapper = std::function<std::string(const std::string& path, int64_t attachmentID)>;
 
-    // immutable: open as a "file:…?immutable=1" URI (sealed copies: never locked or journalled).
-    // Otherwise the live database is opened by its plain path, and any other file so that
-    // nothing beside it is created or changed (see sqlite::OpenMode::readOnlyUntouched).
+    // Where the file comes from decides how it is opened and how custody records name it.
+    enum class Origin {
+        live,        // the signed-in user's own, read in place as Messages shares it
+        demoSample,  // the generated sample of demo mode, standing in for the live one
+        chosenFile,  // a file the user pointed at, whose folder is left exactly as it was
+        sealedCopy,  // a snapshot's copy, opened as a "file:…?immutable=1" URI
+    };
+    // The live database at its own path, any other file as chosen by the user.
+    static Origin originOf(const std::filesystem::path& path);
+
     // sealed: the snapshot this file belongs to, named as the custody source.
-    explicit MessageDatabase(const std::filesystem::path& path, bool immutable = false,
+    explicit MessageDatabase(const std::filesystem::path& path,
+                             std::optional<Origin> origin = std::nullopt,
                              PathMapper pathMapper = {},
-                             std::optional<CustodyLog::SealedSnapshot> sealed = std::nullopt);
+                             std::optional<SealedSnapshot> sealed = std::nullopt);
     ~MessageDatabase() override;
 
     // The signed-in user's live database: ~/Library/Messages/chat.db.
@@ -53,8 +61,7 @@ public:
     Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) override;
     std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
     std::string changeSignature() override;
-    // The sealed snapshot it belongs to; else "live" ("demo" for the generated sample) or a
-    // file the user chose.
+    // The sealed snapshot it belongs to; else "live", "demo" or "files" by its origin.
     CustodyRecord::Source custodySource() const override;
     bool walPredatesOpening() const override { return walPredatesOpening_; }
     // A number that differs between two calls exactly when another connection committed a change
@@ -100,9 +107,9 @@ private:
 
     std::unique_ptr<sqlite::Connection> db_;
     PathMapper pathMapper_;
-    std::optional<CustodyLog::SealedSnapshot> sealed_;
+    std::optional<SealedSnapshot> sealed_;
     std::filesystem::path path_;
-    bool immutable_ = false;
+    Origin origin_;
     bool walPredatesOpening_ = false;
     mutable std::recursive_mutex lock_;
 };

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "support/Text.h"
+#include "sources/EditHistory.h"
 
 namespace bc::messages {
 

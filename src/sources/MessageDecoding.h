@@ -61,9 +61,6 @@ void foldReactions(std::vector<Message>& messages, const std::vector<ReactionEve
 
 // The plain string of an archived attributed string, or nothing when it can't be found.
 std::optional<std::string> decodeAttributedBody(std::string_view bytes);
-// Versions of edited parts from a message_summary_info property list; empty when it has none
-// or doesn't parse.
-std::vector<EditVersion> editHistory(std::string_view summaryInfo);
 
 // Label of the app extension a message was sent with; none for link previews.
 std::optional<std::string> appLabel(std::string_view balloonBundleID);

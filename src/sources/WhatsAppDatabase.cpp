@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <unordered_map>
 
-#include "custody/CustodyLog.h"
+#include "sources/CustodySource.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"
@@ -357,13 +357,13 @@ CustodyRecord::Source WhatsAppDatabase::custodySource() const {
     std::lock_guard guard(lock_);
     switch (origin_) {
         case Origin::live:
-            return CustodyLog::databaseSource(*this, "whatsapp-live");
+            return custodySource::ofDatabase(*this, "whatsapp-live");
         case Origin::sealedImport:
-            return CustodyLog::databaseSource(*this, "whatsapp-database-import");
+            return custodySource::ofDatabase(*this, "whatsapp-database-import");
         case Origin::chosenFile:
             break;
     }
-    return CustodyLog::databaseSource(*this, "files");
+    return custodySource::ofDatabase(*this, "files");
 }
 
 }  // namespace bc

@@ -27,15 +27,15 @@ std::optional<fs::path> WhatsAppExportSource::findChatText(const fs::path& folde
     return *std::min_element(texts.begin(), texts.end());
 }
 
-WhatsAppExportSource::WhatsAppExportSource(ImportInfo info) : info_(std::move(info)) {
-    const auto found = findChatText(info_.folder() / "extracted");
+WhatsAppExportSource::WhatsAppExportSource(SealedChatExport sealed) : sealed_(std::move(sealed)) {
+    const auto found = findChatText(sealed_.folder / "extracted");
     if (!found) throw Error(noChatText);
     chatText_ = *found;
-    ImportInfo::Settings settings = info_.settings();
+    ImportSettings settings = sealed_.settings();
     const WhatsAppExportParser::Options options{
         .mediaFolder = chatText_.parent_path(),
         .ownerName = settings.ownerName,
-        .guidPrefix = "wa-export:" + info_.id + ":",
+        .guidPrefix = "wa-export:" + sealed_.id + ":",
         .timeZone = settings.timeZone.value_or(dates::currentTimeZone()),
         .dayFirstOverride = settings.dayFirst,
     };
@@ -44,18 +44,18 @@ WhatsAppExportSource::WhatsAppExportSource(ImportInfo info) : info_(std::move(in
     for (auto& message : parsed_.messages) message.chatID = chatID;
     if (!settings.dayFirst && parsed_.dayFirst) {
         settings.dayFirst = parsed_.dayFirst;
-        Imports::saveSettings(info_, settings);
+        sealed_.keepSettings(settings);
     }
 }
 
 std::string WhatsAppExportSource::sourceDescription() const {
-    return "an imported WhatsApp chat export (" + info_.id + ", from " + info_.originalName + ")";
+    return "an imported WhatsApp chat export (" + sealed_.id + ", from " + sealed_.originalName + ")";
 }
 
 std::vector<Chat> WhatsAppExportSource::fetchChats() {
     Chat chat{.id = chatID,
-              .identifier = info_.id,
-              .displayName = info_.chatName(),
+              .identifier = sealed_.id,
+              .displayName = sealed_.settings().chatName,
               .service = "WhatsApp (export)",
               .participants = parsed_.participants,
               .messageCount = static_cast<int64_t>(parsed_.messages.size())};
@@ -88,8 +88,8 @@ CustodyRecord::Source WhatsAppExportSource::custodySource() const {
     } catch (const Error&) {
         source.databaseSHA256 = "unreadable";
     }
-    source.note = "Uploaded file " + info_.originalName + ", " + info_.originalSHA256 +
-                  ", SHA-256 as received. Sealed as " + info_.id + ".";
+    source.note = "Uploaded file " + sealed_.originalName + ", " + sealed_.originalSHA256 +
+                  ", SHA-256 as received. Sealed as " + sealed_.id + ".";
     return source;
 }
 

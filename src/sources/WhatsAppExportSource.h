@@ -1,15 +1,26 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "custody/Imports.h"
+#include "model/ImportSettings.h"
 #include "model/MessageSource.h"
 #include "sources/WhatsAppExportParser.h"
 
 namespace bc {
+
+// A sealed chat export as its reader needs it; whoever sealed it keeps its settings.
+struct SealedChatExport {
+    std::string id;
+    std::filesystem::path folder;
+    std::string originalName;
+    std::string originalSHA256;
+    std::function<ImportSettings()> settings;  // read afresh: the user may rename the chat
+    std::function<void(const ImportSettings&)> keepSettings;
+};
 
 // One sealed chat export as a source of one conversation. The text is read once, when the
 // source is made; a sealed import never changes.
@@ -22,7 +33,7 @@ public:
     // Reads the chat text under "extracted" with the import's settings. When the file itself
     // decided the day/month order and no order was stored yet, the order is stored, so later
     // openings read the file the same way on any machine. Throws Error.
-    explicit WhatsAppExportSource(ImportInfo info);
+    explicit WhatsAppExportSource(SealedChatExport sealed);
 
     // "_chat.txt" first, else any ".txt" (any case), searched recursively.
     static std::optional<std::filesystem::path> findChatText(const std::filesystem::path& folder);
@@ -37,11 +48,11 @@ public:
     std::vector<Chat> fetchChats() override;
     Transcript fetchTranscript(const std::vector<int64_t>& chatIDs) override;
     std::optional<std::pair<Date, Date>> dateRange(const std::vector<int64_t>& chatIDs) override;
-    std::string changeSignature() override { return info_.id; }
+    std::string changeSignature() override { return sealed_.id; }
     CustodyRecord::Source custodySource() const override;
 
 private:
-    ImportInfo info_;
+    SealedChatExport sealed_;
     std::filesystem::path chatText_;
     WhatsAppExportParser::Result parsed_;
 };

@@ -1,10 +1,14 @@
 #include "support/Calendar.h"
 
+#include <charconv>
+#include <chrono>
+
 #include <unicode/calendar.h>
 #include <unicode/locid.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
+#include "support/DateFormat.h"
 #include "support/Errors.h"
 
 namespace bc {
@@ -148,6 +152,32 @@ std::string PatternFormatter::format(Date date) const {
     std::string out;
     text.toUTF8String(out);
     return out;
+}
+
+std::optional<Date> Calendar::parseDay(const std::string& text) {
+    int year = 0, month = 0, dayOfMonth = 0;
+    const auto number = [&](size_t at, size_t length, int& into) {
+        const char* begin = text.data() + at;
+        const auto [end, error] = std::from_chars(begin, begin + length, into);
+        return error == std::errc() && end == begin + length;
+    };
+    if (text.size() != 10 || text[4] != '-' || text[7] != '-' || !number(0, 4, year) ||
+        !number(5, 2, month) || !number(8, 2, dayOfMonth))
+        return std::nullopt;
+    const std::chrono::year_month_day civil{std::chrono::year(year),
+                                            std::chrono::month(static_cast<unsigned>(month)),
+                                            std::chrono::day(static_cast<unsigned>(dayOfMonth))};
+    if (!civil.ok()) return std::nullopt;
+    // The local day starts within 14 hours of that date's UTC midnight; one of three instants
+    // 12 hours apart lies inside it.
+    const auto midnightUTC = std::chrono::sys_days(civil).time_since_epoch();
+    const Date utc = Date::fromUnix(
+        static_cast<double>(std::chrono::duration_cast<std::chrono::seconds>(midnightUTC).count()));
+    for (const double hours : {0.0, 12.0, -12.0}) {
+        const Date start = startOfDay(utc + hours * 3600);
+        if (dates::formatPattern(start, "yyyy-MM-dd", "en_US_POSIX") == text) return start;
+    }
+    return std::nullopt;
 }
 
 }  // namespace bc

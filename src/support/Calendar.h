@@ -33,6 +33,8 @@ public:
     // First instant of the following interval of the same unit.
     Date end(Unit unit, Date date);
     Date startOfDay(Date date) { return start(Unit::day, date); }
+    // The day "yyyy-MM-dd" names, starting at its first instant; nothing when malformed.
+    std::optional<Date> parseDay(const std::string& text);
     // Adds whole units without wrapping other fields (31 Jan + 1 month = 29 Feb in a leap year).
     std::optional<Date> adding(Unit unit, int amount, Date date);
 

@@ -8,12 +8,12 @@
 #include <QApplication>
 #include <QStandardPaths>
 
-#include "app/AppModel.h"
+#include "app/shell/AppModel.h"
 #include "custody/AttachmentWatch.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"
 

@@ -14,7 +14,8 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
-#include "sources/demo/DemoData.h"
+#include "custody/SnapshotLock.h"
+#include "demo/DemoData.h"
 #include "support/Files.h"
 #include "support/Image.h"
 #include "support/Json.h"
@@ -192,7 +193,7 @@ TEST_F(CommandLine, ChangedSnapshotFileFailsVerification) {
     const auto snapshots = Preservation::list();
     ASSERT_EQ(snapshots.size(), 1u);
     const fs::path folder = Preservation::folder(snapshots[0]);
-    Preservation::unlock(folder);
+    snapshotLock::unlock(folder);
     Preservation::setOverrideRoot(std::nullopt);
     testing::writeText(folder / "chat.db", "changed");
 

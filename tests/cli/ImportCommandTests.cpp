@@ -7,8 +7,9 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
-#include "sources/demo/DemoData.h"
-#include "sources/demo/DemoWriters.h"
+#include "custody/SnapshotLock.h"
+#include "demo/DemoData.h"
+#include "demo/DemoWriters.h"
 #include "support/Files.h"
 #include "support/Process.h"
 #include "testing/Testing.h"
@@ -26,7 +27,7 @@ protected:
     void TearDown() override {
         std::error_code error;
         for (const auto& entry : fs::directory_iterator(importsRoot(), error))
-            if (entry.is_directory()) Preservation::unlock(entry.path());
+            if (entry.is_directory()) snapshotLock::unlock(entry.path());
     }
 
     // The program in the test's folder, with its own home and data folders.
@@ -176,7 +177,7 @@ TEST_F(ImportCommand, ExportsReadTheChosenSourceAndRecordWhatItWas) {
         EXPECT_EQ(refused.exitStatus, 1) << source;
         EXPECT_EQ(refused.standardError, "error: " + sentence + "\n");
     }
-    Preservation::unlock(importsRoot() / listed[2].substr(7));
+    snapshotLock::unlock(importsRoot() / listed[2].substr(7));
     fs::remove_all(importsRoot() / listed[2].substr(7));
     const auto vanished =
         run({"--export-html", "--source", listed[2], "--chats", "1", "--out", "never"});
@@ -258,7 +259,7 @@ TEST_F(ImportCommand, DemoModeHoldsOneSealedSampleImport) {
               std::string::npos)
         << verified.standardOutput;
     for (const auto& entry : fs::directory_iterator(demoFolder() / "Imports"))
-        if (entry.is_directory()) Preservation::unlock(entry.path());
+        if (entry.is_directory()) snapshotLock::unlock(entry.path());
 }
 
 }  // namespace

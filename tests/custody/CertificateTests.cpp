@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "custody/Certificate.h"
 #include "custody/CustodyLog.h"
 #include "custody/CustodyLogTesting.h"
 #include "support/DateFormat.h"
@@ -87,14 +88,14 @@ TEST_F(CertificateTest, StandAloneTextLineByLine) {
         record.recordSHA256 +
         "\n"
         "Previous record:  (first record)\n";
-    EXPECT_EQ(CustodyLog::certificate(record, false), expected);
+    EXPECT_EQ(certificate::text(record, false), expected);
 }
 
 TEST_F(CertificateTest, EmbeddedPageCannotNameItsOwnHash) {
     CustodyRecord record = completed();
     record.previousRecordSHA256 = std::string(64, 'f');
     record.options["Redaction"] = "2 areas";
-    const auto page = splitLines(CustodyLog::certificate(record, true));
+    const auto page = splitLines(certificate::text(record, true));
     for (const char* absent : {"INTERNAL RECORD", "Record SHA-256", "bytes  /tmp/out"})
         EXPECT_THAT(page, ::testing::Not(::testing::Contains(::testing::HasSubstr(absent))));
     const auto output = std::find(page.begin(), page.end(), "OUTPUT");
@@ -107,7 +108,7 @@ TEST_F(CertificateTest, EmbeddedPageCannotNameItsOwnHash) {
     EXPECT_EQ(page.back(), "This export is recorded in Brindlecourt's hash-chained custody log (" +
                                logFile.string() + ").");
 
-    const auto standAlone = splitLines(CustodyLog::certificate(record, false));
+    const auto standAlone = splitLines(certificate::text(record, false));
     EXPECT_EQ(
         std::vector<std::string>(standAlone.begin() + 3, standAlone.begin() + 6),
         (std::vector<std::string>{
@@ -127,7 +128,7 @@ TEST_F(CertificateTest, OptionalLinesAndLongOptionKeys) {
                       {"A much longer option key", "b"},
                       {"Größe", "c"},
                       {"Bates", "ABC-0001"}};
-    const auto text = splitLines(CustodyLog::certificate(record, false));
+    const auto text = splitLines(certificate::text(record, false));
     EXPECT_THAT(text, ::testing::Contains("Messages database chat IDs: "));
     for (const char* absent : {"Pages:", "WAL SHA-256:"})
         EXPECT_THAT(text, ::testing::Not(::testing::Contains(::testing::StartsWith(absent))));

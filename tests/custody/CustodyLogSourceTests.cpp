@@ -48,7 +48,7 @@ TEST(CustodyLogSource, SnapshotIsRehashedAndComparedWithItsSeal) {
     const fs::path folder = dir / "Snapshot 2024-03-05T140709";
     writeText(folder / "chat.db", "sealed");
     const DatabaseDouble live(dir / "elsewhere.db", true);
-    CustodyLog::SealedSnapshot snapshot{.id = "Snapshot 2024-03-05T140709",
+    SealedSnapshot snapshot{.id = "Snapshot 2024-03-05T140709",
                                         .folder = folder,
                                         .databaseSHA256 = Sha256::hex("sealed")};
 

@@ -5,9 +5,10 @@
 #include <algorithm>
 
 #include "custody/CustodyLog.h"
+#include "custody/SnapshotLock.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
-#include "sources/demo/DemoWriters.h"
+#include "demo/DemoWriters.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sha256.h"
@@ -36,7 +37,7 @@ protected:
     void TearDown() override {
         std::error_code error;
         for (const auto& entry : fs::directory_iterator(root(), error))
-            if (entry.is_directory()) Preservation::unlock(entry.path());
+            if (entry.is_directory()) snapshotLock::unlock(entry.path());
         Imports::setOverrideRoot(std::nullopt);
         CustodyLog::setOverrideURL(std::nullopt);
     }
@@ -215,7 +216,7 @@ TEST_F(ImportsTest, JunkAndEmptyTextIsKeptAndReadWithNotes) {
     const fs::path junk = dir_ / "junk.txt";
     testing::writeText(junk, std::string("\x00\xff\xfe\x01garbage\x80", 12));
     const auto info = Imports::importFile(junk).info;
-    WhatsAppExportSource source(info);
+    WhatsAppExportSource source(Imports::sealedChatExport(info));
     EXPECT_TRUE(source.fetchMessages(WhatsAppExportSource::chatID).empty());
     EXPECT_NE(std::find(source.notes().begin(), source.notes().end(),
                         "No dated messages were found in this file."),
@@ -283,7 +284,7 @@ TEST_F(ImportsTest, RealExportsImportWithTheirMedia) {
 
     const auto ios = Imports::importFile(dir_ / "ios-2019-example.zip");
     EXPECT_FALSE(fs::exists(ios.info.folder() / "extracted" / "__MACOSX"));
-    WhatsAppExportSource iosSource(ios.info);
+    WhatsAppExportSource iosSource(Imports::sealedChatExport(ios.info));
     const auto messages = iosSource.fetchMessages(WhatsAppExportSource::chatID);
     EXPECT_GT(messages.size(), 10u);
     int resolved = 0;
@@ -294,7 +295,7 @@ TEST_F(ImportsTest, RealExportsImportWithTheirMedia) {
 
     clock_.set(testing::utc("2024-03-05T19:08:00Z"));
     const auto android = Imports::importFile(dir_ / "android-2017-rwhatsapp.zip");
-    WhatsAppExportSource androidSource(android.info);
+    WhatsAppExportSource androidSource(Imports::sealedChatExport(android.info));
     const auto androidMessages = androidSource.fetchMessages(WhatsAppExportSource::chatID);
     ASSERT_EQ(androidMessages.size(), 9u);
     EXPECT_EQ(androidMessages[2].systemNotice,

@@ -7,8 +7,9 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
+#include "custody/SnapshotLock.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"
 
@@ -28,7 +29,7 @@ protected:
     void TearDown() override {
         std::error_code error;
         for (const auto& entry : std::filesystem::directory_iterator(root(), error))
-            Preservation::unlock(entry.path());
+            snapshotLock::unlock(entry.path());
         Preservation::setOverrideRoot(std::nullopt);
         CustodyLog::setOverrideURL(std::nullopt);
     }

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "custody/PreservationTesting.h"
+#include "custody/SnapshotLock.h"
 #include "sources/MessageDatabase.h"
 #include "support/Errors.h"
 #include "support/Files.h"
@@ -81,7 +82,7 @@ TEST_F(PreservationTest, CreateSealsTheDatabaseEveryPhotoAndTheMissingListReadOn
     EXPECT_EQ(status.st_mode & 07777, 0444u);
     EXPECT_FALSE(std::ofstream(photoCopy, std::ios::app));
     EXPECT_THROW(fs::remove(photoCopy), fs::filesystem_error);
-    Preservation::unlock(folder);
+    snapshotLock::unlock(folder);
     EXPECT_TRUE(std::ofstream(photoCopy, std::ios::app));
 }
 
@@ -137,7 +138,7 @@ TEST_F(PreservationTest, VerifyReportsEveryChangedMissingAndAddedFile) {
                   "custody log.");
 
     const fs::path folder = root() / info.id;
-    Preservation::unlock(folder);
+    snapshotLock::unlock(folder);
     append(folder / "Attachments" / "demo-photo-1.jpg", "x");
     fs::remove(folder / "Attachments" / "demo-photo-2.jpg");
     writeText(folder / "Attachments" / "planted.jpg", "planted");
@@ -162,7 +163,7 @@ TEST_F(PreservationTest, ManifestRewrittenToMatchAChangedFileDisagreesWithTheLog
 
     // A careful forger changes a photo and the manifest together: only the log tells.
     const fs::path folder = root() / info.id;
-    Preservation::unlock(folder);
+    snapshotLock::unlock(folder);
     const fs::path changed = folder / "Attachments" / "demo-photo-3.jpg";
     append(changed, "forged");
     SnapshotInfo forged = info;
@@ -247,7 +248,7 @@ TEST_F(PreservationTest, ListIsNewestFirstSkipsWorkFoldersAndReportsDamagedOrMis
     EXPECT_TRUE(Preservation::unreadable().empty());
 
     // A damaged manifest leaves the list but is reported, never silently dropped.
-    Preservation::unlock(root() / older.id);
+    snapshotLock::unlock(root() / older.id);
     writeText(root() / older.id / "manifest.json", "{ truncated");
     EXPECT_THAT(Preservation::list(), ElementsAre(newer));
     const auto damaged = Preservation::unreadable();
@@ -255,7 +256,7 @@ TEST_F(PreservationTest, ListIsNewestFirstSkipsWorkFoldersAndReportsDamagedOrMis
     EXPECT_THAT(damaged[0], HasSubstr("Couldn't read the manifest of " + older.id + ": "));
 
     // Without its manifest a snapshot cannot be verified: reported, not skipped.
-    Preservation::unlock(root() / newer.id);
+    snapshotLock::unlock(root() / newer.id);
     fs::remove(root() / newer.id / "manifest.json");
     EXPECT_THROW(Preservation::verify(newer), Error);
     EXPECT_THAT(Preservation::list(), ElementsAre());
@@ -288,7 +289,7 @@ TEST_F(PreservationTest, EveryFolderIsVerifiedWhereItLies) {
     const fs::path original = root() / info.id;
     const fs::path copy = root() / (info.id + " copy");
     fs::copy(original, copy, fs::copy_options::recursive);
-    Preservation::unlock(copy);
+    snapshotLock::unlock(copy);
     append(copy / "chat.db", "changed");
     fs::remove(copy / "Attachments" / "demo-photo-2.jpg");
     writeText(copy / "added.txt", "added");
@@ -305,9 +306,9 @@ TEST_F(PreservationTest, EveryFolderIsVerifiedWhereItLies) {
 
     // Renamed, the snapshot still verifies by its manifest; the log's record names a folder
     // that is gone, and that is reported.
-    Preservation::unlock(original);
+    snapshotLock::unlock(original);
     fs::rename(original, root() / "Renamed");
-    Preservation::lock(root() / "Renamed");
+    snapshotLock::lock(root() / "Renamed");
     const auto listed = Preservation::list();
     const auto renamed = std::find_if(listed.begin(), listed.end(), [&](const auto& snapshot) {
         return Preservation::folder(snapshot) == root() / "Renamed";
@@ -324,7 +325,7 @@ TEST_F(PreservationTest, LinksNeverPassVerification) {
     MessageDatabase database(sourcePath());
     const SnapshotInfo info = Preservation::create(database, std::nullopt, "All", nullptr, {});
     const fs::path folder = root() / info.id;
-    Preservation::unlock(folder);
+    snapshotLock::unlock(folder);
     // The same bytes, but kept somewhere the seal does not reach.
     fs::remove(folder / "Attachments" / "demo-photo-1.jpg");
     fs::create_symlink(photo(1), folder / "Attachments" / "demo-photo-1.jpg");

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "evidence/AttachmentAnalysis.h"
-#include "sources/demo/DemoWriters.h"
+#include "demo/DemoWriters.h"
 #include "support/Process.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"

@@ -14,7 +14,7 @@
 #include "custody/CustodyLog.h"
 #include "export/Exhibit.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "support/Files.h"
 #include "testing/Testing.h"
 

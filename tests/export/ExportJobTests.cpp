@@ -10,7 +10,7 @@
 #include "export/Exporter.h"
 #include "model/MessageNotes.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
 #include "support/Machine.h"
@@ -72,19 +72,6 @@ TEST(ExportRequest, UniqueNamesAndSettingsDefaults) {
     const ExportSettings print{.paper = PageExporter::Paper::a4, .dpi = ExportSettings::printDPI};
     EXPECT_EQ(ExportSettings::decoded(print.encoded()), print);
     EXPECT_EQ(ExportSettings::decoded(R"({"paper":"folio","dpi":300})"), ExportSettings{});
-}
-
-TEST(ExportRequest, DemoExportFolderOnlyInDemoModeWithTheVariableSet) {
-    testing::TempDir dir;
-    const fs::path folder = dir / "exports" / "deep";
-    ::setenv("KESTROVE_DEMO_EXPORT_DIR", folder.c_str(), 1);
-    EXPECT_EQ(demoExportFolder(), std::nullopt);
-    DemoData::setEnabled(true);
-    EXPECT_EQ(demoExportFolder(), folder);
-    EXPECT_TRUE(fs::is_directory(folder));
-    ::unsetenv("KESTROVE_DEMO_EXPORT_DIR");
-    EXPECT_EQ(demoExportFolder(), std::nullopt);
-    DemoData::setEnabled(false);
 }
 
 // The sample conversation through the pipeline, with a custody log of the test's own.

@@ -8,7 +8,7 @@
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Sqlite.h"
 #include "testing/SourceDouble.h"

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "sources/MessageDecoding.h"
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "support/CancelFlag.h"
 #include "support/Errors.h"
 #include "support/Files.h"
@@ -110,7 +110,7 @@ TEST(MessageDatabaseOpen, ReadingChangesNothingOnDiskAndSeesTheWriteAheadLog) {
     EXPECT_EQ(before, std::pair(stamp(file), stamp(wal)));
 
     // The immutable form reads the main file only, never the log, and also leaves it alone.
-    MessageDatabase sealed(file, true);
+    MessageDatabase sealed(file, MessageDatabase::Origin::sealedCopy);
     EXPECT_THROW(byGUID(sealed.fetchTranscript({1}), "WAL-ONLY"), std::runtime_error);
     EXPECT_EQ(before, std::pair(stamp(file), stamp(wal)));
 }
@@ -247,7 +247,7 @@ TEST(MessageDatabaseDemo, TranscriptsFoldReactionsDecodeEveryKindOfRecordAndMerg
 
 TEST(MessageDatabaseDemo, CountsRangesHandlesPathsAndCustodySource) {
     DemoDatabase demo;
-    MessageDatabase db(demo.file, false, [](const std::string& path, int64_t id) {
+    MessageDatabase db(demo.file, std::nullopt, [](const std::string& path, int64_t id) {
         return "/mapped/" + std::to_string(id) + fs::path(path).filename().string();
     });
     EXPECT_EQ(db.messageRowCount(), 39);
@@ -299,27 +299,18 @@ TEST(MessageDatabaseLive, ChangeSignatureAndDataVersionFollowEveryKindOfChange) 
     EXPECT_EQ(std::count(seen[0].begin(), seen[0].end(), ':'), 8);
 }
 
-TEST(MessageDatabaseDemo, InDemoModeTheDemoFoldersDatabaseIsLive) {
+TEST(MessageDatabaseDemo, TheOriginItIsOpenedWithDecidesLivenessAndTheCustodyName) {
     DemoDatabase demo;
-    // In demo mode the sample database in the demo folder stands for the live one. The demo
-    // folder lives in the temporary directory, pointed here at this test's own folder.
-    const char* savedTemporary = std::getenv("TMPDIR");
-    ::setenv("TMPDIR", demo.dir.path().c_str(), 1);
+    // Demo mode hands its sample over as the live database; where the file lies decides nothing.
+    MessageDatabase sample(demo.file, MessageDatabase::Origin::demoSample);
+    EXPECT_TRUE(sample.isLive());
+    EXPECT_EQ(sample.custodySource().kind, "demo");
     DemoData::setEnabled(true);
-    const auto demoFile = DemoData::databasePath();
-    EXPECT_EQ(demoFile, demo.dir / "Kestrove-Demo" / "chat.db");
-    MessageDatabase live(demoFile);
-    EXPECT_TRUE(live.isLive());
-    EXPECT_EQ(live.custodySource().kind, "demo");
-    fs::create_directories(demo.dir / "Kestrove-Demo-other");
-    fs::copy_file(demoFile, demo.dir / "Kestrove-Demo-other" / "chat.db");
-    EXPECT_FALSE(MessageDatabase(demo.dir / "Kestrove-Demo-other" / "chat.db").isLive());
+    EXPECT_FALSE(MessageDatabase(demo.file).isLive()) << "a file by path is a chosen file";
+    EXPECT_EQ(MessageDatabase(demo.file).custodySource().kind, "files");
     DemoData::setEnabled(false);
-    EXPECT_FALSE(live.isLive());
-    if (savedTemporary)
-        ::setenv("TMPDIR", savedTemporary, 1);
-    else
-        ::unsetenv("TMPDIR");
+    EXPECT_EQ(MessageDatabase::originOf(MessageDatabase::defaultPath()),
+              MessageDatabase::Origin::live);
 }
 
 TEST(MessageDatabaseDemo, BackupMakesOneSelfContainedCopyAndStopsWhenCancelled) {
@@ -327,7 +318,7 @@ TEST(MessageDatabaseDemo, BackupMakesOneSelfContainedCopyAndStopsWhenCancelled) 
     MessageDatabase db(demo.file);
     db.backup(demo.dir / "copy.db", nullptr);
     EXPECT_FALSE(fs::exists(demo.dir / "copy.db-wal"));
-    MessageDatabase copy(demo.dir / "copy.db", true);
+    MessageDatabase copy(demo.dir / "copy.db", MessageDatabase::Origin::sealedCopy);
     EXPECT_EQ(copy.fetchTranscript({1, 7, 9}), db.fetchTranscript({1, 7, 9}));
 
     CancelFlag cancel;

@@ -4,9 +4,10 @@
 #include <cstdlib>
 
 #include "model/MessageNotes.h"
+#include "sources/EditHistory.h"
 #include "sources/MessageDecoding.h"
-#include "sources/demo/DemoData.h"
-#include "sources/demo/DemoWriters.h"
+#include "demo/DemoData.h"
+#include "demo/DemoWriters.h"
 
 namespace bc::messages {
 namespace {

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "sources/MessageDatabase.h"
-#include "sources/demo/DemoData.h"
-#include "sources/demo/LargeSample.h"
+#include "demo/DemoData.h"
+#include "demo/LargeSample.h"
 #include "support/Sqlite.h"
 #include "testing/Testing.h"
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "sources/demo/DemoWriters.h"
+#include "demo/DemoWriters.h"
 #include "support/Errors.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "custody/CustodyLog.h"
+#include "sources/CustodySource.h"
 #include "model/MessageSource.h"
 
 namespace bc::testing {
@@ -26,7 +26,7 @@ public:
     }
     std::string changeSignature() override { return ""; }
     CustodyRecord::Source custodySource() const override {
-        return CustodyLog::databaseSource(*this, live_ ? "live" : "files");
+        return custodySource::ofDatabase(*this, live_ ? "live" : "files");
     }
 
 private:

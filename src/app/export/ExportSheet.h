@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QDialog>
+
+#include "app/export/PagePickers.h"
+#include "export/ExportJob.h"
+
+class QComboBox;
+class QDateEdit;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QPushButton;
+
+namespace bc::app {
+
+// Edits one export request: format, which of the person's conversations, the period, title,
+// paper and dpi, with the name the output will get. Accepting it starts nothing: the caller
+// hands `request()` to the export.
+class ExportSheet : public QDialog {
+    Q_OBJECT
+public:
+    static constexpr const char* standardDPILabel = app::standardDPILabel;
+    static constexpr const char* printDPILabel = app::printDPILabel;
+
+    explicit ExportSheet(ExportRequest request, QWidget* parent = nullptr);
+
+    const ExportRequest& request() const { return request_; }
+
+private:
+    void addFormatPicker();
+    void addSources();
+    void addPeriod();
+    void addPageChoices();
+    // Takes a changed period: the timeline's name for it no longer applies.
+    void periodEdited();
+    void refresh();
+
+    ExportRequest request_;
+    QComboBox* format_;
+    QListWidget* sources_;
+    QDateEdit* from_;
+    QDateEdit* to_;
+    QLineEdit* title_;
+    QComboBox* paper_;
+    QComboBox* dpi_;
+    QLabel* baseName_;
+    QPushButton* export_;
+};
+
+}  // namespace bc::app
