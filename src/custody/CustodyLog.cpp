@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "model/MessageSource.h"
 #include "sources/CustodySource.h"
@@ -293,7 +294,8 @@ public:
             }
             if (start_ == 0) {
                 done_ = true;
-                return joined(std::move(buffer_), later);
+                std::string first = std::exchange(buffer_, {});
+                return joined(std::move(first), later);
             }
             later.push_back(std::move(buffer_));
             readBlock();

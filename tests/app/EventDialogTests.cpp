@@ -15,13 +15,13 @@ TEST_F(AppTest, TheEventEditorShowsWholeYearsAndSavesNoSecondsTheUserNeverSaw) {
     auto* when = editing.findChild<QDateTimeEdit*>();
     ASSERT_TRUE(when);
     EXPECT_TRUE(when->text().contains("2026")) << when->text().toStdString();
-    EXPECT_EQ(editing.event().date.toUnix(), saved.date.toUnix()) << "left as it was";
+    EXPECT_EQ(editing.edited().date.toUnix(), saved.date.toUnix()) << "left as it was";
 
     when->setDateTime(at.addSecs(3600));
-    EXPECT_EQ(toQDateTime(editing.event().date), QDateTime(QDate(2026, 3, 4), QTime(11, 15)));
+    EXPECT_EQ(toQDateTime(editing.edited().date), QDateTime(QDate(2026, 3, 4), QTime(11, 15)));
 
     const TimelineEvent fresh{.id = "e2", .date = fromQDateTime(at)};
-    EXPECT_EQ(toQDateTime(EventDialog(fresh).event().date),
+    EXPECT_EQ(toQDateTime(EventDialog(fresh).edited().date),
               QDateTime(QDate(2026, 3, 4), QTime(10, 15)));
 }
 

@@ -116,7 +116,7 @@ bool Counsel::draftStatement() {
             docx::write(CounselStatement::document(input), file);
             return file;
         },
-        [](fs::path saved) { return "Draft statement saved to " + quotedName(saved); },
+        [](const fs::path& saved) { return "Draft statement saved to " + quotedName(saved); },
         [](std::exception_ptr error) {
             return isCancellation(error)
                        ? QString("Draft statement cancelled. Nothing was saved.")
@@ -162,7 +162,7 @@ bool Counsel::createBundle(const std::vector<fs::path>& items, const std::string
                                                const ProgressFn& progress) {
             return CounselBundle::make(items, title, password, file, cancel, progress);
         },
-        [](CounselBundle::Outcome outcome) { return qs(outcome.message); },
+        [](const CounselBundle::Outcome& outcome) { return qs(outcome.message); },
         // Only what escapes the bundle's own reporting ends here.
         [](std::exception_ptr error) {
             return "Bundle failed, nothing was saved: " + qs(messageOf(error));

@@ -101,7 +101,7 @@ bool Snapshots::take() {
         [database = model_.database()](const CancelFlag& cancel, const ProgressFn& progress) {
             return takeSnapshot(*database, std::nullopt, allConversations, &cancel, progress);
         },
-        [this](TakenSnapshot taken) {
+        [this](const TakenSnapshot& taken) {
             refresh();
             return qs(taken.statusLine());
         },
@@ -118,7 +118,7 @@ bool Snapshots::verify(const SnapshotInfo& snapshot) {
                              Preservation::findings(verification));
         },
         [this, folder = Preservation::folder(snapshot)](
-            std::pair<std::string, std::vector<std::string>> verdict) {
+            const std::pair<std::string, std::vector<std::string>>& verdict) {
             QString full = qs(verdict.first);
             for (const auto& finding : verdict.second) full += "\n" + qs(finding);
             verdicts_[folder] = full;

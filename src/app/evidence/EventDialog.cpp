@@ -69,7 +69,7 @@ EventDialog::EventDialog(const TimelineEvent& event, QWidget* parent)
     form->addRow(buttons);
 }
 
-TimelineEvent EventDialog::event() const {
+TimelineEvent EventDialog::edited() const {
     TimelineEvent edited = event_;
     // The field shows minutes only, so an event carries no seconds the user never saw; only an
     // existing event whose time was left as it was keeps its own.

@@ -17,7 +17,7 @@ public:
     EventDialog(const TimelineEvent& event, QWidget* parent = nullptr);
 
     // The event as edited.
-    TimelineEvent event() const;
+    TimelineEvent edited() const;
 
 private:
     TimelineEvent event_;

@@ -154,7 +154,8 @@ void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPe
     }
     // Off the main thread: the reader may be busy with another conversation for seconds.
     background_.run([database, ids = request.chatIDs()] { return database->dateRange(ids); },
-                    [this, request, period, made](std::optional<std::pair<Date, Date>> range) {
+                    [this, request, period, made = std::move(made)](
+                        std::optional<std::pair<Date, Date>> range) {
                         if (!range) {
                             emit statusReported(dateRangeProblem);
                             return;
@@ -298,7 +299,7 @@ std::optional<fs::path> Exports::askWhere(const std::function<std::optional<fs::
 // ---- the plain path
 
 std::optional<fs::path> Exports::exportFolder(const QString& message) {
-    if (const auto folder = model_.demoExportFolder()) return folder;
+    if (auto folder = model_.demoExportFolder()) return folder;
     return dialogs_.chooseFolder(message);
 }
 

@@ -261,7 +261,7 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
     setState(State::loading, "Opening " + sourceNoun(kind) + "…");
     auto cancel = beginTask("Opening " + sourceNoun(kind) + "…");
     background_.run(
-        [open, cancel] {
+        [open = std::move(open), cancel] {
             Opened opened;
             opened.database = open();
             cancel->check();
@@ -269,7 +269,8 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
             opened.chats = opened.database->fetchChats();
             return opened;
         },
-        [this, generation, kind, choice, import](Opened opened) {
+        [this, generation, kind, choice = std::move(choice), import = std::move(import)](
+            Opened opened) {
             if (generation != sourceGeneration_) return;
             sourceKind_ = kind;
             sourceChoice_ = choice;

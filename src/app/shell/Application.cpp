@@ -61,7 +61,7 @@ bool saveGrab(QWidget& widget, const QDir& folder, const QString& name) {
 // With BRINDLECOURT_SCREENSHOTS naming a folder, the window and the export sheet are saved there
 // once the longest conversation is on screen, and the program ends: tools/screenshots.sh renders
 // the README's pictures this way.
-void saveScreenshotsOnceShown(AppModel& model, MainWindow& window, QDir folder) {
+void saveScreenshotsOnceShown(AppModel& model, MainWindow& window, const QDir& folder) {
     // The longest conversation shows the most kinds of rows.
     QObject::connect(&model, &AppModel::conversationsChanged, &window, [&model] {
         const auto& list = model.conversations();

@@ -745,12 +745,12 @@ void MainWindow::addEvent() {
     const auto event = model_.startAddingEvent(message ? message->date : Clock::now());
     if (!event) return;
     EventDialog dialog(*event, this);
-    if (dialog.exec() == QDialog::Accepted) model_.saveEvent(dialog.event());
+    if (dialog.exec() == QDialog::Accepted) model_.saveEvent(dialog.edited());
 }
 
 void MainWindow::editEvent(const Message& row) {
     EventDialog dialog(*row.userEvent, this);
-    if (dialog.exec() == QDialog::Accepted) model_.saveEvent(dialog.event());
+    if (dialog.exec() == QDialog::Accepted) model_.saveEvent(dialog.edited());
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
