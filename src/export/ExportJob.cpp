@@ -326,8 +326,8 @@ Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                                  .callLogIssue = job.transcript.callLogIssue},
                                 context.nameFor, job.transcript.messages, context.machineText);
     const fs::path building = staging.place(destination);
-    auto summary = exporter.exportTranscript({job.messages, job.reactionEvents, std::nullopt},
-                                             building, cancel, progress);
+    auto summary =
+        exporter.exportRows(job.messages, job.reactionEvents, building, cancel, progress);
     summary.htmlURL = destination / summary.htmlURL.lexically_relative(building);
     summary.folder = destination;
 

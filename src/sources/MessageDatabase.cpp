@@ -417,6 +417,29 @@ std::optional<Date> MessageDatabase::newestMessageDate() {
 
 std::string MessageDatabase::changeSignature() {
     std::lock_guard guard(lock_);
+    FileStamps stamps = fileStamps();
+    if (lastSignature_ && lastSignature_->first == stamps) return lastSignature_->second;
+    std::string signature = signatureByStatements();
+    lastSignature_.emplace(std::move(stamps), signature);
+    return signature;
+}
+
+MessageDatabase::FileStamps MessageDatabase::fileStamps() {
+    const auto stamp =
+        [](const fs::path& file) -> std::optional<std::pair<uintmax_t, fs::file_time_type>> {
+        std::error_code error;
+        const auto size = fs::file_size(file, error);
+        if (error) return std::nullopt;
+        const auto modified = fs::last_write_time(file, error);
+        if (error) return std::nullopt;
+        return std::pair{size, modified};
+    };
+    return {.dataVersion = dataVersion(),
+            .database = stamp(path_),
+            .log = stamp(sqlite::writeAheadLog(path_))};
+}
+
+std::string MessageDatabase::signatureByStatements() {
     const auto latest = [&](const char* column) {
         return db_->columnExists("message", column) ? "MAX(IFNULL(" + std::string(column) + ", 0))"
                                                     : std::string("0");

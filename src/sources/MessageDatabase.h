@@ -97,6 +97,16 @@ private:
     std::vector<std::pair<int64_t, Attachment>> readAttachments(const std::string& prefix);
     std::vector<std::pair<int64_t, std::vector<RecoveredPart>>> readRecoveredParts(
         const std::string& idList);
+    std::string signatureByStatements();
+
+    // What moves whenever the database may have changed: the engine's data version and the
+    // sizes and modification times of the file and its write-ahead log.
+    struct FileStamps {
+        int64_t dataVersion = 0;
+        std::optional<std::pair<uintmax_t, std::filesystem::file_time_type>> database, log;
+        bool operator==(const FileStamps&) const = default;
+    };
+    FileStamps fileStamps();
 
     std::unique_ptr<sqlite::Connection> db_;
     PathMapper pathMapper_;
@@ -104,6 +114,8 @@ private:
     std::filesystem::path path_;
     bool immutable_ = false;
     bool walPredatesOpening_ = false;
+    // The last signature and the stamps it was read under: the window asks every few seconds.
+    std::optional<std::pair<FileStamps, std::string>> lastSignature_;
     mutable std::recursive_mutex lock_;
 };
 
