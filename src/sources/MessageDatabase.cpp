@@ -119,6 +119,7 @@ MessageDatabase::MessageDatabase(const fs::path& path, bool immutable, PathMappe
     db_ = std::make_unique<sqlite::Connection>(path, mode);
     db_->setBusyTimeout(busyTimeoutMilliseconds);
     probeAccess();
+    db_->execute(mapPragma);
 }
 
 MessageDatabase::~MessageDatabase() = default;
@@ -333,8 +334,8 @@ Transcript MessageDatabase::readTranscript(const std::string& prefix, const std:
             continue;
         }
         const int64_t id = row.rowID;
-        transcript.messages.push_back(
-            messages::message(std::move(row), takeFor(attachments, id), takeFor(parts, id)));
+        messages::fillMessage(transcript.messages.emplace_back(), std::move(row),
+                              takeFor(attachments, id), takeFor(parts, id));
     }
     if (!placements && !order.keysSortAsTheEngine())
         placements = transcriptOrder::placementsByStatement(*db_, prefix);

@@ -225,9 +225,8 @@ std::optional<std::string> recoveredPartText(std::string_view bytes) {
     return std::nullopt;
 }
 
-Message message(StoredRow row, std::vector<Attachment> attachments,
-                std::vector<RecoveredPart> parts) {
-    Message result;
+void fillMessage(Message& result, StoredRow row, std::vector<Attachment> attachments,
+                 std::vector<RecoveredPart> parts) {
     result.id = row.rowID;
     result.guid = std::move(row.guid);
     result.date = appleDate(row.date).value_or(Date{});
@@ -253,7 +252,6 @@ Message message(StoredRow row, std::vector<Attachment> attachments,
         if (*row.deleted != -1) result.deletedAt = appleDate(*row.deleted);
     }
     result.recoveredParts = std::move(parts);
-    return result;
 }
 
 }  // namespace bc::messages

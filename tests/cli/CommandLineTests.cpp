@@ -244,9 +244,11 @@ TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
     // Every membership, attachment link, attachment, handle and message row of the sample, and
     // the reader's time as a multiple of that pass.
     std::smatch floor;
-    ASSERT_TRUE(std::regex_search(result.standardOutput, floor,
-                                  std::regex("\n  rows stepped: (\\d+)\n[^\n]*\n  rows indexed: "
-                                             "\\d+, \\d+\\.\\d\\d\u00D7 the floor\n")))
+    ASSERT_TRUE(
+        std::regex_search(result.standardOutput, floor,
+                          std::regex("\n  rows stepped: (\\d+)\n[^\n]*\n  rows indexed: "
+                                     "\\d+, \\d+\\.\\d\\d\u00D7 the floor \\(processor time "
+                                     "\\d+\\.\\d+ s, \\d+\\.\\d\\d\u00D7\\)\n")))
         << result.standardOutput;
     EXPECT_GT(std::stoi(floor[1]), 2 * 2000);
     EXPECT_NE(result.standardOutput.find("  same\n"), std::string::npos) << result.standardOutput;

@@ -182,7 +182,9 @@ TEST(MessageDecodingEdits, MalformedPropertyListsGiveNoHistory) {
 }
 
 Message plain(StoredRow row, std::vector<Attachment> attachments = {}) {
-    return message(std::move(row), std::move(attachments), {});
+    Message result;
+    fillMessage(result, std::move(row), std::move(attachments), {});
+    return result;
 }
 
 TEST(MessageDecodingText, NoticesStandInOnlyWhereNothingElseWouldShow) {
