@@ -3,24 +3,33 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
+#include <optional>
 
 #include <sqlite3.h>
 #include <sys/resource.h>
 
 #include "cli/DatabaseChoice.h"
 #include "evidence/Timeline.h"
+#include "export/HTMLExporter.h"
 #include "sources/MessageDatabase.h"
 #include "sources/demo/LargeSample.h"
+#include "support/CancelFlag.h"
 #include "support/Errors.h"
+#include "support/Files.h"
 #include "support/Machine.h"
 #include "support/Sqlite.h"
 
 namespace bc::cli {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // Seconds of processor time this process used so far, every thread and the kernel included.
 double processorSeconds() {
@@ -126,6 +135,55 @@ size_t floorPass(const std::filesystem::path& path) {
     return rows;
 }
 
+// Resident memory of this process in bytes: now, or its peak since the last reset. Linux keeps
+// both in /proc; elsewhere they are not measured (none).
+std::optional<double> residentBytes(const char* field) {
+#ifdef __linux__
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with(field)) return std::atof(line.c_str() + std::strlen(field)) * 1024.0;
+#else
+    (void)field;
+#endif
+    return std::nullopt;
+}
+
+// Makes the peak the current size, so a phase's own peak can be read afterwards.
+bool resetPeakMemory() {
+    std::ofstream reset("/proc/self/clear_refs");
+    reset << "5";
+    reset.close();
+    return static_cast<bool>(reset);
+}
+
+// The largest conversation read again and written as an HTML archive into a scratch folder that
+// is removed afterwards; returns the growth of the peak resident memory over what was held
+// before, when this system measures it.
+std::optional<double> archivePeakGrowth(MessageDatabase& database, const std::vector<int64_t>& ids,
+                                        size_t& messages) {
+    const bool measured = resetPeakMemory();
+    const auto before = residentBytes("VmRSS:");
+    const fs::path folder = files::temporarySibling(fs::temp_directory_path() / "bc-benchmark");
+    try {
+        const Transcript transcript = database.fetchTranscript(ids);
+        messages = transcript.messages.size();
+        const HTMLExporter exporter(
+            {.title = "Benchmark", .sourceDescription = MessageDatabase::description},
+            [](bool isFromMe, const std::string& handle) { return isFromMe ? "Me" : handle; },
+            transcript.messages, {});
+        exporter.exportTranscript(transcript, folder, CancelFlag(), {});
+    } catch (...) {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+        throw;
+    }
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
+    const auto peak = residentBytes("VmHWM:");
+    if (!measured || !before || !peak) return std::nullopt;
+    return *peak - *before;
+}
+
 }  // namespace
 
 int Benchmark::run() {
@@ -169,6 +227,12 @@ int Benchmark::run() {
         const auto timeline =
             timed(out_, "timeline for it", [&] { return Timeline(transcript.messages); });
         out_ << timelineLine(timeline) << "\n";
+        size_t archived = 0;
+        const auto growth = timed(out_, "HTML archive of it, read again",
+                                  [&] { return archivePeakGrowth(*database, ids, archived); });
+        if (growth && archived > 0)
+            out_ << "  peak resident memory +" << std::lround(*growth / 1e6) << " MB, "
+                 << std::lround(*growth / static_cast<double>(archived)) << " bytes per message\n";
         const auto signature =
             timed(out_, "change signature", [&] { return database->changeSignature(); });
         out_ << "  " << signature << "\n";

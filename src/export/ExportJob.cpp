@@ -151,8 +151,13 @@ ExportJob ExportJob::make(const ExportRequest& request, Transcript transcript,
         job.from = request.from;
         job.to = request.to;
     }
-    for (const auto& message : transcript.messages)
-        if (HTMLExporter::inRange(message.date, job.from, job.to)) job.messages.push_back(message);
+    // The rows move out of the transcript, so a long conversation is held once; what stays is
+    // the context that reply links outside the range point into.
+    std::vector<Message> outside;
+    for (auto& message : transcript.messages)
+        (HTMLExporter::inRange(message.date, job.from, job.to) ? job.messages : outside)
+            .push_back(std::move(message));
+    transcript.messages = std::move(outside);
     notes::putInDateOrder(job.messages);
     for (const auto& event : transcript.reactionEvents)
         if (HTMLExporter::inRange(event.date, job.from, job.to))
@@ -356,6 +361,7 @@ Rendered renderPages(const ExportJob& job, const fs::path& destination,
                      const ExportPipeline::Context& context, const std::string& certificatePage,
                      const CancelFlag& cancel, const ProgressFn& progress, Staging& staging) {
     std::unordered_map<std::string, Message> originals;
+    for (const auto& message : job.messages) originals.emplace(message.guid, message);
     for (const auto& message : job.transcript.messages) originals.emplace(message.guid, message);
     PageExporter::Options options = job.pageOptions;
     if (options.machineText.empty()) options.machineText = context.machineText;

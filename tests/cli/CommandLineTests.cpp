@@ -230,7 +230,8 @@ TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
     for (const char* phase :
          {"open database", "list conversations", "largest conversation transcript",
-          "timeline for it", "change signature", "change signature again, nothing changed",
+          "timeline for it", "HTML archive of it, read again", "change signature",
+          "change signature again, nothing changed",
           "floor: one C pass over the rows transcripts read", "every transcript (search index)",
           "attachment paths", "check every attachment file exists"})
         EXPECT_NE(result.standardOutput.find(" s  " + std::string(phase) + "\n"), std::string::npos)
@@ -252,6 +253,12 @@ TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
         << result.standardOutput;
     EXPECT_GT(std::stoi(floor[1]), 2 * 2000);
     EXPECT_NE(result.standardOutput.find("  same\n"), std::string::npos) << result.standardOutput;
+#ifdef __linux__
+    EXPECT_TRUE(std::regex_search(
+        result.standardOutput,
+        std::regex("\n  peak resident memory \\+\\d+ MB, \\d+ bytes per message\n")))
+        << result.standardOutput;
+#endif
     // Two thousand messages a minute or so apart: one year, not "1 years".
     EXPECT_NE(result.standardOutput.find(" in 1 year, "), std::string::npos)
         << result.standardOutput;
