@@ -153,11 +153,23 @@ ExportJob ExportJob::make(const ExportRequest& request, Transcript transcript,
     }
     // The rows move out of the transcript, so a long conversation is held once; what stays is
     // the context that reply links outside the range point into.
-    std::vector<Message> outside;
-    for (auto& message : transcript.messages)
-        (HTMLExporter::inRange(message.date, job.from, job.to) ? job.messages : outside)
-            .push_back(std::move(message));
-    transcript.messages = std::move(outside);
+    const auto inRange = [&](const Message& m) {
+        return HTMLExporter::inRange(m.date, job.from, job.to);
+    };
+    const auto rows = static_cast<size_t>(
+        std::count_if(transcript.messages.begin(), transcript.messages.end(), inRange));
+    if (rows == transcript.messages.size()) {
+        job.messages = std::move(transcript.messages);
+        transcript.messages.clear();
+    } else {
+        // Reserved: growing by doubling would hold up to three times a conversation's records.
+        job.messages.reserve(rows);
+        std::vector<Message> outside;
+        outside.reserve(transcript.messages.size() - rows);
+        for (auto& message : transcript.messages)
+            (inRange(message) ? job.messages : outside).push_back(std::move(message));
+        transcript.messages = std::move(outside);
+    }
     notes::putInDateOrder(job.messages);
     for (const auto& event : transcript.reactionEvents)
         if (HTMLExporter::inRange(event.date, job.from, job.to))
