@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "evidence/Analyzer.h"
 #include "demo/DemoWriters.h"
+#include "evidence/Analyzer.h"
 #include "support/Files.h"
 #include "support/Process.h"
 

@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <memory>
 
+#include "demo/LargeSample.h"
 #include "evidence/Search.h"
 #include "sources/MessageDatabase.h"
-#include "demo/LargeSample.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 
 #include "custody/Preservation.h"
 #include "custody/SnapshotLock.h"
-#include "sources/MessageDatabase.h"
 #include "demo/DemoData.h"
+#include "sources/MessageDatabase.h"
 #include "support/Files.h"
 #include "support/Process.h"
 #include "support/Sqlite.h"

@@ -19,9 +19,9 @@
 #include <random>
 
 #include "StatementTrace.h"
-#include "sources/MessageDatabase.h"
 #include "demo/DemoData.h"
 #include "demo/LargeSample.h"
+#include "sources/MessageDatabase.h"
 #include "support/Files.h"
 #include "support/Process.h"
 #include "support/Sqlite.h"

@@ -9,8 +9,8 @@
 #include <filesystem>
 
 #include "StatementTrace.h"
-#include "sources/WhatsAppDatabase.h"
 #include "demo/DemoWriters.h"
+#include "sources/WhatsAppDatabase.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"
 

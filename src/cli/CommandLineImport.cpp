@@ -3,9 +3,9 @@
 #include <filesystem>
 
 #include "cli/DatabaseChoice.h"
-#include "demo/DemoStores.h"
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
+#include "demo/DemoStores.h"
 #include "sources/MessageDatabase.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"

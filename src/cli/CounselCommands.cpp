@@ -9,10 +9,10 @@
 
 #include "cli/CommandLineExport.h"
 #include "cli/DatabaseChoice.h"
-#include "demo/DemoStores.h"
 #include "counsel/CounselBundle.h"
 #include "counsel/CounselStatement.h"
 #include "custody/CustodySystemInfo.h"
+#include "demo/DemoStores.h"
 #include "sources/MessageDatabase.h"
 
 namespace bc::cli {
@@ -89,7 +89,8 @@ StatementSource openSource(const Arguments& arguments) {
         const fs::path path = fs::absolute(*given);
         if (fs::is_directory(path))
             return source(std::make_unique<MessageDatabase>(path / "chat.db",
-                                                                     MessageDatabase::Origin::sealedCopy), "snapshot");
+                                                            MessageDatabase::Origin::sealedCopy),
+                          "snapshot");
         return source(std::make_unique<MessageDatabase>(path), "live");
     }
     return source(DatabaseChoice::from(arguments).open(), "live");

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "demo/DemoStores.h"
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
+#include "demo/DemoStores.h"
 #include "sources/WhatsAppDatabase.h"
 #include "support/Errors.h"
 

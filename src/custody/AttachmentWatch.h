@@ -11,17 +11,17 @@
 #include <utility>
 #include <vector>
 
-#include "support/SafeStore.h"
 #include "support/Date.h"
 #include "support/Files.h"
 #include "support/Json.h"
+#include "support/SafeStore.h"
 
 namespace bc {
 
 // Remembers which attachments of the Messages database had their files on disk at the last check,
 // so that files the system evicts since then can be reported before more is lost.
 class AttachmentWatch {
-  public:
+public:
     struct Record {
         Date checkedAt;
         std::vector<int64_t> present;  // ascending attachment row ids
@@ -78,7 +78,7 @@ struct RoundTiming {
 // `isBusy` says other heavy work (an export or snapshot) is running. Rounds run one after another;
 // a round handles its own failures.
 class RepeatingRounds {
-  public:
+public:
     RepeatingRounds(std::chrono::nanoseconds interval, std::function<bool()> isBusy,
                     std::function<void()> round, RoundTiming timing = {});
     ~RepeatingRounds();  // stops, waiting for a running round to finish
@@ -88,7 +88,7 @@ class RepeatingRounds {
     // Runs a round as soon as the current one (if any) is done, busy or not: the user asked.
     void runNow();
 
-  private:
+private:
     void loop();
 
     std::chrono::nanoseconds interval_;

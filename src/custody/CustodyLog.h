@@ -53,7 +53,6 @@ public:
     static std::string describe(std::string_view kind,
                                 const std::optional<std::string>& snapshotID);
 
-
     // The verify result as the user reads it; verifyReport() also words a read failure.
     static std::string describe(const ChainCheck& check);
     static std::string verifyReport();

@@ -6,9 +6,8 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/CustodySystemInfo.h"
-#include "support/SafeStore.h"
-#include "custody/SnapshotLock.h"
 #include "custody/SnapshotCopy.h"
+#include "custody/SnapshotLock.h"
 #include "custody/ZipUnpacking.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
@@ -16,6 +15,7 @@
 #include "support/ErrorReason.h"
 #include "support/Errors.h"
 #include "support/Files.h"
+#include "support/SafeStore.h"
 #include "support/Sha256.h"
 #include "support/Sqlite.h"
 #include "support/Text.h"
@@ -311,12 +311,13 @@ std::unique_ptr<MessageSource> Imports::open(const ImportInfo& info) {
 }
 
 SealedChatExport Imports::sealedChatExport(const ImportInfo& info) {
-    return {.id = info.id,
-            .folder = info.folder(),
-            .originalName = info.originalName,
-            .originalSHA256 = info.originalSHA256,
-            .settings = [info] { return info.settings(); },
-            .keepSettings = [info](const ImportSettings& settings) { saveSettings(info, settings); }};
+    return {
+        .id = info.id,
+        .folder = info.folder(),
+        .originalName = info.originalName,
+        .originalSHA256 = info.originalSHA256,
+        .settings = [info] { return info.settings(); },
+        .keepSettings = [info](const ImportSettings& settings) { saveSettings(info, settings); }};
 }
 
 void Imports::saveSettings(const ImportInfo& info, const ImportInfo::Settings& settings) {

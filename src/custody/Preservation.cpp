@@ -12,8 +12,8 @@
 #include <unordered_set>
 
 #include "custody/CustodySystemInfo.h"
-#include "custody/SnapshotLock.h"
 #include "custody/SnapshotCopy.h"
+#include "custody/SnapshotLock.h"
 #include "sources/MessageDatabase.h"
 #include "support/DateFormat.h"
 #include "support/ErrorReason.h"
@@ -557,7 +557,8 @@ std::unique_ptr<MessageDatabase> Preservation::open(const SnapshotInfo& snapshot
         const auto it = map->find(path);
         return it == map->end() ? std::string() : it->second;
     };
-    return std::make_unique<MessageDatabase>(folder / databaseName, MessageDatabase::Origin::sealedCopy, std::move(mapper),
+    return std::make_unique<MessageDatabase>(folder / databaseName,
+                                             MessageDatabase::Origin::sealedCopy, std::move(mapper),
                                              sealed(snapshot));
 }
 

@@ -5,11 +5,11 @@
 #include "custody/CustodyLog.h"
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
+#include "demo/DemoData.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/MachineText.h"
 #include "evidence/TimelineEventStore.h"
 #include "sources/CallHistory.h"
-#include "demo/DemoData.h"
 #include "support/Date.h"
 #include "support/Errors.h"
 

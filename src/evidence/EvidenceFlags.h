@@ -13,7 +13,7 @@ namespace bc {
 // change is saved at once (whole file); a failed save leaves the flags as changed and returns the
 // status line to show.
 class EvidenceFlags {
-  public:
+public:
     explicit EvidenceFlags(EvidenceFlagMap flags = {}) : flags_(std::move(flags)) {}
 
     const EvidenceFlagMap& flags() const { return flags_; }
@@ -26,7 +26,7 @@ class EvidenceFlags {
     // In transcript order.
     std::vector<Message> flaggedMessages(const std::vector<Message>& transcript) const;
 
-  private:
+private:
     std::optional<std::string> save() const;
     void add(const Message& message, const std::string& note);
 

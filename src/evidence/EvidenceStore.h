@@ -5,10 +5,10 @@
 #include <string>
 
 #include "model/EvidenceFlag.h"
-#include "support/SafeStore.h"
 #include "support/Date.h"
 #include "support/Files.h"
 #include "support/Json.h"
+#include "support/SafeStore.h"
 
 namespace bc {
 
@@ -17,7 +17,7 @@ void from_json(const Json& j, EvidenceFlag& flag);
 
 // "evidence.json": the flags live here, never in the message source.
 class EvidenceStore {
-  public:
+public:
     static StoreLocation& location();
 
     // A missing file gives no flags; a damaged one is set aside, reported in `loadError`, and

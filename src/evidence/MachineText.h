@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "support/SafeStore.h"
 #include "evidence/Search.h"
 #include "export/ExportJob.h"
 #include "export/ManifestCsv.h"
@@ -14,6 +13,7 @@
 #include "support/Date.h"
 #include "support/Files.h"
 #include "support/Json.h"
+#include "support/SafeStore.h"
 
 namespace bc {
 

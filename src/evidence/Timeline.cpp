@@ -27,7 +27,7 @@ struct Branch {
 };
 
 class TreeBuilder {
-  public:
+public:
     TreeBuilder(const std::vector<Timeline::Day>& days, Calendar& calendar)
         : days_(days), calendar_(calendar) {}
 
@@ -46,7 +46,7 @@ class TreeBuilder {
         return roots;
     }
 
-  private:
+private:
     using Weeks = std::map<Date, std::vector<size_t>>;
 
     Branch yearBranch(int year, const std::map<int, Weeks>& months) {

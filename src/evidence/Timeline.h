@@ -19,7 +19,7 @@ namespace bc {
 // The open conversation as a calendar tree (years, months, weeks, days) in the machine's calendar,
 // time zone and first weekday. A value, rebuilt whenever the message list changes.
 class Timeline {
-  public:
+public:
     using Unit = Calendar::Unit;
     static constexpr std::array<Unit, 4> units{Unit::day, Unit::week, Unit::month, Unit::year};
     // The unit's raw text ("day", "week", "month", "year"), as user defaults store it.
@@ -64,7 +64,7 @@ class Timeline {
     std::unordered_map<std::string, Node> nodesByID;  // every node at every level
     std::unordered_map<int64_t, size_t> dayIndexByMessage;
 
-  private:
+private:
     void buildDays(const std::vector<Message>& messages, Calendar& calendar);
     void enterNodes(const std::vector<Node>& nodes);
 };

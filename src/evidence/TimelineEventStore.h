@@ -3,10 +3,10 @@
 #include <filesystem>
 #include <vector>
 
-#include "support/SafeStore.h"
 #include "model/TimelineEvent.h"
 #include "support/Files.h"
 #include "support/Json.h"
+#include "support/SafeStore.h"
 
 namespace bc {
 
@@ -17,7 +17,7 @@ void from_json(const Json& j, TimelineEvent& event);
 // "events.json": the user's own timeline events of every conversation, kept apart from the
 // messages so that no export of the messages can pick them up.
 class TimelineEventStore {
-  public:
+public:
     static StoreLocation& location();
     static std::filesystem::path url() { return location().path(); }
 

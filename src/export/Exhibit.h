@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "model/EvidenceFlag.h"
 #include "export/ExportJob.h"
 #include "export/Redactor.h"
 #include "model/CustodyRecord.h"
+#include "model/EvidenceFlag.h"
 
 namespace bc {
 

@@ -151,8 +151,25 @@ ExportJob ExportJob::make(const ExportRequest& request, Transcript transcript,
         job.from = request.from;
         job.to = request.to;
     }
-    for (const auto& message : transcript.messages)
-        if (HTMLExporter::inRange(message.date, job.from, job.to)) job.messages.push_back(message);
+    // The rows move out of the transcript, so a long conversation is held once; what stays is
+    // the context that reply links outside the range point into.
+    const auto inRange = [&](const Message& m) {
+        return HTMLExporter::inRange(m.date, job.from, job.to);
+    };
+    const auto rows = static_cast<size_t>(
+        std::count_if(transcript.messages.begin(), transcript.messages.end(), inRange));
+    if (rows == transcript.messages.size()) {
+        job.messages = std::move(transcript.messages);
+        transcript.messages.clear();
+    } else {
+        // Reserved: growing by doubling would hold up to three times a conversation's records.
+        job.messages.reserve(rows);
+        std::vector<Message> outside;
+        outside.reserve(transcript.messages.size() - rows);
+        for (auto& message : transcript.messages)
+            (inRange(message) ? job.messages : outside).push_back(std::move(message));
+        transcript.messages = std::move(outside);
+    }
     notes::putInDateOrder(job.messages);
     for (const auto& event : transcript.reactionEvents)
         if (HTMLExporter::inRange(event.date, job.from, job.to))
@@ -315,8 +332,8 @@ Rendered renderHTML(const ExportJob& job, const fs::path& destination,
                                  .callLogIssue = job.transcript.callLogIssue},
                                 context.nameFor, job.transcript.messages, context.machineText);
     const fs::path building = staging.place(destination);
-    auto summary = exporter.exportTranscript({job.messages, job.reactionEvents, std::nullopt},
-                                             building, cancel, progress);
+    auto summary =
+        exporter.exportRows(job.messages, job.reactionEvents, building, cancel, progress);
     summary.htmlURL = destination / summary.htmlURL.lexically_relative(building);
     summary.folder = destination;
 
@@ -345,6 +362,7 @@ Rendered renderPages(const ExportJob& job, const fs::path& destination,
                      const ExportPipeline::Context& context, const std::string& certificatePage,
                      const CancelFlag& cancel, const ProgressFn& progress, Staging& staging) {
     std::unordered_map<std::string, Message> originals;
+    for (const auto& message : job.messages) originals.emplace(message.guid, message);
     for (const auto& message : job.transcript.messages) originals.emplace(message.guid, message);
     PageExporter::Options options = job.pageOptions;
     if (options.machineText.empty()) options.machineText = context.machineText;
@@ -477,9 +495,8 @@ ExportOutcome ExportPipeline::run(const ExportJob& job, const fs::path& destinat
                 break;
             case RangeExportFormat::pdf:
             case RangeExportFormat::jpg:
-                rendered =
-                    renderPages(job, destination, context, certificate::text(record, true),
-                                cancel, progress, *staging);
+                rendered = renderPages(job, destination, context, certificate::text(record, true),
+                                       cancel, progress, *staging);
                 break;
             case RangeExportFormat::csv:
                 rendered = renderCSV(job, destination, context, cancel, *staging);

@@ -99,8 +99,9 @@ struct ExportJob {
     std::vector<int64_t> chatIDs;
     std::string rangeDescription;
     std::vector<Message> messages;  // in date order, calls merged in
-    Transcript transcript;          // the whole transcript, context for reply links
-    std::optional<Date> from, to;   // absent when the whole conversation is exported
+    // The rest of the transcript: its messages outside the range, which reply links may name.
+    Transcript transcript;
+    std::optional<Date> from, to;  // absent when the whole conversation is exported
     std::vector<ReactionEvent> reactionEvents;
     PageExporter::Options pageOptions;
     std::map<std::string, std::string> recordOptions;

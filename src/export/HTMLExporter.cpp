@@ -71,12 +71,12 @@ std::string pageFileName(const std::string& title) {
            " – Messages.html";
 }
 
-std::vector<const Message*> rowsInRange(const Transcript& transcript,
+std::vector<const Message*> rowsInRange(std::span<const Message> messages,
                                         const HTMLExporter::Options& options) {
     const DateRange range(options.from, options.to);
     std::vector<const Message*> rows;
-    rows.reserve(transcript.messages.size());
-    for (const auto& m : transcript.messages) {
+    rows.reserve(messages.size());
+    for (const auto& m : messages) {
         if (range.contains(m.date)) rows.push_back(&m);
     }
     // One section per day needs the rows in date order.
@@ -97,17 +97,24 @@ manifest::MachineText machineTextOf(const std::vector<const Message*>& rows,
 
 }  // namespace
 
-HTMLExporter::HTMLExporter(Options options, manifest::NameFor nameFor, std::vector<Message> context,
-                           manifest::MachineText machineText)
+HTMLExporter::HTMLExporter(Options options, manifest::NameFor nameFor,
+                           std::span<const Message> context, manifest::MachineText machineText)
     : options_(std::move(options)),
       nameFor_(std::move(nameFor)),
-      context_(std::move(context)),
+      context_(context),
       machineText_(std::move(machineText)) {}
 
 HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcript,
                                                      const fs::path& folder,
                                                      const CancelFlag& cancel,
                                                      const ProgressFn& progress) const {
+    return exportRows(transcript.messages, transcript.reactionEvents, folder, cancel, progress);
+}
+
+HTMLExporter::Summary HTMLExporter::exportRows(std::span<const Message> messages,
+                                               std::span<const ReactionEvent> reactionEvents,
+                                               const fs::path& folder, const CancelFlag& cancel,
+                                               const ProgressFn& progress) const {
     const auto report = [&](const std::string& text) {
         if (progress) progress(text);
     };
@@ -116,7 +123,7 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
     } catch (const fs::filesystem_error& e) {
         throw Error("Couldn't create the archive folder: " + std::string(e.code().message()));
     }
-    const std::vector<const Message*> rows = rowsInRange(transcript, options_);
+    const std::vector<const Message*> rows = rowsInRange(messages, options_);
 
     size_t total = 0;
     for (const Message* m : rows) total += m->visibleAttachments().size();
@@ -150,8 +157,11 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
     manifest::writeFile(summary.htmlURL, [&](std::ostream& out) {
         html::writePage({options_, nameFor_, machineText_, context_, rows, copies}, out);
     });
-    manifest::writeCSV(manifest::messageRows(rows, nameFor_, machineText_),
-                       folder / "messages.csv");
+    manifest::writeFile(folder / "messages.csv", [&](std::ostream& out) {
+        manifest::CsvStream csv(out);
+        manifest::messageRows(rows, nameFor_, machineText_,
+                              [&](const manifest::Row& row) { csv.add(row); });
+    });
     std::vector<Message> calls;
     std::unordered_map<std::string, const Message*> byGUID(rows.size());
     for (const Message* m : rows) {
@@ -160,8 +170,7 @@ HTMLExporter::Summary HTMLExporter::exportTranscript(const Transcript& transcrip
     }
     std::vector<ReactionEvent> reactions;
     const DateRange range(options_.from, options_.to);
-    std::copy_if(transcript.reactionEvents.begin(), transcript.reactionEvents.end(),
-                 std::back_inserter(reactions),
+    std::copy_if(reactionEvents.begin(), reactionEvents.end(), std::back_inserter(reactions),
                  [&](const auto& e) { return range.contains(e.date); });
     manifest::writeCSV(manifest::reactionRows(reactions, byGUID, nameFor_),
                        folder / "reactions.csv");

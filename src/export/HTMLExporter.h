@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -40,7 +41,9 @@ public:
         int64_t previewsMade = 0;
     };
 
-    HTMLExporter(Options options, manifest::NameFor nameFor, std::vector<Message> context,
+    // `context` (the whole transcript, for reply targets outside the rows) is only viewed: it
+    // must outlive the exporter. A long conversation is never copied for an export.
+    HTMLExporter(Options options, manifest::NameFor nameFor, std::span<const Message> context,
                  manifest::MachineText machineText);
 
     // Builds the archive in `folder` (created with its parents). Throws Error on a write
@@ -48,6 +51,10 @@ public:
     // stop it (it is marked in the page and in attachments.csv).
     Summary exportTranscript(const Transcript& transcript, const std::filesystem::path& folder,
                              const CancelFlag& cancel, const ProgressFn& progress) const;
+    // The same for rows and reactions held elsewhere.
+    Summary exportRows(std::span<const Message> messages, std::span<const ReactionEvent> reactions,
+                       const std::filesystem::path& folder, const CancelFlag& cancel,
+                       const ProgressFn& progress) const;
 
     static std::string escape(std::string_view text);
     static std::string linkify(std::string_view text);
@@ -69,7 +76,7 @@ public:
 private:
     Options options_;
     manifest::NameFor nameFor_;
-    std::vector<Message> context_;
+    std::span<const Message> context_;
     manifest::MachineText machineText_;
 };
 

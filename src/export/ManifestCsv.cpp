@@ -160,6 +160,16 @@ void writeCSV(const Rows& rows, const std::filesystem::path& file) {
     writeFile(file, text(rows));
 }
 
+CsvStream::CsvStream(std::ostream& out) : out_(out) {
+    out_ << "\xEF\xBB\xBF";
+}
+
+void CsvStream::add(const Row& row) {
+    line_ = line(row);
+    line_ += "\r\n";
+    out_.write(line_.data(), static_cast<std::streamsize>(line_.size()));
+}
+
 void writeFile(const std::filesystem::path& file, std::string_view bytes) {
     writeFile(file, [&](std::ostream& out) {
         out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -176,35 +186,41 @@ void writeFile(const std::filesystem::path& file, const std::function<void(std::
 
 Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,
                  const MachineText& machineText) {
-    Rows rows{{"message_rowid",
-               "guid",
-               "chat_rowid",
-               "date_utc",
-               "sender",
-               "handle",
-               "is_from_me",
-               "text",
-               "text_as_stored",
-               "undecoded_body_base64",
-               "attachment_rowids",
-               "reply_to_guid",
-               "edited",
-               "edit_history",
-               "unsent",
-               "error_code",
-               "effect",
-               "imessage_app",
-               "notice",
-               "date_delivered_utc",
-               "date_read_utc",
-               "deleted_at_utc",
-               "recovered_deleted_parts",
-               "attachment_machine_text"}};
+    Rows rows;
     rows.reserve(messages.size() + 1);
-    for (const Message* m : messages) {
-        if (!m->isCall()) rows.push_back(messageRow(*m, nameFor, machineText));
-    }
+    messageRows(messages, nameFor, machineText, [&](const Row& row) { rows.push_back(row); });
     return rows;
+}
+
+void messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,
+                 const MachineText& machineText, const std::function<void(const Row&)>& each) {
+    each({"message_rowid",
+          "guid",
+          "chat_rowid",
+          "date_utc",
+          "sender",
+          "handle",
+          "is_from_me",
+          "text",
+          "text_as_stored",
+          "undecoded_body_base64",
+          "attachment_rowids",
+          "reply_to_guid",
+          "edited",
+          "edit_history",
+          "unsent",
+          "error_code",
+          "effect",
+          "imessage_app",
+          "notice",
+          "date_delivered_utc",
+          "date_read_utc",
+          "deleted_at_utc",
+          "recovered_deleted_parts",
+          "attachment_machine_text"});
+    for (const Message* m : messages) {
+        if (!m->isCall()) each(messageRow(*m, nameFor, machineText));
+    }
 }
 
 std::string MachineTextNote::label() const {

@@ -54,6 +54,17 @@ std::string text(const Rows& rows);
 // Throws Error when the file can't be written.
 void writeCSV(const Rows& rows, const std::filesystem::path& file);
 
+// The same text written row by row as rows are added, so a long manifest is never held whole.
+class CsvStream {
+public:
+    explicit CsvStream(std::ostream& out);
+    void add(const Row& row);
+
+private:
+    std::ostream& out_;
+    std::string line_;
+};
+
 // Writes one file of an export folder. No flush to disk here: the folder is built under a
 // temporary name and made durable as a whole by the caller. Throws Error.
 void writeFile(const std::filesystem::path& file, std::string_view bytes);
@@ -63,6 +74,9 @@ void writeFile(const std::filesystem::path& file, const std::function<void(std::
 // messages.csv: header, then one row per message; call rows are left out (they go to calls.csv).
 Rows messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,
                  const MachineText& machineText);
+// The same rows handed one at a time to `each`.
+void messageRows(const std::vector<const Message*>& messages, const NameFor& nameFor,
+                 const MachineText& machineText, const std::function<void(const Row&)>& each);
 
 // machine-text.csv: header, then one row per attachment with machine-read text, in id order.
 Rows machineTextRows(const MachineText& machineText);

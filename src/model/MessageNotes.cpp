@@ -20,8 +20,10 @@ const Message& row(const Message* message) {
 
 template <class Rows>
 void sortByDate(Rows& rows) {
-    std::stable_sort(rows.begin(), rows.end(),
-                     [](const auto& a, const auto& b) { return row(a).date < row(b).date; });
+    const auto earlier = [](const auto& a, const auto& b) { return row(a).date < row(b).date; };
+    // Transcripts come in date order already, and moving a long one's records is costly.
+    if (std::is_sorted(rows.begin(), rows.end(), earlier)) return;
+    std::stable_sort(rows.begin(), rows.end(), earlier);
 }
 
 }  // namespace

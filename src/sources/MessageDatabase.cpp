@@ -118,6 +118,7 @@ MessageDatabase::MessageDatabase(const fs::path& path, std::optional<Origin> ori
     db_ = std::make_unique<sqlite::Connection>(path, mode);
     db_->setBusyTimeout(busyTimeoutMilliseconds);
     probeAccess();
+    db_->execute(mapPragma);
 }
 
 MessageDatabase::~MessageDatabase() = default;
@@ -330,8 +331,8 @@ Transcript MessageDatabase::readTranscript(const std::string& prefix, const std:
             continue;
         }
         const int64_t id = row.rowID;
-        transcript.messages.push_back(
-            messages::message(std::move(row), takeFor(attachments, id), takeFor(parts, id)));
+        messages::fillMessage(transcript.messages.emplace_back(), std::move(row),
+                              takeFor(attachments, id), takeFor(parts, id));
     }
     if (!placements && !order.keysSortAsTheEngine())
         placements = transcriptOrder::placementsByStatement(*db_, prefix);
@@ -414,6 +415,29 @@ std::optional<Date> MessageDatabase::newestMessageDate() {
 
 std::string MessageDatabase::changeSignature() {
     std::lock_guard guard(lock_);
+    FileStamps stamps = fileStamps();
+    if (lastSignature_ && lastSignature_->first == stamps) return lastSignature_->second;
+    std::string signature = signatureByStatements();
+    lastSignature_.emplace(std::move(stamps), signature);
+    return signature;
+}
+
+MessageDatabase::FileStamps MessageDatabase::fileStamps() {
+    const auto stamp =
+        [](const fs::path& file) -> std::optional<std::pair<uintmax_t, fs::file_time_type>> {
+        std::error_code error;
+        const auto size = fs::file_size(file, error);
+        if (error) return std::nullopt;
+        const auto modified = fs::last_write_time(file, error);
+        if (error) return std::nullopt;
+        return std::pair{size, modified};
+    };
+    return {.dataVersion = dataVersion(),
+            .database = stamp(path_),
+            .log = stamp(sqlite::writeAheadLog(path_))};
+}
+
+std::string MessageDatabase::signatureByStatements() {
     const auto latest = [&](const char* column) {
         return db_->columnExists("message", column) ? "MAX(IFNULL(" + std::string(column) + ", 0))"
                                                     : std::string("0");

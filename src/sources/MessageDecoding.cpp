@@ -5,8 +5,8 @@
 #include <cctype>
 #include <unordered_map>
 
-#include "support/Text.h"
 #include "sources/EditHistory.h"
+#include "support/Text.h"
 
 namespace bc::messages {
 
@@ -226,9 +226,8 @@ std::optional<std::string> recoveredPartText(std::string_view bytes) {
     return std::nullopt;
 }
 
-Message message(StoredRow row, std::vector<Attachment> attachments,
-                std::vector<RecoveredPart> parts) {
-    Message result;
+void fillMessage(Message& result, StoredRow row, std::vector<Attachment> attachments,
+                 std::vector<RecoveredPart> parts) {
     result.id = row.rowID;
     result.guid = std::move(row.guid);
     result.date = appleDate(row.date).value_or(Date{});
@@ -254,7 +253,6 @@ Message message(StoredRow row, std::vector<Attachment> attachments,
         if (*row.deleted != -1) result.deletedAt = appleDate(*row.deleted);
     }
     result.recoveredParts = std::move(parts);
-    return result;
 }
 
 }  // namespace bc::messages

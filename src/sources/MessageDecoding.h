@@ -69,9 +69,10 @@ std::optional<std::string> effectName(std::string_view sendStyleID);
 std::optional<std::string> systemNotice(int64_t itemType);
 std::optional<std::string> deliveryErrorNotice(int64_t errorCode);
 
-// A message row (not a reaction) with its attachments and deleted parts.
-Message message(StoredRow row, std::vector<Attachment> attachments,
-                std::vector<RecoveredPart> parts);
+// A message row (not a reaction) with its attachments and deleted parts, written into a fresh
+// `result` where it will stay: a transcript's records are large and never moved on reading.
+void fillMessage(Message& result, StoredRow row, std::vector<Attachment> attachments,
+                 std::vector<RecoveredPart> parts);
 
 // A deleted part's stored text: an archived attributed string or plain UTF-8.
 std::optional<std::string> recoveredPartText(std::string_view bytes);

@@ -56,6 +56,7 @@ std::unordered_map<int64_t, Placement> placementsByStatement(sqlite::Connection&
 std::vector<size_t> ranks(const std::vector<SortKey>& keys) {
     std::vector<size_t> order(keys.size());
     std::iota(order.begin(), order.end(), size_t{0});
+    if (std::is_sorted(keys.begin(), keys.end())) return order;
     std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return keys[a] < keys[b]; });
     std::vector<size_t> rank(keys.size());
     for (size_t place = 0; place < order.size(); ++place) rank[order[place]] = place;

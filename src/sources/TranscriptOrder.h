@@ -52,6 +52,8 @@ struct SortKey {
 // Puts items in the order of their positions (any increasing numbers), moving each item once.
 template <typename Item>
 void arrange(std::vector<Item>& items, const std::vector<size_t>& positions) {
+    // Rows usually arrive in date order already.
+    if (std::is_sorted(positions.begin(), positions.end())) return;
     std::vector<size_t> order(items.size());
     std::iota(order.begin(), order.end(), size_t{0});
     std::sort(order.begin(), order.end(),

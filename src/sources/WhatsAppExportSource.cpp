@@ -49,7 +49,8 @@ WhatsAppExportSource::WhatsAppExportSource(SealedChatExport sealed) : sealed_(st
 }
 
 std::string WhatsAppExportSource::sourceDescription() const {
-    return "an imported WhatsApp chat export (" + sealed_.id + ", from " + sealed_.originalName + ")";
+    return "an imported WhatsApp chat export (" + sealed_.id + ", from " + sealed_.originalName +
+           ")";
 }
 
 std::vector<Chat> WhatsAppExportSource::fetchChats() {

@@ -37,7 +37,9 @@ int64_t integer(const Json& value, std::string_view what) {
 
 }  // namespace json
 
-void to_json(Json& j, const Date& date) { j = dates::iso8601(date); }
+void to_json(Json& j, const Date& date) {
+    j = dates::iso8601(date);
+}
 
 void from_json(const Json& j, Date& date) {
     if (!j.is_string()) throw Error("Couldn't read a date: expected ISO 8601 text.");

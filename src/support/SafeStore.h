@@ -12,7 +12,7 @@ namespace bc {
 // The one way the application's JSON data files are loaded. A file that cannot be read is never
 // left in place to be overwritten by the next save: it is moved aside and the move is reported.
 class SafeStore {
-  public:
+public:
     struct LoadError {
         std::string message;
         bool operator==(const LoadError&) const = default;
@@ -36,18 +36,18 @@ class SafeStore {
         }
     }
 
-  private:
+private:
     static std::optional<std::string> readIfPresent(const std::filesystem::path& file);
     static LoadError setAside(const std::filesystem::path& file, const std::string& reason);
 };
 
 // The last load problem of one store, kept process-wide until the application has shown it.
 class StoreLoadError {
-  public:
+public:
     std::optional<std::string> get() const;
     void set(std::optional<std::string> message);
 
-  private:
+private:
     mutable std::mutex mutex_;
     std::optional<std::string> message_;
 };

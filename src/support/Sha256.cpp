@@ -23,7 +23,9 @@ Sha256::Sha256() : state_(std::make_unique<State>()) {
         throw Error("Couldn't start a SHA-256 digest: the cryptography library refused.");
 }
 
-Sha256::~Sha256() { EVP_MD_CTX_free(state_->context); }
+Sha256::~Sha256() {
+    EVP_MD_CTX_free(state_->context);
+}
 
 void Sha256::update(const void* data, size_t size) {
     EVP_DigestUpdate(state_->context, data, size);

@@ -17,11 +17,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string messageOf(sqlite3* db) { return db ? sqlite3_errmsg(db) : "unknown error"; }
+std::string messageOf(sqlite3* db) {
+    return db ? sqlite3_errmsg(db) : "unknown error";
+}
 
 bool isUnreserved(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-           c == '-' || c == '.' || c == '_' || c == '~';
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_' || c == '~';
 }
 
 // The characters a URL path may carry as they are (RFC 3986 pchar plus "/").
@@ -59,7 +61,9 @@ void removeCopy(const std::optional<fs::path>& folder) {
 
 }  // namespace
 
-fs::path writeAheadLog(const fs::path& database) { return database.string() + "-wal"; }
+fs::path writeAheadLog(const fs::path& database) {
+    return database.string() + "-wal";
+}
 
 std::string immutableURI(const fs::path& path) {
     static constexpr char digits[] = "0123456789ABCDEF";
@@ -127,7 +131,9 @@ Connection::~Connection() {
     removeCopy(privateCopy_);
 }
 
-void Connection::setBusyTimeout(int milliseconds) { sqlite3_busy_timeout(db_, milliseconds); }
+void Connection::setBusyTimeout(int milliseconds) {
+    sqlite3_busy_timeout(db_, milliseconds);
+}
 
 Statement Connection::prepare(std::string_view sql) {
     sqlite3_stmt* statement = nullptr;
@@ -213,13 +219,17 @@ void Connection::backupTo(const fs::path& destination, const CancelFlag* cancel)
     }
 }
 
-std::string Connection::errorMessage() const { return messageOf(db_); }
+std::string Connection::errorMessage() const {
+    return messageOf(db_);
+}
 
 Statement::Statement(Statement&& other) noexcept : statement_(other.statement_), db_(other.db_) {
     other.statement_ = nullptr;
 }
 
-Statement::~Statement() { sqlite3_finalize(statement_); }
+Statement::~Statement() {
+    sqlite3_finalize(statement_);
+}
 
 void Statement::check(int result) const {
     if (result != SQLITE_OK) throw DBError::query(messageOf(db_));
@@ -236,7 +246,8 @@ Statement& Statement::bind(int index, double value) {
 }
 
 Statement& Statement::bind(int index, std::string_view text) {
-    check(sqlite3_bind_text64(statement_, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
+    check(sqlite3_bind_text64(statement_, index, text.data(), text.size(), SQLITE_TRANSIENT,
+                              SQLITE_UTF8));
     return *this;
 }
 
@@ -262,16 +273,23 @@ void Statement::reset() {
     sqlite3_clear_bindings(statement_);
 }
 
-bool Statement::isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+bool Statement::isNull(int column) const {
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
 
-int64_t Statement::int64(int column) const { return sqlite3_column_int64(statement_, column); }
+int64_t Statement::int64(int column) const {
+    return sqlite3_column_int64(statement_, column);
+}
 
-double Statement::real(int column) const { return sqlite3_column_double(statement_, column); }
+double Statement::real(int column) const {
+    return sqlite3_column_double(statement_, column);
+}
 
 std::string Statement::text(int column) const {
     const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
     if (!bytes) return {};
-    return text::repairUtf8(std::string_view(bytes, static_cast<size_t>(sqlite3_column_bytes(statement_, column))));
+    return text::repairUtf8(
+        std::string_view(bytes, static_cast<size_t>(sqlite3_column_bytes(statement_, column))));
 }
 
 std::optional<std::string> Statement::optionalText(int column) const {

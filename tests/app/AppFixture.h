@@ -10,10 +10,10 @@
 
 #include "app/shell/AppModel.h"
 #include "custody/AttachmentWatch.h"
+#include "demo/DemoData.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/TimelineEventStore.h"
 #include "sources/MessageDatabase.h"
-#include "demo/DemoData.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"
 

@@ -3,10 +3,10 @@
 #include <cstdlib>
 
 #include "AppFixture.h"
-#include "demo/DemoStores.h"
 #include "custody/CustodyLog.h"
 #include "custody/Imports.h"
 #include "custody/Preservation.h"
+#include "demo/DemoStores.h"
 #include "sources/CallHistory.h"
 
 namespace bc::app::testing {

@@ -15,10 +15,10 @@
 #include <QTimer>
 
 #include "AppFixture.h"
+#include "app/custody/Snapshots.h"
 #include "app/export/ExportMenu.h"
 #include "app/export/ExportSheet.h"
 #include "app/shell/MainWindow.h"
-#include "app/custody/Snapshots.h"
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "custody/SnapshotLock.h"

@@ -13,13 +13,13 @@
 #include <QTest>
 
 #include "AppFixture.h"
-#include "app/lock/AppLock.h"
 #include "app/custody/CustodyLogWindow.h"
+#include "app/custody/SnapshotsWindow.h"
+#include "app/lock/AppLock.h"
 #include "app/lock/Lock.h"
 #include "app/lock/LockScreen.h"
-#include "app/shell/MainWindow.h"
 #include "app/lock/Passphrase.h"
-#include "app/custody/SnapshotsWindow.h"
+#include "app/shell/MainWindow.h"
 #include "support/Files.h"
 
 namespace bc::app::testing {

@@ -6,8 +6,8 @@
 #include <QTest>
 
 #include "AppFixture.h"
-#include "app/shell/MainWindow.h"
 #include "app/evidence/SearchPanel.h"
+#include "app/shell/MainWindow.h"
 #include "app/transcript/TranscriptModel.h"
 #include "custody/CustodyLog.h"
 

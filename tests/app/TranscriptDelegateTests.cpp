@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "demo/DemoData.h"
 #include "model/MessageNotes.h"
 #include "sources/MessageDatabase.h"
-#include "demo/DemoData.h"
 #include "testing/Testing.h"
 
 namespace bc::app {

@@ -4,15 +4,15 @@
 #include <QMenu>
 
 #include "AppFixture.h"
-#include "app/sources/ImportSettingsSheet.h"
 #include "app/shell/Jobs.h"
 #include "app/shell/MainWindow.h"
+#include "app/sources/ImportSettingsSheet.h"
 #include "app/sources/SourceSwitcher.h"
 #include "app/sources/WhatsAppSources.h"
 #include "custody/CustodyLog.h"
 #include "custody/SnapshotLock.h"
-#include "sources/WhatsAppDatabase.h"
 #include "demo/DemoWriters.h"
+#include "sources/WhatsAppDatabase.h"
 
 namespace bc::app::testing {
 namespace {

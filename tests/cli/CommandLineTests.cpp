@@ -231,7 +231,9 @@ TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
     for (const char* phase :
          {"open database", "list conversations", "largest conversation transcript",
-          "timeline for it", "change signature", "every transcript (search index)",
+          "timeline for it", "HTML archive of it, read again", "change signature",
+          "change signature again, nothing changed",
+          "floor: one C pass over the rows transcripts read", "every transcript (search index)",
           "attachment paths", "check every attachment file exists"})
         EXPECT_NE(result.standardOutput.find(" s  " + std::string(phase) + "\n"), std::string::npos)
             << phase;
@@ -241,6 +243,23 @@ TEST_F(CommandLine, BenchmarkPrintsEveryPhase) {
                                              "reaction events (\\d+)\\)\n")))
         << result.standardOutput;
     EXPECT_EQ(std::stoi(rows[1]), std::stoi(rows[2]) + std::stoi(rows[3]));
+    // Every membership, attachment link, attachment, handle and message row of the sample, and
+    // the reader's time as a multiple of that pass.
+    std::smatch floor;
+    ASSERT_TRUE(
+        std::regex_search(result.standardOutput, floor,
+                          std::regex("\n  rows stepped: (\\d+)\n[^\n]*\n  rows indexed: "
+                                     "\\d+, \\d+\\.\\d\\d\u00D7 the floor \\(processor time "
+                                     "\\d+\\.\\d+ s, \\d+\\.\\d\\d\u00D7\\)\n")))
+        << result.standardOutput;
+    EXPECT_GT(std::stoi(floor[1]), 2 * 2000);
+    EXPECT_NE(result.standardOutput.find("  same\n"), std::string::npos) << result.standardOutput;
+#ifdef __linux__
+    EXPECT_TRUE(std::regex_search(
+        result.standardOutput,
+        std::regex("\n  peak resident memory \\+\\d+ MB, \\d+ bytes per message\n")))
+        << result.standardOutput;
+#endif
     // Two thousand messages a minute or so apart: one year, not "1 years".
     EXPECT_NE(result.standardOutput.find(" in 1 year, "), std::string::npos)
         << result.standardOutput;

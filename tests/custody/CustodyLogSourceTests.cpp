@@ -49,8 +49,8 @@ TEST(CustodyLogSource, SnapshotIsRehashedAndComparedWithItsSeal) {
     writeText(folder / "chat.db", "sealed");
     const DatabaseDouble live(dir / "elsewhere.db", true);
     SealedSnapshot snapshot{.id = "Snapshot 2024-03-05T140709",
-                                        .folder = folder,
-                                        .databaseSHA256 = Sha256::hex("sealed")};
+                            .folder = folder,
+                            .databaseSHA256 = Sha256::hex("sealed")};
 
     const auto matching = CustodyLog::source(live, snapshot);
     EXPECT_EQ(matching,

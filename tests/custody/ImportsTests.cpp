@@ -6,9 +6,9 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/SnapshotLock.h"
+#include "demo/DemoWriters.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
-#include "demo/DemoWriters.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 #include "support/Sha256.h"

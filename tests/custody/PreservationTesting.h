@@ -8,8 +8,8 @@
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "custody/SnapshotLock.h"
-#include "sources/MessageDatabase.h"
 #include "demo/DemoData.h"
+#include "sources/MessageDatabase.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"
 

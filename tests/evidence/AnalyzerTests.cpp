@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "evidence/AttachmentAnalysis.h"
 #include "demo/DemoWriters.h"
+#include "evidence/AttachmentAnalysis.h"
 #include "support/Process.h"
 #include "testing/Scoped.h"
 #include "testing/Testing.h"

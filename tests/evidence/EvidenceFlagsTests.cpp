@@ -19,7 +19,7 @@ Message message(int64_t id, const std::string& guid) {
 }
 
 class EvidenceFlagsTest : public ::testing::Test {
-  protected:
+protected:
     testing::TempDir dir;
     testing::ScopedOverride location{EvidenceStore::location(), dir / "Kestrove" / "evidence.json"};
     testing::FixedClock clock{utc("2024-03-05T14:07:09Z")};

@@ -12,9 +12,9 @@
 
 #include "PagesTesting.h"
 #include "custody/CustodyLog.h"
+#include "demo/DemoData.h"
 #include "export/Exhibit.h"
 #include "sources/MessageDatabase.h"
-#include "demo/DemoData.h"
 #include "support/Files.h"
 #include "testing/Testing.h"
 

@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "HTMLExporterSamples.h"
 #include "PagesTesting.h"
 #include "custody/CustodyLog.h"
+#include "demo/DemoData.h"
 #include "export/Exporter.h"
 #include "model/MessageNotes.h"
 #include "sources/MessageDatabase.h"
-#include "demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
 #include "support/Machine.h"
@@ -207,6 +208,36 @@ TEST_F(ExportPipelineTest, ArchiveSummarySetsEachAttachmentCountApartAlike) {
                                 " (marked in the page). 1 attachments could not be copied"),
               std::string::npos)
         << both.message;
+}
+
+// A period's rows move into the job; the rest of the conversation stays with it, so a reply to a
+// message before the period is still named on the page. The whole conversation is held once.
+TEST_F(ExportPipelineTest, APeriodTakesItsRowsAndKeepsTheRestForReplies) {
+    Transcript transcript;
+    transcript.messages = {testing::message(1, testing::at(0), "Before the period"),
+                           testing::message(2, testing::at(3 * 86400), "In it"),
+                           testing::message(3, testing::at(3 * 86400 + 60), "Reply in it", true)};
+    transcript.messages[2].replyToGUID = "G1";
+    auto request = requestOver(testing::at(0), testing::at(3 * 86400 + 60));
+    request.format = RangeExportFormat::html;
+    request.from = request.to = day("2024-03-04T05:00:00Z");
+    const auto job = ExportJob::make(request, transcript, {"Sam"}, "test data");
+    ASSERT_EQ(job.messages.size(), 2u);
+    EXPECT_EQ(job.messages[0].id, 2);
+    ASSERT_EQ(job.transcript.messages.size(), 1u);
+    EXPECT_EQ(job.transcript.messages[0].id, 1);
+
+    const auto outcome = run(job, out() / "Period");
+    ASSERT_EQ(outcome.status, ExportOutcome::Status::saved) << outcome.message;
+    const std::string page = files::readFile(outcome.html->htmlURL);
+    EXPECT_NE(page.find("Before the period\u201D, outside this export's date range)"),
+              std::string::npos);
+    EXPECT_EQ(page.find("id=\"m1\""), std::string::npos);
+
+    request.from = day("2024-03-01T05:00:00Z");
+    const auto whole = ExportJob::make(request, transcript, {"Sam"}, "test data");
+    EXPECT_EQ(whole.messages.size(), 3u);
+    EXPECT_TRUE(whole.transcript.messages.empty());
 }
 
 TEST_F(ExportPipelineTest, CancelFailureOrNoRowsLeavesNothing) {

@@ -2,9 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "HTMLExporterSamples.h"
+#include "demo/LargeSample.h"
+#include "sources/MessageDatabase.h"
 #include "support/Errors.h"
 #include "support/Files.h"
+#include "support/Sha256.h"
 #include "testing/Testing.h"
 
 namespace bc {
@@ -19,6 +24,42 @@ TEST(ManifestCsvWriter, bomQuotedFieldsAndCrLfAfterEveryRow) {
     EXPECT_EQ(files::readFile(dir / "x.csv"),
               "\xEF\xBB\xBF\"a\",\"say \"\"hi\"\"\"\r\n\"line\nbreak\",\"\"\r\n");
     EXPECT_THROW(manifest::writeCSV({{"a"}}, dir / "x.csv" / "not-a-folder.csv"), Error);
+}
+
+// The streamed manifest is the one built whole, and every conversation of a generated database
+// (bodies only in attributed text, edits, reactions, attachments, Recently Deleted) reads into
+// the very bytes it did when this digest was taken: the reader's speed work changes nothing.
+TEST(ManifestCsvMessages, everyConversationOfAGeneratedDatabaseExportsTheSameBytes) {
+    testing::TempDir dir;
+    const demo::LargeSample sample{.messages = 10'000};
+    sample.write(dir / "large.db");
+    MessageDatabase db(dir / "large.db");
+    Sha256 digest;
+    const manifest::NameFor nameFor = [](bool isFromMe, const std::string& handle) {
+        return isFromMe ? std::string("Me") : "Name of " + handle;
+    };
+    size_t messages = 0;
+    for (const auto& chat : db.fetchChats()) {
+        const Transcript transcript = db.fetchTranscript({chat.id});
+        std::vector<const Message*> rows;
+        std::unordered_map<std::string, const Message*> byGUID;
+        for (const auto& m : transcript.messages) {
+            rows.push_back(&m);
+            byGUID.emplace(m.guid, &m);
+        }
+        std::ostringstream streamed;
+        manifest::CsvStream csv(streamed);
+        manifest::messageRows(rows, nameFor, {}, [&](const manifest::Row& row) { csv.add(row); });
+        const std::string whole = manifest::text(manifest::messageRows(rows, nameFor, {}));
+        ASSERT_EQ(streamed.str(), whole) << chat.id;
+        digest.update(whole);
+        digest.update(
+            manifest::text(manifest::reactionRows(transcript.reactionEvents, byGUID, nameFor)));
+        messages += transcript.messages.size();
+    }
+    EXPECT_EQ(messages, 9'481u);
+    EXPECT_EQ(digest.finishHex(),
+              "76c9851c5a944637084b4477cd49abdd6c6adfb59a149bc1b29fc917ffe5d9a7");
 }
 
 TEST(ManifestCsvDates, utcWithMillisecondsOrEmpty) {

@@ -4,11 +4,11 @@
 #include <fstream>
 #include <set>
 
+#include "demo/DemoData.h"
 #include "model/MessageSource.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
 #include "sources/MessageDatabase.h"
-#include "demo/DemoData.h"
 #include "support/DateFormat.h"
 #include "support/Sqlite.h"
 #include "testing/SourceDouble.h"

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "sources/MessageDatabase.h"
 #include "demo/DemoData.h"
 #include "demo/LargeSample.h"
+#include "sources/MessageDatabase.h"
 #include "support/Sqlite.h"
 #include "testing/Testing.h"
 

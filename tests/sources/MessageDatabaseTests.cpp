@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <thread>
 
-#include "sources/MessageDecoding.h"
 #include "demo/DemoData.h"
+#include "sources/MessageDecoding.h"
 #include "support/CancelFlag.h"
 #include "support/Errors.h"
 #include "support/Files.h"
@@ -297,6 +297,34 @@ TEST(MessageDatabaseLive, ChangeSignatureAndDataVersionFollowEveryKindOfChange) 
         version = db.dataVersion();
     }
     EXPECT_EQ(std::count(seen[0].begin(), seen[0].end(), ':'), 8);
+}
+
+// The signature is remembered while nothing moved; each write by another connection, in the log
+// or checkpointed into the file, must still give exactly what a fresh reader's statements give.
+TEST(MessageDatabaseLive, RememberedSignatureIsWhatTheStatementsGiveAfterEveryWrite) {
+    LiveDatabase live;
+    testing::makeWalMode(live.file);
+    MessageDatabase db(live.file);
+    const auto fresh = [&] { return MessageDatabase(live.file).changeSignature(); };
+    std::string last = db.changeSignature();
+    EXPECT_EQ(db.changeSignature(), last);
+    sqlite::Connection writer(live.file, sqlite::OpenMode::readWriteCreate);
+    for (const char* change : {
+             "UPDATE message SET date_read = 900000000000000002 WHERE ROWID = 3",
+             "PRAGMA wal_checkpoint(TRUNCATE)",
+             "INSERT INTO message (ROWID, guid, date) VALUES (100, 'N', 1)",
+             "INSERT INTO chat_message_join VALUES (1, 100)",
+             "PRAGMA wal_checkpoint(TRUNCATE)",
+             "UPDATE message SET date_edited = 900000000000000000 WHERE ROWID = 1",
+         }) {
+        writer.execute(change);
+        const std::string now = db.changeSignature();
+        EXPECT_EQ(now, fresh()) << change;
+        if (!std::string_view(change).starts_with("PRAGMA")) {
+            EXPECT_NE(now, last) << change;
+        }
+        last = now;
+    }
 }
 
 TEST(MessageDatabaseDemo, TheOriginItIsOpenedWithDecidesLivenessAndTheCustodyName) {

@@ -3,11 +3,11 @@
 
 #include <cstdlib>
 
+#include "demo/DemoData.h"
+#include "demo/DemoWriters.h"
 #include "model/MessageNotes.h"
 #include "sources/EditHistory.h"
 #include "sources/MessageDecoding.h"
-#include "demo/DemoData.h"
-#include "demo/DemoWriters.h"
 
 namespace bc::messages {
 namespace {
@@ -183,7 +183,9 @@ TEST(MessageDecodingEdits, MalformedPropertyListsGiveNoHistory) {
 }
 
 Message plain(StoredRow row, std::vector<Attachment> attachments = {}) {
-    return message(std::move(row), std::move(attachments), {});
+    Message result;
+    fillMessage(result, std::move(row), std::move(attachments), {});
+    return result;
 }
 
 TEST(MessageDecodingText, NoticesStandInOnlyWhereNothingElseWouldShow) {

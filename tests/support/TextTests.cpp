@@ -10,10 +10,14 @@ TEST(RepairUtf8, ValidTextIsUntouchedAndEachBadSequenceBecomesOneReplacement) {
     const std::string valid = "plain, \xC3\xA9, \xE2\x82\xAC, \xF0\x9F\x98\x80";
     EXPECT_EQ(text::repairUtf8(valid), valid);
     EXPECT_TRUE(text::isValidUtf8(valid));
-    EXPECT_EQ(text::repairUtf8("a\xFF" "b"), "a\xEF\xBF\xBD" "b");
-    EXPECT_EQ(text::repairUtf8("trunc\xE2\x82"), "trunc\xEF\xBF\xBD");         // cut-off sequence
-    EXPECT_EQ(text::repairUtf8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");       // overlong "/"
-    EXPECT_EQ(text::repairUtf8("\xED\xA0\x80"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");  // surrogate
+    EXPECT_EQ(text::repairUtf8("a\xFF"
+                               "b"),
+              "a\xEF\xBF\xBD"
+              "b");
+    EXPECT_EQ(text::repairUtf8("trunc\xE2\x82"), "trunc\xEF\xBF\xBD");    // cut-off sequence
+    EXPECT_EQ(text::repairUtf8("\xC0\xAF"), "\xEF\xBF\xBD\xEF\xBF\xBD");  // overlong "/"
+    EXPECT_EQ(text::repairUtf8("\xED\xA0\x80"),
+              "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");  // surrogate
     EXPECT_EQ(text::repairUtf8(std::string("nul\0in", 6)), std::string("nul\0in", 6));
     EXPECT_FALSE(text::isValidUtf8("\xFF"));
 }

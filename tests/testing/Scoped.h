@@ -17,7 +17,7 @@ inline Date utc(const char* iso) {
 
 // Switches the current locale (and time zone) for one test and puts the previous ones back.
 class ScopedLocale {
-  public:
+public:
     explicit ScopedLocale(const std::string& locale, const std::string& timeZone = {})
         : locale_(dates::currentLocale()), timeZone_(dates::currentTimeZone()) {
         dates::setCurrentLocale(locale);
@@ -28,7 +28,7 @@ class ScopedLocale {
         dates::setCurrentTimeZone(timeZone_);
     }
 
-  private:
+private:
     std::string locale_, timeZone_;
 };
 
@@ -41,14 +41,14 @@ struct FixedClock {
 
 // Points one store at a test's own file and back.
 class ScopedOverride {
-  public:
+public:
     ScopedOverride(StoreLocation& location, const std::filesystem::path& file)
         : location_(location), previous_(location.override()) {
         location.setOverride(file);
     }
     ~ScopedOverride() { location_.setOverride(previous_); }
 
-  private:
+private:
     StoreLocation& location_;
     std::optional<std::filesystem::path> previous_;
 };

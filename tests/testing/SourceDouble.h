@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
-#include "sources/CustodySource.h"
 #include "model/MessageSource.h"
+#include "sources/CustodySource.h"
 
 namespace bc::testing {
 

@@ -9,9 +9,9 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include "app/custody/Snapshots.h"
 #include "app/shell/AppModel.h"
 #include "app/shell/QtText.h"
-#include "app/custody/Snapshots.h"
 #include "support/DateFormat.h"
 #include "support/Machine.h"
 

@@ -2,10 +2,10 @@
 
 #include <QMenu>
 
-#include "app/shell/AppModel.h"
 #include "app/counsel/BundleSheet.h"
 #include "app/export/ExhibitSheet.h"
 #include "app/export/ExportSheet.h"
+#include "app/shell/AppModel.h"
 #include "app/shell/QtText.h"
 
 namespace bc::app {

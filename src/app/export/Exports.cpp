@@ -154,8 +154,8 @@ void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPe
     }
     // Off the main thread: the reader may be busy with another conversation for seconds.
     background_.run([database, ids = request.chatIDs()] { return database->dateRange(ids); },
-                    [this, request, period, made = std::move(made)](
-                        std::optional<std::pair<Date, Date>> range) {
+                    [this, request, period,
+                     made = std::move(made)](std::optional<std::pair<Date, Date>> range) {
                         if (!range) {
                             emit statusReported(dateRangeProblem);
                             return;
@@ -271,7 +271,8 @@ void Exports::cancelExport() {
 
 std::optional<fs::path> Exports::chooseDestination(RangeExportFormat format,
                                                    const std::string& baseName) {
-    if (const auto folder = model_.demoExportFolder()) return destinationIn(*folder, format, baseName);
+    if (const auto folder = model_.demoExportFolder())
+        return destinationIn(*folder, format, baseName);
     const std::string extension(rangeExportFormat::fileExtension(format));
     if (!rangeExportFormat::makesFolder(format)) {
         const auto name = qs(std::string(rangeExportFormat::shortName(format)));

@@ -8,8 +8,8 @@
 #include <QString>
 
 #include "app/lock/AppLock.h"
-#include "app/shell/Background.h"
 #include "app/lock/Passphrase.h"
+#include "app/shell/Background.h"
 
 class QDBusConnection;
 

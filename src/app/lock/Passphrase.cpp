@@ -9,9 +9,9 @@
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
-#include "support/SafeStore.h"
 #include "support/Errors.h"
 #include "support/Json.h"
+#include "support/SafeStore.h"
 
 namespace bc::app {
 

@@ -5,12 +5,13 @@
 
 #include <QSettings>
 
+#include "app/custody/Snapshots.h"
 #include "app/shell/Failures.h"
 #include "app/shell/FreedOffMainThread.h"
 #include "app/shell/QtText.h"
-#include "app/custody/Snapshots.h"
 #include "app/sources/WhatsAppSources.h"
 #include "custody/Preservation.h"
+#include "demo/DemoData.h"
 #include "evidence/EvidenceStore.h"
 #include "evidence/MachineText.h"
 #include "evidence/TimelineEventStore.h"
@@ -20,7 +21,6 @@
 #include "sources/MessageDatabase.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
-#include "demo/DemoData.h"
 #include "support/Errors.h"
 #include "support/Uuid.h"
 
@@ -217,8 +217,8 @@ void AppModel::openLive() {
 void AppModel::openSource(const std::filesystem::path& path, SourceKind kind) {
     const auto origin = kind == SourceKind::live && isDemo() ? MessageDatabase::Origin::demoSample
                                                              : MessageDatabase::originOf(path);
-    openWith([path, origin] { return std::make_shared<MessageDatabase>(path, origin); }, path,
-             kind, {});
+    openWith([path, origin] { return std::make_shared<MessageDatabase>(path, origin); }, path, kind,
+             {});
 }
 
 void AppModel::openSnapshot(const SnapshotInfo& snapshot) {
@@ -269,8 +269,8 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
             opened.chats = opened.database->fetchChats();
             return opened;
         },
-        [this, generation, kind, choice = std::move(choice), import = std::move(import)](
-            Opened opened) {
+        [this, generation, kind, choice = std::move(choice),
+         import = std::move(import)](Opened opened) {
             if (generation != sourceGeneration_) return;
             sourceKind_ = kind;
             sourceChoice_ = choice;

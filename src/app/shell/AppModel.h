@@ -13,12 +13,12 @@
 #include <QStringList>
 #include <QTimer>
 
-#include "app/shell/Background.h"
-#include "app/transcript/Conversations.h"
 #include "app/counsel/Counsel.h"
 #include "app/export/Exports.h"
-#include "app/shell/Jobs.h"
 #include "app/lock/Lock.h"
+#include "app/shell/Background.h"
+#include "app/shell/Jobs.h"
+#include "app/transcript/Conversations.h"
 #include "custody/AttachmentWatch.h"
 #include "custody/Imports.h"
 #include "evidence/EvidenceFlags.h"

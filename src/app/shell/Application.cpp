@@ -11,14 +11,14 @@
 #include <QDir>
 #include <QTimer>
 
-#include "app/shell/AppModel.h"
 #include "app/export/ExportSheet.h"
-#include "app/shell/MainWindow.h"
 #include "app/lock/Passphrase.h"
+#include "app/shell/AppModel.h"
+#include "app/shell/MainWindow.h"
 #include "app/sources/WhatsAppSources.h"
-#include "demo/DemoStores.h"
 #include "counsel/CounselBundle.h"
 #include "demo/DemoData.h"
+#include "demo/DemoStores.h"
 
 namespace bc::app {
 

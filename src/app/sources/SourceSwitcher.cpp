@@ -2,8 +2,8 @@
 
 #include <QFileInfo>
 
-#include "app/shell/AppModel.h"
 #include "app/custody/Snapshots.h"
+#include "app/shell/AppModel.h"
 #include "app/sources/WhatsAppSources.h"
 #include "sources/MessageDatabase.h"
 

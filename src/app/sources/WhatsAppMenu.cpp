@@ -6,8 +6,8 @@
 #include <QPushButton>
 
 #include "app/shell/AppModel.h"
-#include "app/sources/ImportSettingsSheet.h"
 #include "app/shell/QtText.h"
+#include "app/sources/ImportSettingsSheet.h"
 #include "app/sources/WhatsAppSources.h"
 
 namespace bc::app {

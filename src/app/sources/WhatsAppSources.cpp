@@ -1,9 +1,9 @@
 #include "app/sources/WhatsAppSources.h"
 
+#include "app/custody/Snapshots.h"
 #include "app/shell/AppModel.h"
 #include "app/shell/Failures.h"
 #include "app/shell/QtText.h"
-#include "app/custody/Snapshots.h"
 #include "sources/WhatsAppDatabase.h"
 
 namespace bc::app {

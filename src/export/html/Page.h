@@ -1,6 +1,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +16,7 @@ struct PageContent {
     const HTMLExporter::Options& options;
     const manifest::NameFor& nameFor;
     const manifest::MachineText& machineText;
-    const std::vector<Message>& context;          // the whole transcript, for reply targets
+    std::span<const Message> context;             // the whole transcript, for reply targets
     const std::vector<const Message*>& rows;      // the range, in page order
     const std::vector<CopiedAttachment>& copies;  // one per visible attachment, in page order
 };
