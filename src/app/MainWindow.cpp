@@ -34,6 +34,7 @@
 #include "app/EventDialog.h"
 #include "app/ExportMenu.h"
 #include "app/HelpMenu.h"
+#include "app/IPhoneBackupMenu.h"
 #include "app/LockScreen.h"
 #include "app/MachineTextMenu.h"
 #include "app/NoteEditor.h"
@@ -151,6 +152,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     addExportMenu();
     addSnapshotMenu();
     menuBar()->addMenu(makeWhatsAppMenu(model_, this));
+    menuBar()->addMenu(makeIPhoneMenu(model_, this));
     menuBar()->addMenu(makeMachineTextMenu(model_, this));
     menuBar()->addMenu(makeLockMenu(model_.lock(), this));
     menuBar()->addMenu(makeHelpMenu(this));

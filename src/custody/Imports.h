@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "custody/IPhoneBackupImport.h"
 #include "custody/Preservation.h"
 #include "model/CustodyRecord.h"
 #include "support/CancelFlag.h"
@@ -20,7 +21,7 @@ class MessageSource;
 
 // The manifest of a sealed import ("manifest.json"); JSON keys are the field names.
 struct ImportInfo {
-    enum class Kind { chatExport, database };
+    enum class Kind { chatExport, database, iphoneBackup };
 
     // Display choices kept beside the sealed folder, so that changing them never touches it.
     struct Settings {
@@ -32,12 +33,13 @@ struct ImportInfo {
         bool operator==(const Settings&) const = default;
     };
 
-    std::string id;  // "WhatsApp 2024-03-05T140709", also the folder name
+    std::string id;  // "WhatsApp 2024-03-05T140709" or "iPhone …", also the folder name
     Date createdAt;
     Kind kind = Kind::chatExport;
-    std::string originalName;
-    std::string originalSHA256;
+    std::string originalName;    // a backup's folder name
+    std::string originalSHA256;  // a backup's Manifest.db
     int64_t originalBytes = 0;
+    std::optional<IPhoneBackupSummary> backup;
     std::vector<SnapshotInfo::FileEntry> files;  // every file of the folder but the manifest
     CustodySystemInfo app;
 
@@ -48,7 +50,7 @@ struct ImportInfo {
     Settings settings() const;
     std::string chatName() const { return settings().chatName; }
     std::optional<std::string> ownerName() const { return settings().ownerName; }
-    // "Imported WhatsApp chat export (sealed on import)" or "…database (sealed on import)".
+    // "Imported WhatsApp chat export (sealed on import)", "…database …" or "…iPhone backup …".
     std::string label() const;
 
     bool operator==(const ImportInfo&) const = default;
@@ -79,6 +81,11 @@ public:
     // or a cancel keeps nothing and throws Error or CancelledError.
     static Imported importFile(const std::filesystem::path& file,
                                const CancelFlag* cancel = nullptr, const ProgressFn& progress = {});
+    // The same for an iPhone backup folder; the password only when it is encrypted.
+    static Imported importBackup(const std::filesystem::path& folder,
+                                 const std::optional<std::string>& password,
+                                 const CancelFlag* cancel = nullptr,
+                                 const ProgressFn& progress = {});
     // "Import failed, nothing was kept: …" or "Import cancelled. Nothing was kept."
     static std::string failureText(std::exception_ptr error);
 
