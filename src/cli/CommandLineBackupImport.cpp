@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "cli/CommandLineImport.h"
 #include "cli/DemoStores.h"
 #include "cli/PasswordInput.h"
 #include "custody/Imports.h"
@@ -42,12 +43,7 @@ int CommandLineBackupImport::run() {
         out_ << "  messages: " << imported.messageCount << "\n";
         for (const auto& missing : info.backup->notInBackup)
             out_ << "  " << missing << ": " << IPhoneBackup::notInBackup << "\n";
-        if (imported.custodyFailure) {
-            err_ << "error: The import WAS saved but could NOT be recorded in the custody log: "
-                 << *imported.custodyFailure << "\n";
-            return 1;
-        }
-        return 0;
+        return CommandLineImport::custodyStatus(imported, err_);
     } catch (...) {
         err_ << "error: " << Imports::failureText(std::current_exception()) << "\n";
         return 1;
