@@ -61,8 +61,8 @@ void from_json(const Json& j, ImportInfo& info);
 void to_json(Json& j, const ImportInfo::Settings& settings);
 void from_json(const Json& j, ImportInfo::Settings& settings);
 
-// Sealed, self-describing copies of WhatsApp chat exports and databases, one folder each under
-// the imports root. Stateless: every call reads the folders afresh.
+// Sealed, self-describing copies of WhatsApp chat exports and databases and of iPhone backups,
+// one folder each under the imports root. Stateless: every call reads the folders afresh.
 class Imports {
 public:
     struct Imported {
