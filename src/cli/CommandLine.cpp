@@ -10,6 +10,7 @@
 #include "cli/Arguments.h"
 #include "cli/Benchmark.h"
 #include "cli/CommandLineAnalysis.h"
+#include "cli/CommandLineBackupImport.h"
 #include "cli/CommandLineExport.h"
 #include "cli/CommandLineImport.h"
 #include "cli/CommandLineSearch.h"
@@ -35,6 +36,8 @@ constexpr std::string_view help =
     "  brindlecourt --export-html --verify-snapshots\n"
     "  brindlecourt --import FILE [--chat-name NAME] [--owner NAME] [--time-zone ZONE]\n"
     "               [--day-first|--month-first]\n"
+    "  brindlecourt --import BACKUP_FOLDER\n"
+    "               (an iPhone backup; an encrypted one's password is read from standard input)\n"
     "  brindlecourt --list-sources\n"
     "  brindlecourt --search TEXT [--chats 1,123] [--from yyyy-mm-dd] [--to yyyy-mm-dd]\n"
     "               [--sender anyone|me|others] [--attachments-only] [--deleted-only]\n"
@@ -152,6 +155,10 @@ std::optional<int> run(int argc, char** argv, std::ostream& out, std::ostream& e
         return CounselCommands(arguments, std::cin, out, err, *cancel).statement();
     }
     if (arguments.contains("--benchmark")) return Benchmark(arguments, out, err).run();
+    if (CommandLineBackupImport::names(arguments)) {
+        const auto cancel = cancelOnInterrupt();
+        return CommandLineBackupImport(arguments, std::cin, out, err, *cancel).run();
+    }
     if (arguments.contains("--import") || arguments.contains("--list-sources")) {
         const auto cancel = cancelOnInterrupt();
         CommandLineImport imports(arguments, out, err, *cancel);

@@ -13,6 +13,7 @@
 #include "export/Exporter.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
+#include "sources/IPhoneBackupMessages.h"
 #include "support/Calendar.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
@@ -31,9 +32,15 @@ ProgressFn phasesTo(std::ostream& stream) {
 }
 
 // Display names from the user's contacts; never in demo mode, whose people are fictional.
-manifest::NameFor namesFor(bool demo) {
+manifest::NameFor namesFor(bool demo, const MessageSource& source) {
     auto contacts = std::make_shared<ContactResolver>();
-    if (!demo) contacts->load(ContactResolver::defaultSources());
+    if (!demo) {
+        auto sources = ContactResolver::defaultSources();
+        if (const auto* backup = dynamic_cast<const IPhoneBackupMessages*>(&source);
+            backup && backup->companions().contacts)
+            sources.databases.insert(sources.databases.begin(), *backup->companions().contacts);
+        contacts->load(sources);
+    }
     return [contacts](bool isFromMe, const std::string& handle) -> std::string {
         if (isFromMe) return "Me";
         return contacts->name(handle).value_or(handle);
@@ -152,7 +159,7 @@ int CommandLineExport::run() {
         return fail(*outArgument + " already exists; choose a new folder");
     try {
         err_ << "Reading messages\u2026\n";
-        const auto nameFor = namesFor(arguments_.contains("--demo"));
+        const auto nameFor = namesFor(arguments_.contains("--demo"), *chosen.source);
         const ExportJob job =
             buildJob(*chosen.source, *ids, *from, *to, paged ? *pages : RangeExportFormat::html,
                      title, chosen.description, nameFor);

@@ -52,8 +52,9 @@ private:
     const CancelFlag& cancel_;
 };
 
-// Display names from the user's contacts; never in demo mode, whose people are fictional.
-manifest::NameFor namesFor(bool demo);
+// Display names from the user's contacts, an iPhone backup's own first; never in demo mode,
+// whose people are fictional.
+manifest::NameFor namesFor(bool demo, const MessageSource& source);
 
 // Progress of a long job on a terminal: its phases only, not every item.
 ProgressFn phasesTo(std::ostream& stream);

@@ -47,16 +47,18 @@ int CommandLineImport::importFile() {
             for (const auto& note : source.notes()) out_ << "  note: " << note << "\n";
         }
         out_ << "  messages: " << imported.messageCount << "\n";
-        if (imported.custodyFailure) {
-            err_ << "error: The import WAS saved but could NOT be recorded in the custody log: "
-                 << *imported.custodyFailure << "\n";
-            return 1;
-        }
-        return 0;
+        return custodyStatus(imported, err_);
     } catch (...) {
         err_ << "error: " << Imports::failureText(std::current_exception()) << "\n";
         return 1;
     }
+}
+
+int CommandLineImport::custodyStatus(const Imports::Imported& imported, std::ostream& err) {
+    if (!imported.custodyFailure) return 0;
+    err << "error: The import WAS saved but could NOT be recorded in the custody log: "
+        << *imported.custodyFailure << "\n";
+    return 1;
 }
 
 int CommandLineImport::listSources() {

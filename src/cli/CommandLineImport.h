@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "cli/Arguments.h"
+#include "custody/Imports.h"
 #include "support/CancelFlag.h"
 
 namespace bc::cli {
@@ -19,6 +20,8 @@ public:
     int listSources();
     // One line per import, as --verify-snapshots prints them; false when one is not intact.
     static bool verifyImports(std::ostream& out, const CancelFlag& cancel);
+    // 1 with a warning when the import was kept but its custody record could not be written.
+    static int custodyStatus(const Imports::Imported& imported, std::ostream& err);
 
 private:
     Arguments arguments_;

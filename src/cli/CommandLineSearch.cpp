@@ -84,7 +84,7 @@ int CommandLineSearch::run() {
             runSearch(*source, *index, query, chats, storedMachineTextLookup(), cancel_);
         if (outcome.notice) err_ << *outcome.notice << "\n";
 
-        const auto nameFor = namesFor(arguments_.contains("--demo"));
+        const auto nameFor = namesFor(arguments_.contains("--demo"), *source);
         std::map<int64_t, std::string> titles;
         for (const auto& chat : source->fetchChats())
             titles[chat.id] =

@@ -1,6 +1,5 @@
 #include "cli/CounselCommands.h"
 
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 
 #include "cli/CommandLineExport.h"
 #include "cli/DatabaseChoice.h"
+#include "cli/PasswordInput.h"
 #include "counsel/CounselBundle.h"
 #include "counsel/CounselStatement.h"
 #include "custody/CustodySystemInfo.h"
@@ -20,35 +20,6 @@ namespace bc::cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-// Echo off for as long as it lives; the terminal is put back even on an early return.
-class HiddenInput {
-public:
-    HiddenInput() : active_(::tcgetattr(STDIN_FILENO, &saved_) == 0) {
-        if (!active_) return;
-        termios quiet = saved_;
-        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
-    }
-    ~HiddenInput() {
-        if (active_) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved_);
-    }
-    HiddenInput(const HiddenInput&) = delete;
-    HiddenInput& operator=(const HiddenInput&) = delete;
-
-private:
-    termios saved_{};
-    bool active_;
-};
-
-std::string askHidden(std::istream& in, std::ostream& err, const char* prompt) {
-    err << prompt << std::flush;
-    const HiddenInput hidden;
-    std::string line;
-    std::getline(in, line);
-    err << "\n";
-    return line;
-}
 
 struct Conversation {
     std::string title;
@@ -72,6 +43,7 @@ struct StatementSource {
     std::unique_ptr<MessageSource> database;
     std::string kind;
     std::string path;
+    std::optional<std::string> note;
 };
 
 StatementSource openSource(const Arguments& arguments) {
@@ -79,7 +51,7 @@ StatementSource openSource(const Arguments& arguments) {
         given && !ChosenSource::argumentProblem(arguments)) {
         auto chosen = ChosenSource::open(arguments);
         const auto custody = chosen.source->custodySource();
-        return {std::move(chosen.source), custody.kind, custody.path};
+        return {std::move(chosen.source), custody.kind, custody.path, custody.note};
     }
     const auto source = [](std::unique_ptr<MessageSource> database, std::string kind) {
         std::string path = database->path();
@@ -180,6 +152,7 @@ int CounselCommands::statement() {
                                       .system = custodySystemInfo::current(),
                                       .sourcePath = source.path,
                                       .sourceKind = source.kind,
+                                      .sourceNote = source.note,
                                       .preparedAt = Clock::now()};
         CounselStatement::readLog(input, *ids);
         docx::write(CounselStatement::document(input), file);

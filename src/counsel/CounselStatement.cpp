@@ -108,6 +108,14 @@ std::string origin(const Input& input) {
     if (input.sourceKind == "whatsapp-live")
         return who + platform.whatsAppDatabase + input.sourcePath + platform.whatsAppOrigin +
                readOnly;
+    if (input.sourceKind == "iphone-backup-import")
+        return who + " were read from a backup of an iPhone that I provided (" +
+               input.sourceNote.value_or("[DEVICE]") +
+               "). Brindlecourt decrypted it where it was encrypted, recorded the SHA-256 "
+               "fingerprint of each file as it was in the backup, and sealed the Messages "
+               "database, call history, contacts and attachments it holds at " +
+               input.sourcePath +
+               ". [Describe how and when the backup was made, and on which computer.]";
     if (isImportKind(input.sourceKind))
         return who + " were read from a file I provided, " +
                CustodyLog::describe(input.sourceKind, std::nullopt) + ", stored at " +

@@ -26,6 +26,7 @@ struct Input {
     CustodySystemInfo system;
     std::string sourcePath;
     std::string sourceKind;
+    std::optional<std::string> sourceNote;  // what the custody record notes of the source
     Date preparedAt;
 };
 

@@ -589,6 +589,8 @@ std::string CustodyLog::describe(std::string_view kind,
         return std::string("WhatsApp for Mac database on ") + thisMachine + " (read live)";
     if (kind == "whatsapp-database-import") return "Imported WhatsApp database (sealed on import)";
     if (kind == "whatsapp-export-import") return "Imported WhatsApp chat export (sealed on import)";
+    if (kind == "iphone-backup-import") return "Imported iPhone backup (sealed on import)";
+    if (kind == "iphone-backup") return "iPhone backup folder";
     if (kind == "files") return "Files chosen by the user";
     return std::string(kind);
 }

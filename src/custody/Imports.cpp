@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <map>
 #include <unordered_set>
 
 #include "custody/CustodyLog.h"
@@ -9,6 +11,7 @@
 #include "custody/SnapshotCopy.h"
 #include "custody/SnapshotLock.h"
 #include "custody/ZipUnpacking.h"
+#include "sources/BackupKeyBag.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
 #include "support/DateFormat.h"
@@ -36,9 +39,10 @@ StoreLocation& rootLocation() {
     return location;
 }
 
-std::string kindName(ImportInfo::Kind kind) {
-    return kind == ImportInfo::Kind::database ? "database" : "chatExport";
-}
+const std::map<ImportInfo::Kind, std::string> kindNames{
+    {ImportInfo::Kind::chatExport, "chatExport"},
+    {ImportInfo::Kind::database, "database"},
+    {ImportInfo::Kind::iphoneBackup, "iphoneBackup"}};
 
 ImportInfo readManifest(const fs::path& folder) {
     try {
@@ -57,9 +61,9 @@ ImportInfo::Kind kindOf(const fs::path& file) {
 }
 
 // "WhatsApp 2024-03-05T140709", a second import within the same second gets " 2", " 3"…
-std::string freeID(const fs::path& root, Date createdAt) {
+std::string freeID(const fs::path& root, const std::string& prefix, Date createdAt) {
     const std::string base =
-        "WhatsApp " + dates::formatPattern(createdAt, "yyyy-MM-dd'T'HHmmss", "en_US_POSIX");
+        prefix + " " + dates::formatPattern(createdAt, "yyyy-MM-dd'T'HHmmss", "en_US_POSIX");
     std::string id = base;
     for (int number = 2; fs::exists(root / id); ++number) id = base + " " + std::to_string(number);
     return id;
@@ -124,11 +128,18 @@ ImportInfo build(const fs::path& chosen, ImportInfo::Kind kind, const fs::path& 
         copyDatabase(chosen, work, cancel, progress);
     else
         gatherExport(chosen, original, work, cancel, progress);
+    return info;
+}
 
-    if (progress) progress("Sealing the import…");
-    if (cancel) cancel->check();
-    info.files = hashFiles(work, cancel);
-    info.app = custodySystemInfo::current();
+ImportInfo buildFromBackup(const fs::path& folder, const std::optional<std::string>& password,
+                           const fs::path& work, const CancelFlag* cancel,
+                           const ProgressFn& progress) {
+    ImportInfo info;
+    info.kind = ImportInfo::Kind::iphoneBackup;
+    info.originalName = folder.filename().string();
+    info.backup = iphoneBackupImport::gather(folder, password, work, cancel, progress);
+    info.originalSHA256 = info.backup->foundSHA256.at("Manifest.db");
+    info.originalBytes = static_cast<int64_t>(fs::file_size(folder / "Manifest.db"));
     return info;
 }
 
@@ -152,6 +163,7 @@ CustodyRecord custodyRecord(const Imports::Imported& imported, const fs::path& c
         record.outputs.push_back(
             {(folder / entry.path).generic_string(), entry.bytes, entry.sha256});
     record.system = custodySystemInfo::current();
+    if (info.backup) iphoneBackupImport::describeImport(*info.backup, chosen, record);
     return record;
 }
 
@@ -170,25 +182,31 @@ int64_t countMessages(const ImportInfo& info) {
 void to_json(Json& j, const ImportInfo& info) {
     j = Json{{"id", info.id},
              {"createdAt", info.createdAt},
-             {"kind", kindName(info.kind)},
+             {"kind", kindNames.at(info.kind)},
              {"originalName", info.originalName},
              {"originalSHA256", info.originalSHA256},
              {"originalBytes", info.originalBytes},
              {"files", info.files},
              {"app", info.app}};
+    json::setOptional(j, "backup", info.backup);
 }
 
 void from_json(const Json& j, ImportInfo& info) {
     info.id = j.at("id").get<std::string>();
     info.createdAt = j.at("createdAt").get<Date>();
     const auto kind = j.at("kind").get<std::string>();
-    if (kind != "chatExport" && kind != "database") throw Error("unknown import kind " + kind);
-    info.kind = kind == "database" ? ImportInfo::Kind::database : ImportInfo::Kind::chatExport;
+    const auto named = std::find_if(kindNames.begin(), kindNames.end(),
+                                    [&](const auto& entry) { return entry.second == kind; });
+    if (named == kindNames.end()) throw Error("unknown import kind " + kind);
+    info.kind = named->first;
     info.originalName = j.at("originalName").get<std::string>();
     info.originalSHA256 = j.at("originalSHA256").get<std::string>();
     info.originalBytes = j.at("originalBytes").get<int64_t>();
     info.files = j.at("files").get<std::vector<SnapshotInfo::FileEntry>>();
     info.app = j.at("app").get<CustodySystemInfo>();
+    info.backup = json::getOptional<IPhoneBackupSummary>(j, "backup");
+    if (info.kind == ImportInfo::Kind::iphoneBackup && !info.backup)
+        throw Error("the backup's description is missing");
 }
 
 void to_json(Json& j, const ImportInfo::Settings& settings) {
@@ -215,11 +233,13 @@ fs::path ImportInfo::settingsURL() const {
 
 ImportInfo::Settings ImportInfo::settings() const {
     Settings settings = SafeStore::load<Settings>(settingsURL()).value.value_or(Settings{});
-    if (settings.chatName.empty()) settings.chatName = fs::path(originalName).stem().string();
+    if (settings.chatName.empty())
+        settings.chatName = backup ? backup->device.name : fs::path(originalName).stem().string();
     return settings;
 }
 
 std::string ImportInfo::label() const {
+    if (kind == Kind::iphoneBackup) return "Imported iPhone backup (sealed on import)";
     return kind == Kind::database ? "Imported WhatsApp database (sealed on import)"
                                   : "Imported WhatsApp chat export (sealed on import)";
 }
@@ -234,23 +254,30 @@ void Imports::setOverrideRoot(std::optional<fs::path> folder) {
     rootLocation().setOverride(std::move(folder));
 }
 
-Imports::Imported Imports::importFile(const fs::path& file, const CancelFlag* cancel,
-                                      const ProgressFn& progress) {
-    const ImportInfo::Kind kind = kindOf(file);
-    const fs::path rootFolder = fs::absolute(root());
+namespace {
+
+// Builds the import under a partial name, seals it and moves it into place, then records it.
+Imports::Imported seal(const std::string& idPrefix, const fs::path& chosen,
+                       const std::function<ImportInfo(const fs::path& work)>& build,
+                       const CancelFlag* cancel, const ProgressFn& progress) {
+    const fs::path rootFolder = fs::absolute(Imports::root());
     std::error_code error;
     fs::create_directories(rootFolder, error);
     if (error)
         throw Error("Couldn't create the imports folder " + rootFolder.string() + ": " +
                     error.message());
     const Date createdAt{std::floor(Clock::now().seconds)};
-    const std::string id = freeID(rootFolder, createdAt);
+    const std::string id = freeID(rootFolder, idPrefix, createdAt);
     const fs::path work = rootFolder / (id + partialSuffix);
     const fs::path destination = rootFolder / id;
-    Imported imported;
+    Imports::Imported imported;
     try {
         Preservation::discard(work);
-        imported.info = build(file, kind, work, cancel, progress);
+        imported.info = build(work);
+        if (progress) progress("Sealing the import…");
+        if (cancel) cancel->check();
+        imported.info.files = hashFiles(work, cancel);
+        imported.info.app = custodySystemInfo::current();
         imported.info.id = id;
         imported.info.createdAt = createdAt;
         files::writeFileAtomically(work / manifestName, json::encodePretty(imported.info));
@@ -266,11 +293,35 @@ Imports::Imported Imports::importFile(const fs::path& file, const CancelFlag* ca
     }
     try {
         imported.messageCount = countMessages(imported.info);
-        CustodyLog::append(custodyRecord(imported, file));
+        CustodyLog::append(custodyRecord(imported, chosen));
     } catch (const std::exception& failure) {
         imported.custodyFailure = failure.what();
     }
     return imported;
+}
+
+}  // namespace
+
+Imports::Imported Imports::importFile(const fs::path& file, const CancelFlag* cancel,
+                                      const ProgressFn& progress) {
+    const ImportInfo::Kind kind = kindOf(file);
+    return seal(
+        "WhatsApp", file,
+        [&](const fs::path& work) { return build(file, kind, work, cancel, progress); }, cancel,
+        progress);
+}
+
+Imports::Imported Imports::importBackup(const fs::path& folder,
+                                        const std::optional<std::string>& password,
+                                        const CancelFlag* cancel, const ProgressFn& progress) {
+    // Without a trailing separator, so that the folder's own name is its file name.
+    const fs::path chosen = (fs::absolute(folder) / "").parent_path();
+    return seal(
+        "iPhone", chosen,
+        [&](const fs::path& work) {
+            return buildFromBackup(chosen, password, work, cancel, progress);
+        },
+        cancel, progress);
 }
 
 std::string Imports::failureText(std::exception_ptr error) {
@@ -278,6 +329,9 @@ std::string Imports::failureText(std::exception_ptr error) {
         std::rethrow_exception(error);
     } catch (const CancelledError&) {
         return "Import cancelled. Nothing was kept.";
+    } catch (const WrongBackupPassword& wrong) {
+        // Nothing was started, and the sentence is the whole answer.
+        return wrong.what();
     } catch (const std::exception& failure) {
         return "Import failed, nothing was kept: " + reasonOf(failure);
     }
@@ -303,6 +357,7 @@ std::vector<ImportInfo> Imports::list() {
 }
 
 std::unique_ptr<MessageSource> Imports::open(const ImportInfo& info) {
+    if (info.backup) return iphoneBackupImport::open(info.folder(), info.id, *info.backup);
     if (info.kind == ImportInfo::Kind::chatExport)
         return std::make_unique<WhatsAppExportSource>(sealedChatExport(info));
     return std::make_unique<WhatsAppDatabase>(

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "custody/IPhoneBackupImport.h"
 #include "custody/Preservation.h"
 #include "model/CustodyRecord.h"
 #include "model/ImportSettings.h"
@@ -22,16 +23,17 @@ class MessageSource;
 
 // The manifest of a sealed import ("manifest.json"); JSON keys are the field names.
 struct ImportInfo {
-    enum class Kind { chatExport, database };
+    enum class Kind { chatExport, database, iphoneBackup };
 
     using Settings = ImportSettings;
 
-    std::string id;  // "WhatsApp 2024-03-05T140709", also the folder name
+    std::string id;  // "WhatsApp 2024-03-05T140709" or "iPhone …", also the folder name
     Date createdAt;
     Kind kind = Kind::chatExport;
-    std::string originalName;
-    std::string originalSHA256;
+    std::string originalName;    // a backup's folder name
+    std::string originalSHA256;  // a backup's Manifest.db
     int64_t originalBytes = 0;
+    std::optional<IPhoneBackupSummary> backup;
     std::vector<SnapshotInfo::FileEntry> files;  // every file of the folder but the manifest
     CustodySystemInfo app;
 
@@ -42,7 +44,7 @@ struct ImportInfo {
     Settings settings() const;
     std::string chatName() const { return settings().chatName; }
     std::optional<std::string> ownerName() const { return settings().ownerName; }
-    // "Imported WhatsApp chat export (sealed on import)" or "…database (sealed on import)".
+    // "Imported WhatsApp chat export (sealed on import)", "…database …" or "…iPhone backup …".
     std::string label() const;
 
     bool operator==(const ImportInfo&) const = default;
@@ -53,8 +55,8 @@ void from_json(const Json& j, ImportInfo& info);
 void to_json(Json& j, const ImportInfo::Settings& settings);
 void from_json(const Json& j, ImportInfo::Settings& settings);
 
-// Sealed, self-describing copies of WhatsApp chat exports and databases, one folder each under
-// the imports root. Stateless: every call reads the folders afresh.
+// Sealed, self-describing copies of WhatsApp chat exports and databases and of iPhone backups,
+// one folder each under the imports root. Stateless: every call reads the folders afresh.
 class Imports {
 public:
     struct Imported {
@@ -73,6 +75,11 @@ public:
     // or a cancel keeps nothing and throws Error or CancelledError.
     static Imported importFile(const std::filesystem::path& file,
                                const CancelFlag* cancel = nullptr, const ProgressFn& progress = {});
+    // The same for an iPhone backup folder; the password only when it is encrypted.
+    static Imported importBackup(const std::filesystem::path& folder,
+                                 const std::optional<std::string>& password,
+                                 const CancelFlag* cancel = nullptr,
+                                 const ProgressFn& progress = {});
     // "Import failed, nothing was kept: …" or "Import cancelled. Nothing was kept."
     static std::string failureText(std::exception_ptr error);
 

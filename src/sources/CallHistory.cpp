@@ -12,6 +12,7 @@
 #include <unordered_set>
 
 #include "model/MessageSource.h"
+#include "sources/IPhoneBackupMessages.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"
@@ -145,6 +146,9 @@ fs::path CallHistory::defaultPath() {
 }
 
 std::optional<fs::path> CallHistory::path(const MessageSource& database) {
+    // A phone's backup brings its own call history; this computer's has no part in it.
+    if (const auto* backup = dynamic_cast<const IPhoneBackupMessages*>(&database))
+        return backup->companions().callHistory;
     if (!database.isLive()) {
         const auto offered = overrideDatabasePath();
         if (!offered || !samePath(*offered, database.path())) return std::nullopt;

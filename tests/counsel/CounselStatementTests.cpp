@@ -197,6 +197,16 @@ TEST(CounselStatement, SourceParagraphFollowsTheKindInUse) {
               "[Describe where the file came from and how you obtained it.]");
     input.sourceKind = "snapshot";
     EXPECT_THAT(origin(), HasSubstr("were read from the Messages database at /imports/chat.zip."));
+    input.sourceKind = "iphone-backup-import";
+    input.sourcePath = "/imports/iPhone/sms.db";
+    input.sourceNote = "Device \u201CAlex's iPhone\u201D, model iPhone14,2, iOS 17.4.1";
+    EXPECT_EQ(origin(),
+              "The messages with [PHONE NUMBER OR EMAIL] were read from a backup of an iPhone "
+              "that I provided (Device \u201CAlex's iPhone\u201D, model iPhone14,2, iOS 17.4.1). "
+              "Brindlecourt decrypted it where it was encrypted, recorded the SHA-256 fingerprint "
+              "of each file as it was in the backup, and sealed the Messages database, call "
+              "history, contacts and attachments it holds at /imports/iPhone/sms.db. [Describe "
+              "how and when the backup was made, and on which computer.]");
 }
 
 TEST(CounselStatement, SnapshotsAndExportsAreListedWithTheirFingerprints) {

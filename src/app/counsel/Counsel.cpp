@@ -25,13 +25,22 @@ std::string sourceKindOf(const AppModel& model) {
         case SourceChoice::Kind::whatsAppMac:
             return "whatsapp-live";
         case SourceChoice::Kind::whatsAppImport:
-            return model.openedImport() && model.openedImport()->kind == ImportInfo::Kind::database
+            if (!model.openedImport()) return "whatsapp-export-import";
+            if (model.openedImport()->backup) return "iphone-backup-import";
+            return model.openedImport()->kind == ImportInfo::Kind::database
                        ? "whatsapp-database-import"
                        : "whatsapp-export-import";
         case SourceChoice::Kind::messagesLive:
             break;
     }
     return "live";
+}
+
+std::optional<std::string> sourceNoteOf(const AppModel& model) {
+    const auto& open = model.openedImport();
+    if (model.sourceChoice().kind != SourceChoice::Kind::whatsAppImport || !open || !open->backup)
+        return std::nullopt;
+    return iphoneBackupImport::deviceText(open->backup->device);
 }
 
 std::vector<std::string> participantsOf(const AppModel& model, const Conversation& conversation) {
@@ -104,7 +113,8 @@ bool Counsel::draftStatement() {
     CounselStatement::Input input{.conversation = conversation->title,
                                   .participants = participantsOf(model_, *conversation),
                                   .sourcePath = database->path(),
-                                  .sourceKind = sourceKindOf(model_)};
+                                  .sourceKind = sourceKindOf(model_),
+                                  .sourceNote = sourceNoteOf(model_)};
     return model_.jobs().start(
         "Drafting the statement for counsel…",
         [input, chatIDs = conversation->chatIDs, file = *file](const CancelFlag& cancel,

@@ -18,6 +18,7 @@
 #include "evidence/UserEventRows.h"
 #include "sources/CallHistory.h"
 #include "sources/ContactResolver.h"
+#include "sources/IPhoneBackupMessages.h"
 #include "sources/MessageDatabase.h"
 #include "sources/WhatsAppDatabase.h"
 #include "sources/WhatsAppExportSource.h"
@@ -76,6 +77,12 @@ QString sourceNoun(AppModel::SourceKind kind) {
         default:
             return "the Messages database";
     }
+}
+
+// The contacts sealed with an iPhone backup import, when that is the source.
+std::optional<std::filesystem::path> backupContacts(const MessageSource* source) {
+    const auto* backup = dynamic_cast<const IPhoneBackupMessages*>(source);
+    return backup ? backup->companions().contacts : std::nullopt;
 }
 
 // The shown rows and their calendar, from the messages and the conversation's events.
@@ -289,6 +296,8 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
 
 void AppModel::finishOpening(Opened opened) {
     const bool sameSource = source_ == opened.database;
+    const bool contactsChange =
+        !sameSource && (backupContacts(source_.get()) || backupContacts(opened.database.get()));
     source_ = std::move(opened.database);
     signature_ = std::move(opened.signature);
     chats_ = std::move(opened.chats);
@@ -301,6 +310,7 @@ void AppModel::finishOpening(Opened opened) {
     endTask();
     regroup(true);
     if (!sameSource && selected_) loadTranscript(false);
+    if (contactsChange) loadContacts();
     setState(State::ready);
     if (!sameSource && source_->isLive() && database()) startAttachmentWatch();
 }
@@ -360,6 +370,9 @@ void AppModel::loadContacts() {
     // Demo mode reads nothing of the user's: only the sample people have names.
     auto sources = isDemo() ? ContactResolver::Sources{} : ContactResolver::defaultSources();
     if (const auto file = contactsFile()) sources.vCardFiles.push_back(*file);
+    // A phone's backup names its people first by the phone's own contacts.
+    if (const auto backup = backupContacts(source_.get()))
+        sources.databases.insert(sources.databases.begin(), *backup);
     background_.run(
         [sources, demo = isDemo()] {
             if (demo) DemoData::contactsPath();

@@ -41,6 +41,7 @@
 #include "app/lock/LockScreen.h"
 #include "app/shell/HelpMenu.h"
 #include "app/shell/QtText.h"
+#include "app/sources/IPhoneBackupMenu.h"
 #include "app/sources/SourceSwitcher.h"
 #include "app/sources/WhatsAppMenu.h"
 #include "app/transcript/ThumbnailCache.h"
@@ -151,6 +152,7 @@ MainWindow::MainWindow(AppModel& model, QWidget* parent)
     addExportMenu();
     addSnapshotMenu();
     menuBar()->addMenu(makeWhatsAppMenu(model_, this));
+    menuBar()->addMenu(makeIPhoneMenu(model_, this));
     menuBar()->addMenu(makeMachineTextMenu(model_, this));
     menuBar()->addMenu(makeLockMenu(model_.lock(), this));
     menuBar()->addMenu(makeHelpMenu(this));

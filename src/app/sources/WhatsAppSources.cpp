@@ -20,6 +20,13 @@ QString withCustodyWarning(QString line, const Imports::Imported& imported) {
            qs(*imported.custodyFailure);
 }
 
+// "…: 120 messages, sealed and logged in the custody log."
+QString importedLine(const Imports::Imported& imported) {
+    return "Imported " + qs(imported.info.originalName) + " as " + qs(imported.info.id) + ": " +
+           QString::number(imported.messageCount) +
+           " messages, sealed and logged in the custody log.";
+}
+
 }  // namespace
 
 WhatsAppSources::WhatsAppSources(AppModel& model) : model_(model), listing_(this, 1) {
@@ -58,14 +65,11 @@ bool WhatsAppSources::refuseWhileBusy() {
     return true;
 }
 
-bool WhatsAppSources::runImport(const fs::path& file, const QString& preparing,
+bool WhatsAppSources::runImport(ImportWork work, const QString& preparing,
                                 std::function<QString(const Imports::Imported&)> succeeded) {
     if (refuseWhileBusy()) return false;
     return model_.jobs().start(
-        preparing,
-        [file](const CancelFlag& cancel, const ProgressFn& progress) {
-            return Imports::importFile(file, &cancel, progress);
-        },
+        preparing, std::move(work),
         [this, succeeded = std::move(succeeded)](Imports::Imported imported) {
             refresh();
             model_.openImport(imported.info);
@@ -75,13 +79,20 @@ bool WhatsAppSources::runImport(const fs::path& file, const QString& preparing,
 }
 
 bool WhatsAppSources::importFile(const fs::path& file) {
-    return runImport(file, "Importing " + qs(file.filename().string()) + "…",
-                     [](const Imports::Imported& imported) {
-                         return "Imported " + qs(imported.info.originalName) + " as " +
-                                qs(imported.info.id) + ": " +
-                                QString::number(imported.messageCount) +
-                                " messages, sealed and logged in the custody log.";
-                     });
+    return runImport(
+        [file](const CancelFlag& cancel, const ProgressFn& progress) {
+            return Imports::importFile(file, &cancel, progress);
+        },
+        "Importing " + qs(file.filename().string()) + "…", importedLine);
+}
+
+bool WhatsAppSources::importBackup(const fs::path& folder, std::optional<std::string> password) {
+    return runImport(
+        [folder, password = std::move(password)](const CancelFlag& cancel,
+                                                 const ProgressFn& progress) {
+            return Imports::importBackup(folder, password, &cancel, progress);
+        },
+        "Importing the iPhone backup " + qs(folder.filename().string()) + "…", importedLine);
 }
 
 bool WhatsAppSources::sealMac() {
@@ -90,8 +101,12 @@ bool WhatsAppSources::sealMac() {
                             qs(WhatsAppDatabase::macDatabasePath().string()) + ".");
         return false;
     }
-    return runImport(WhatsAppDatabase::macDatabasePath(), "Sealing a copy of WhatsApp for Mac…",
-                     [](const Imports::Imported&) { return QString(sealedMacText); });
+    return runImport(
+        [](const CancelFlag& cancel, const ProgressFn& progress) {
+            return Imports::importFile(WhatsAppDatabase::macDatabasePath(), &cancel, progress);
+        },
+        "Sealing a copy of WhatsApp for Mac…",
+        [](const Imports::Imported&) { return QString(sealedMacText); });
 }
 
 bool WhatsAppSources::verify(const ImportInfo& info) {

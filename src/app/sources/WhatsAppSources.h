@@ -42,6 +42,8 @@ public:
 
     // Seals the file into a new import and opens it. False when nothing was started.
     bool importFile(const std::filesystem::path& file);
+    // The same for an iPhone backup folder; the password only for an encrypted one.
+    bool importBackup(const std::filesystem::path& folder, std::optional<std::string> password);
     bool sealMac();
     // The verdict ends up in the status line.
     bool verify(const ImportInfo& info);
@@ -56,8 +58,9 @@ signals:
     void statusReported(const QString& line);
 
 private:
-    // Runs the import of `file` and ends with `succeeded(imported)`'s line.
-    bool runImport(const std::filesystem::path& file, const QString& preparing,
+    using ImportWork = std::function<Imports::Imported(const CancelFlag&, const ProgressFn&)>;
+    // Runs the import and ends with `succeeded(imported)`'s line.
+    bool runImport(ImportWork work, const QString& preparing,
                    std::function<QString(const Imports::Imported&)> succeeded);
     bool refuseWhileBusy();
 
