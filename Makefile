@@ -49,43 +49,10 @@ endif
 
 test: check test-normal test-sanitize test-package fuzz
 
-# The main job on the generated sample data, into a fresh folder: a snapshot, an HTML archive and
-# a PDF of the sample conversation, an exhibit of its flagged messages (Bates numbers, one
-# redacted term), an HTML archive of the sample WhatsApp export that demo mode seals as an
-# import, then the verification, a draft statement for counsel and an encrypted bundle
-# of both exports, opened again with 7-Zip. The demo folder (sample database,
-# snapshots, custody log) lives under it too, as the program's temporary folder. Snapshots are
-# locked (immutable where permitted), so the old folder is unlocked before it is removed.
+# The main jobs on the generated sample data, into a fresh folder (scripts/demo says which).
 DEMO_DIR ?= $(BUILD_DIR)/demo
-# The demo's bundle is opened by anyone following along, so its password is fixed and printed.
-DEMO_PASSWORD  = demo-bundle-2468
-DEMO_STATEMENT = Sample conversation – Draft statement for counsel.docx
-DEMO_BUNDLE    = Sample conversation – Evidence bundle.zip
-unlock = if [ -d "$(1)" ]; then \
-	  chattr -R -i "$(1)" 2>/dev/null || chflags -R nouchg "$(1)" 2>/dev/null; \
-	  chmod -R u+w "$(1)"; fi
 demo: build
-	@$(call unlock,$(DEMO_DIR))
-	@rm -rf $(DEMO_DIR) && mkdir -p $(DEMO_DIR)/tmp
-	@export TMPDIR="$(CURDIR)/$(DEMO_DIR)/tmp"; run="$(BUILD_DIR)/brindlecourt --demo --export-html"; \
-	  $$run --snapshot && \
-	  $$run --chats 1 --title "Sample conversation" --out "$(DEMO_DIR)/HTML archive" && \
-	  import=$$($(BUILD_DIR)/brindlecourt --demo --list-sources | cut -f1 | grep -m1 '^import:') && \
-	  $$run --source "$$import" --chats 1 --title "Sam Taylor (WhatsApp)" \
-	    --out "$(DEMO_DIR)/WhatsApp HTML archive" && \
-	  $$run --chats 1 --title "Sample conversation" --format pdf --out "$(DEMO_DIR)/PDF" && \
-	  $$run --exhibit --chats 1 --bates-prefix SMITH --redact movers --include-notes \
-	    --out "$(DEMO_DIR)/Exhibit" && \
-	  $$run --verify-snapshots && \
-	  $(BUILD_DIR)/brindlecourt --demo --statement --chats 1 --out "$(DEMO_DIR)/$(DEMO_STATEMENT)" && \
-	  printf '%s\n' "$(DEMO_PASSWORD)" | $(BUILD_DIR)/brindlecourt --demo --bundle \
-	    --title "Sample conversation" --out "$(DEMO_DIR)/$(DEMO_BUNDLE)" \
-	    "$(DEMO_DIR)/HTML archive" "$(DEMO_DIR)/PDF" && \
-	  echo "The demo bundle's password is $(DEMO_PASSWORD)" && \
-	  sevenzip=$$(command -v 7zz || command -v 7z) && \
-	  "$$sevenzip" t -p"$(DEMO_PASSWORD)" "$(DEMO_DIR)/$(DEMO_BUNDLE)" | grep -q "Everything is Ok" && \
-	  echo "7-Zip opened the bundle with that password and found every file intact." && \
-	  echo "Everything is in $(CURDIR)/$(DEMO_DIR) (sample data, snapshots and custody log in tmp/Kestrove-Demo)."
+	@scripts/demo $(BUILD_DIR)/brindlecourt $(DEMO_DIR)
 
 app: build
 	$(BUILD_DIR)/brindlecourt --demo
@@ -125,6 +92,10 @@ fuzz: deps $(FUZZ_DIR)/build.ninja
 	  -max_len=4096 -print_final_stats=1 $(FUZZ_DIR)/corpus > $(FUZZ_DIR)/fuzz.log 2>&1; \
 	  status=$$?; tail -12 $(FUZZ_DIR)/fuzz.log; exit $$status
 
+# Snapshots are locked (immutable where permitted), so they are unlocked before removal.
+unlock = if [ -d "$(1)" ]; then \
+	  chattr -R -i "$(1)" 2>/dev/null || chflags -R nouchg "$(1)" 2>/dev/null; \
+	  chmod -R u+w "$(1)"; fi
 clean:
 	@$(call unlock,$(DEMO_DIR))
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

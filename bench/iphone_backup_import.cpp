@@ -12,7 +12,7 @@
 
 #include "custody/CustodyLog.h"
 #include "custody/Imports.h"
-#include "sources/demo/LargeSample.h"
+#include "demo/LargeSample.h"
 #include "support/Files.h"
 #include "support/Process.h"
 #include "support/Sqlite.h"

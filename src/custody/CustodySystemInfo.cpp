@@ -72,7 +72,7 @@ std::string operatingSystem() {
 
 // Virtual machines and containers often have no DMI table; the architecture is still true.
 std::string model() {
-    const std::string product = firstLine("/sys/class/dmi/id/product_name");
+    std::string product = firstLine("/sys/class/dmi/id/product_name");
     if (!product.empty()) return product;
     return uname([](const struct utsname& n) { return std::string(n.machine); });
 }

@@ -61,7 +61,8 @@ void sealMessageAttachments(IPhoneBackup& backup, const fs::path& work,
     for (auto& file : backup.filesUnder(IPhoneBackup::attachmentsDomain, attachmentsPrefix))
         files.emplace(file.relativePath, std::move(file));
     MessageDatabase messages(
-        sealedPath(work, IPhoneBackup::messagesDomain, IPhoneBackup::messagesPath), true);
+        sealedPath(work, IPhoneBackup::messagesDomain, IPhoneBackup::messagesPath),
+        MessageDatabase::Origin::sealedCopy);
     for (const auto& [id, stored] : messages.attachmentPaths()) {
         const auto location = IPhoneBackup::attachmentLocation(stored);
         if (!location) continue;

@@ -230,7 +230,7 @@ public:
     // the database lists it) is read beside the database taken: a copied Messages folder keeps
     // its Attachments beside chat.db.
     fs::path source(const std::string& listedPath) const {
-        const fs::path listed = fs::path(listedPath).lexically_normal();
+        fs::path listed = fs::path(listedPath).lexically_normal();
         if (const auto relative = under(listed, homeAttachments_))
             return attachmentsFolder_ / *relative;
         return listed;
@@ -677,7 +677,8 @@ std::string Preservation::describe(const Verification& verification, const Snaps
 std::vector<std::string> Preservation::findings(const Verification& verification) {
     std::vector<std::string> lines;
     const auto add = [&](const std::vector<std::string>& paths, const std::string& label) {
-        for (const auto& path : paths) lines.push_back(label + ": " + path);
+        for (const auto& path : paths)
+            lines.push_back(std::string(label).append(": ").append(path));
     };
     add(verification.mismatched, "changed");
     add(verification.missing, "missing");

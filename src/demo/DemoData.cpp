@@ -398,7 +398,7 @@ fs::path DemoData::folder() {
 }
 
 fs::path DemoData::databasePath() {
-    const fs::path file = folder() / "chat.db";
+    fs::path file = folder() / "chat.db";
     writeMessagesDatabase(file, Clock::now());
     const fs::path voice = file.parent_path() / "Attachments" / "demo-voice-1.caf";
     if (demo::spokenVoiceMessage(voice, voiceMessageWords))
@@ -425,7 +425,7 @@ fs::path DemoData::contactsPath() {
     for (const auto& [name, handle] : people)
         cards += std::string("BEGIN:VCARD\r\nVERSION:3.0\r\nFN:") + name + "\r\n" + handle +
                  "\r\nEND:VCARD\r\n";
-    const fs::path file = folder() / "Sample contacts.vcf";
+    fs::path file = folder() / "Sample contacts.vcf";
     fs::create_directories(file.parent_path());
     files::writeFileAtomically(file, cards);
     return file;

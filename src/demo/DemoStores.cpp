@@ -37,6 +37,18 @@ EvidenceFlagMap sampleFlags(Date now) {
     return flags;
 }
 
+// An event of the user's own in the sample conversation (keyed by its chat identifier), so the
+// timeline and the exports show one beside the messages.
+std::vector<TimelineEvent> sampleEvents(Date now) {
+    return {{.id = "0DE30000-0000-4000-8000-000000000001",
+             .conversation = "sam.taylor@example.com",
+             .date = now - 26 * 86400.0,
+             .title = "Sam moved in",
+             .note = "Paid the movers with the $400 I lent him the day before.",
+             .createdAt = now,
+             .updatedAt = now}};
+}
+
 // The sample WhatsApp export, sealed once through the real import path, so that the demo holds
 // an import, and its custody record, like any other.
 void importSampleWhatsAppExport(const fs::path& folder) {
@@ -76,11 +88,12 @@ fs::path redirectStoresToDemo() {
     EvidenceStore::location().setOverride(folder / "evidence.json");
     if (!fs::exists(folder / "evidence.json")) EvidenceStore::save(sampleFlags(Clock::now()));
     TimelineEventStore::location().setOverride(folder / "events.json");
+    if (!fs::exists(folder / "events.json")) TimelineEventStore::save(sampleEvents(Clock::now()));
     AnalysisStore::location().setOverride(folder / "machine-text.json");
     const fs::path calls = folder / "CallHistory.storedata";
     DemoData::writeCallLog(calls, DemoData::sampleCalls(), Clock::now());
     CallHistory::setOverridePath(calls);
-    const fs::path database = DemoData::databasePath();
+    fs::path database = DemoData::databasePath();
     CallHistory::setOverrideDatabasePath(database);
     return database;
 }

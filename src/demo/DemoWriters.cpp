@@ -158,7 +158,7 @@ std::string jpegImage(int width, int height, int seed) {
             const auto red = static_cast<uint32_t>((x * 255 / width + seed * 70) & 0xFF);
             const auto green = static_cast<uint32_t>((y * 255 / height + seed * 40) & 0xFF);
             const auto blue = static_cast<uint32_t>((seed * 90) & 0xFF);
-            bitmap.pixels[static_cast<size_t>(y * width + x)] =
+            bitmap.pixels[static_cast<size_t>(y) * width + x] =
                 0xFF000000u | red << 16 | green << 8 | blue;
         }
     }

@@ -125,8 +125,12 @@ public:
             if (dice >= 970) {
                 const std::string name = "IMG_" + std::to_string(row % 10000) + ".jpeg";
                 attachment.bind(1, "at_" + guid)
-                    .bind(2, "~/Library/Messages/Attachments/" + guid.substr(0, 2) + "/" + guid +
-                                 "/" + name)
+                    .bind(2, std::string("~/Library/Messages/Attachments/")
+                                 .append(guid, 0, 2)
+                                 .append("/")
+                                 .append(guid)
+                                 .append("/")
+                                 .append(name))
                     .bind(3, name)
                     .step();
                 attachment.reset();
@@ -197,7 +201,7 @@ void LargeSample::write(const fs::path& file) const {
 }
 
 fs::path LargeSample::cachedFile() const {
-    const auto path =
+    auto path =
         fs::temp_directory_path() / ("bc-bench-messages-" + std::to_string(messages) + ".db");
     if (!fs::exists(path)) {
         std::cerr << "Generating " << messages << " messages in " << chatCount()

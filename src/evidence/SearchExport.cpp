@@ -17,16 +17,16 @@ std::string day(Date date) {
 std::string describe(const SearchQuery& query) {
     std::vector<std::string> parts;
     const std::string text = query.trimmedText();
-    parts.push_back(text.empty() ? "any text" : "\u201C" + text + "\u201D");
-    if (query.chatID) parts.push_back("one conversation and its related chats");
+    parts.emplace_back(text.empty() ? "any text" : "\u201C" + text + "\u201D");
+    if (query.chatID) parts.emplace_back("one conversation and its related chats");
     if (query.from || query.to)
-        parts.push_back((query.from ? day(*query.from) : "the first message") + " \u2013 " +
-                        (query.to ? day(*query.to) : "the last message") + " (inclusive)");
-    if (query.sender == SearchQuery::Sender::me) parts.push_back("from me");
-    if (query.sender == SearchQuery::Sender::others) parts.push_back("from others");
-    if (query.attachmentsOnly) parts.push_back("with attachments");
-    if (query.deletedOnly) parts.push_back("deleted only");
-    if (query.includeMachineText) parts.push_back("machine-read text included");
+        parts.emplace_back((query.from ? day(*query.from) : "the first message") + " \u2013 " +
+                           (query.to ? day(*query.to) : "the last message") + " (inclusive)");
+    if (query.sender == SearchQuery::Sender::me) parts.emplace_back("from me");
+    if (query.sender == SearchQuery::Sender::others) parts.emplace_back("from others");
+    if (query.attachmentsOnly) parts.emplace_back("with attachments");
+    if (query.deletedOnly) parts.emplace_back("deleted only");
+    if (query.includeMachineText) parts.emplace_back("machine-read text included");
     std::string joined;
     for (const auto& part : parts) joined += (joined.empty() ? "" : " \u00b7 ") + part;
     return joined;

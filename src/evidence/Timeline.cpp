@@ -42,6 +42,7 @@ public:
                       .push_back(i);
         }
         std::vector<Node> roots;
+        roots.reserve(groups.size());
         for (const auto& [year, months] : groups) roots.push_back(yearBranch(year, months).node);
         return roots;
     }
@@ -51,6 +52,7 @@ private:
 
     Branch yearBranch(int year, const std::map<int, Weeks>& months) {
         std::vector<Branch> children;
+        children.reserve(months.size());
         for (const auto& [month, weeks] : months)
             children.push_back(monthBranch(year, month, weeks));
         const std::string number = std::to_string(year);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <ranges>
 #include <utility>
 
 #include "model/Message.h"
@@ -74,7 +75,7 @@ std::vector<Range> merged(std::vector<Range> ranges) {
 
 }  // namespace
 
-Redactor::Redactor(std::vector<std::string> terms, bool contactDetails)
+Redactor::Redactor(const std::vector<std::string>& terms, bool contactDetails)
     : contactDetails_(contactDetails) {
     for (const std::string& term : terms)
         if (std::string trimmed = text::trim(term); !trimmed.empty())
@@ -97,8 +98,8 @@ std::string Redactor::apply(const std::string& original) const {
     }
     const std::vector<Range> blocks = merged(std::move(ranges));
     const icu::UnicodeString replacement = icu::UnicodeString::fromUTF8(block);
-    for (auto range = blocks.rbegin(); range != blocks.rend(); ++range)
-        text.replace(range->first, range->second - range->first, replacement);
+    for (const auto& [start, end] : std::views::reverse(blocks))
+        text.replace(start, end - start, replacement);
     std::string out;
     return text.toUTF8String(out);
 }

@@ -13,7 +13,7 @@ public:
     static constexpr const char* block = "\u2588\u2588\u2588\u2588\u2588\u2588";
 
     Redactor() = default;
-    Redactor(std::vector<std::string> terms, bool contactDetails);
+    Redactor(const std::vector<std::string>& terms, bool contactDetails);
 
     const std::vector<std::string>& terms() const { return terms_; }
     bool contactDetails() const { return contactDetails_; }

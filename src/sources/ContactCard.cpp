@@ -7,7 +7,7 @@ namespace bc {
 
 std::string composeName(std::string_view given, std::string_view family,
                         std::string_view organization, std::string_view nickname) {
-    const std::string person = text::trim(text::trim(given) + " " + text::trim(family));
+    std::string person = text::trim(text::trim(given) + " " + text::trim(family));
     if (!person.empty()) return person;
     const std::string company = text::trim(organization);
     return company.empty() ? text::trim(nickname) : company;

@@ -28,7 +28,7 @@ std::vector<std::string> ContactResolver::load(const Sources& sources) {
             cards.insert(cards.end(), std::make_move_iterator(read.begin()),
                          std::make_move_iterator(read.end()));
         } catch (const Error& error) {
-            skipped.push_back(error.what());
+            skipped.emplace_back(error.what());
         }
     };
     for (const auto& database : sources.databases) add(AddressBookDatabase::read, database);

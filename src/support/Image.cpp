@@ -185,7 +185,7 @@ Bitmap decodeHEIF(std::string_view bytes, const std::string& name) {
     for (int y = 0; y < height; ++y) {
         const uint8_t* row = data + static_cast<ptrdiff_t>(y) * stride;
         for (int x = 0; x < width; ++x) {
-            const uint8_t* p = row + x * 4;
+            const uint8_t* p = row + static_cast<ptrdiff_t>(x) * 4;
             bitmap.pixels[static_cast<size_t>(y) * width + x] =
                 premultiplied(p[0], p[1], p[2], p[3]);
         }
@@ -295,8 +295,8 @@ Bitmap scaledToFit(const Bitmap& bitmap, int maxLongSide) {
     const int longSide = std::max(bitmap.width, bitmap.height);
     if (bitmap.empty() || longSide <= maxLongSide) return bitmap;
     const double scale = static_cast<double>(maxLongSide) / longSide;
-    const int width = std::max(1, static_cast<int>(bitmap.width * scale + 0.5));
-    const int height = std::max(1, static_cast<int>(bitmap.height * scale + 0.5));
+    const int width = std::max(1, static_cast<int>(std::lround(bitmap.width * scale)));
+    const int height = std::max(1, static_cast<int>(std::lround(bitmap.height * scale)));
     auto* source = cairo_image_surface_create_for_data(
         reinterpret_cast<unsigned char*>(const_cast<uint32_t*>(bitmap.pixels.data())),
         CAIRO_FORMAT_ARGB32, bitmap.width, bitmap.height, bitmap.width * 4);

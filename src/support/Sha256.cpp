@@ -37,7 +37,7 @@ std::string Sha256::finishHex() {
     EVP_DigestFinal_ex(state_->context, digest, &length);
     static constexpr char digits[] = "0123456789abcdef";
     std::string out;
-    out.reserve(length * 2);
+    out.reserve(static_cast<size_t>(length) * 2);
     for (unsigned int i = 0; i < length; ++i) {
         out += digits[digest[i] >> 4];
         out += digits[digest[i] & 0x0F];

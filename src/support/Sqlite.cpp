@@ -44,7 +44,7 @@ void copyWritable(const fs::path& from, const fs::path& to) {
 // are all in the newer file already.
 fs::path copyWithLog(const fs::path& database, const fs::path& folder) {
     fs::create_directories(folder);
-    const fs::path copy = folder / database.filename();
+    fs::path copy = folder / database.filename();
     copyWritable(writeAheadLog(database), writeAheadLog(copy));
     copyWritable(database, copy);
     return copy;

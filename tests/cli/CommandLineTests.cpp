@@ -52,13 +52,16 @@ std::vector<CustodyRecord> custodyRecords(const fs::path& log) {
 }
 
 // /bin/sh arguments that run the program in `dir` with HOME, XDG_DATA_HOME and TMPDIR inside
-// it, so nothing outside is touched.
-std::vector<std::string> inside(const fs::path& dir, std::vector<std::string> arguments) {
+// it, so nothing outside is touched; `environment` holds further NAME=value settings.
+std::vector<std::string> inside(const fs::path& dir, std::vector<std::string> arguments,
+                                const std::vector<std::string>& environment = {}) {
+    arguments.insert(arguments.begin(), program());
+    arguments.insert(arguments.begin(), environment.begin(), environment.end());
     arguments.insert(arguments.begin(),
                      {"-c",
                       "cd \"$0\" && exec env HOME=\"$0/home\" XDG_DATA_HOME=\"$0/home/data\" "
                       "TMPDIR=\"$0/tmp\" \"$@\"",
-                      dir.string(), program()});
+                      dir.string()});
     return arguments;
 }
 
@@ -68,9 +71,10 @@ protected:
         for (const auto* name : {"home", "tmp"}) fs::create_directories(dir_ / name);
     }
 
-    ProcessResult run(std::vector<std::string> arguments) const {
+    ProcessResult run(std::vector<std::string> arguments,
+                      const std::vector<std::string>& environment = {}) const {
         return runProcess({.executable = "/bin/sh",
-                           .arguments = inside(dir_.path(), std::move(arguments)),
+                           .arguments = inside(dir_.path(), std::move(arguments), environment),
                            .timeoutSeconds = 300});
     }
 
@@ -367,6 +371,15 @@ TEST_F(CommandLine, DemoJobsLeaveTheUsersHomeAndDataAsTheyWere) {
         EXPECT_EQ(testing::folderState(dir_ / "home"), before) << command[2];
     }
     EXPECT_FALSE(custodyRecords(demoFolder() / "custody-log.jsonl").empty());
+
+    // The window, shown until its screenshots are taken, keeps its preferences in the demo folder.
+    fs::create_directories(dir_ / "shots");
+    const auto window =
+        run({"--demo"}, {"QT_QPA_PLATFORM=offscreen", "XDG_CACHE_HOME=" + (dir_ / "cache").string(),
+                         "BRINDLECOURT_SCREENSHOTS=" + (dir_ / "shots").string()});
+    EXPECT_EQ(window.exitStatus, 0) << window.standardError;
+    EXPECT_TRUE(fs::exists(dir_ / "shots" / "main-window.png"));
+    EXPECT_EQ(testing::folderState(dir_ / "home"), before);
 }
 
 TEST_F(CommandLine, OddDatabaseFilesAreRefusedInOneSentenceAndNothingIsWritten) {

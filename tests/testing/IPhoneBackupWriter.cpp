@@ -7,7 +7,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "sources/demo/DemoData.h"
+#include "demo/DemoData.h"
 #include "support/Date.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"

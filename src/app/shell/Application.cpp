@@ -9,6 +9,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QSettings>
 #include <QTimer>
 
 #include "app/export/ExportSheet.h"
@@ -111,6 +112,12 @@ int runApplication(int argc, char** argv) {
     QApplication application(argc, argv);
     QApplication::setApplicationName("Brindlecourt");
     QApplication::setOrganizationName("Kestrove");
+    if (demoDatabase) {
+        // A demonstration's preferences stay in its own folder, never among the user's.
+        QSettings::setDefaultFormat(QSettings::IniFormat);
+        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope,
+                           QString::fromStdString((DemoData::folder() / "Settings").string()));
+    }
     AppModel model;
     if (demoDatabase) model.setLiveDatabase(*demoDatabase);
     MainWindow window(model);

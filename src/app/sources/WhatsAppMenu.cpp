@@ -27,7 +27,7 @@ bool confirmTrash(const ImportInfo& info, QWidget* parent) {
 
 // One entry per import, each doing `act`; the list is read when the menu opens.
 QMenu* importsMenu(const QString& title, AppModel& model, QMenu* parent,
-                   std::function<void(const ImportInfo&)> act) {
+                   const std::function<void(const ImportInfo&)>& act) {
     auto* menu = parent->addMenu(title);
     QObject::connect(menu, &QMenu::aboutToShow, menu, [menu, &model, act] {
         menu->clear();

@@ -28,8 +28,8 @@ ThumbnailCache::Entry ThumbnailCache::lookup(const QString& path, bool isPicture
     if (auto found = entries_.find(path); found != entries_.end()) return *found;
     entries_.insert(path, Entry{});
     background_.run([path, isPicture] { return readEntry(path, isPicture); },
-                    [this, path](Entry entry) {
-                        entries_.insert(path, std::move(entry));
+                    [this, path](const Entry& entry) {
+                        entries_.insert(path, entry);
                         emit loaded();
                     },
                     [this, path](std::exception_ptr) {

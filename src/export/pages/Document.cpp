@@ -45,7 +45,7 @@ void drawWhole(const Canvas& canvas, const TextBlock& block, double x, double y)
 }  // namespace
 
 Document::Document(DocumentContent content, const CancelFlag& cancel)
-    : content_(content),
+    : content_(std::move(content)),
       thumbnails_(),
       measurer_(text_, {content_.messages, content_.originals, content_.options, content_.nameFor},
                 thumbnails_, printableWidth(content_.pageSize) - rowInset),
