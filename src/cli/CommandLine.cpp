@@ -51,7 +51,7 @@ constexpr std::string_view help =
     "  brindlecourt [--demo] [FILE]     open the window (on FILE: a Messages database, or a\n"
     "                                   WhatsApp chat export or ChatStorage file to import)\n"
     "\n"
-    "  --source SOURCE   export from messages, whatsapp, snapshot:ID or import:ID, as\n"
+    "  --source SOURCE   export from messages, whatsapp, snapshot:ID or import:ID[/whatsapp], as\n"
     "                    --list-sources prints them (--statement also takes a snapshot folder)\n"
     "  --database PATH   read this Messages database or WhatsApp ChatStorage file instead of\n"
     "                    the live Messages database\n"

@@ -68,6 +68,7 @@ ExportJob buildJob(MessageSource& database, const std::vector<int64_t>& ids,
     const auto handles = participantHandles(database, ids);
     CallHistory::shared().mergeCalls(transcript, database, ids, handles);
     std::vector<std::string> participants;
+    participants.reserve(handles.size());
     for (const auto& handle : handles) participants.push_back(nameFor(false, handle));
     return ExportJob::make(request, std::move(transcript), std::move(participants),
                            sourceDescription);

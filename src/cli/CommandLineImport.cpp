@@ -76,7 +76,9 @@ int CommandLineImport::listSources() {
             out_ << "snapshot:" << snapshot.id << "\tPreservation snapshot (" << snapshot.scope
                  << ")\n";
         for (const auto& info : Imports::list())
-            out_ << "import:" << info.id << "\t" << info.label() << ": " << info.chatName() << "\n";
+            for (const auto part : Imports::parts(info))
+                out_ << "import:" << Imports::partName(info, part) << "\t"
+                     << Imports::partLabel(info, part) << "\n";
         return 0;
     } catch (const std::exception& e) {
         err_ << "error: " << e.what() << "\n";

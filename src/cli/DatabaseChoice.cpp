@@ -145,14 +145,16 @@ ChosenSource ChosenSource::open(const Arguments& arguments) {
                                   "the preservation snapshot " + info.id + " (sealed, read-only)",
                                   "Couldn't read the snapshot " + info.id + ": "};
                           });
-    if (name.starts_with(importPrefix))
-        return openSealed(name, Imports::list(), name.substr(importPrefix.size()), "import",
-                          [](const ImportInfo& info) {
-                              auto source = Imports::open(info);
+    if (name.starts_with(importPrefix)) {
+        const auto [id, part] = Imports::parsePartName(name.substr(importPrefix.size()));
+        return openSealed(name, Imports::list(), id, "import",
+                          [part = part](const ImportInfo& info) {
+                              auto source = Imports::open(info, part);
                               std::string description = source->sourceDescription();
                               return ChosenSource{std::move(source), std::move(description),
                                                   "Couldn't read the import " + info.id + ": "};
                           });
+    }
     if (arguments.contains("--database")) return openDatabaseFile(messages);
     return {messages.open(), messages.description, messagesReadFailure(messages.path)};
 }

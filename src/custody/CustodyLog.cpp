@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstring>
 #include <mutex>
-#include <ranges>
 #include <utility>
 
 #include "model/MessageSource.h"
@@ -307,7 +306,7 @@ private:
     static constexpr off_t blockSize = 1 << 16;
 
     static std::string joined(std::string head, const std::vector<std::string>& later) {
-        for (const auto& part : std::views::reverse(later)) head += part;
+        for (auto it = later.rbegin(); it != later.rend(); ++it) head += *it;
         return head;
     }
 

@@ -167,6 +167,24 @@ std::unique_ptr<MessageSource> iphoneBackupImport::open(const fs::path& importFo
         std::move(origin));
 }
 
+bool iphoneBackupImport::holdsWhatsApp(const IPhoneBackupSummary& summary) {
+    return summary.foundSHA256.contains(
+        located(IPhoneBackup::whatsAppDomain, IPhoneBackup::whatsAppPath));
+}
+
+std::unique_ptr<MessageSource> iphoneBackupImport::openWhatsApp(
+    const fs::path& importFolder, const std::string& importID, const IPhoneBackupSummary& summary) {
+    const std::string domain = IPhoneBackup::whatsAppDomain;
+    if (!holdsWhatsApp(summary))
+        throw Error("The iPhone backup " + importID + " held no WhatsApp database.");
+    // WhatsApp stores each media path relative to its "Message" folder.
+    return std::make_unique<WhatsAppDatabase>(
+        sealedPath(importFolder, domain, IPhoneBackup::whatsAppPath),
+        sealedPath(importFolder, domain, "Message"), WhatsAppDatabase::Origin::sealedImport,
+        "the WhatsApp of an imported iPhone backup (" + importID + ", " + summary.device.name +
+            ")");
+}
+
 std::string iphoneBackupImport::deviceText(const BackupDevice& device) {
     return "Device \u201C" + device.name + "\u201D, model " + device.productType + ", iOS " +
            device.iosVersion + ", backup date " +

@@ -47,6 +47,13 @@ std::unique_ptr<MessageSource> open(const std::filesystem::path& importFolder,
                                     const std::string& importID,
                                     const IPhoneBackupSummary& summary);
 
+// Whether the backup held WhatsApp's database, sealed beside the Messages.
+bool holdsWhatsApp(const IPhoneBackupSummary& summary);
+// That WhatsApp database, its media read from the sealed copies. Throws Error or DBError.
+std::unique_ptr<MessageSource> openWhatsApp(const std::filesystem::path& importFolder,
+                                            const std::string& importID,
+                                            const IPhoneBackupSummary& summary);
+
 // "Device “Alex's iPhone”, model iPhone14,2, iOS 17.4, backup date 2024-03-05T14:07:09Z".
 std::string deviceText(const BackupDevice& device);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <unordered_set>
@@ -33,6 +34,7 @@ namespace {
 constexpr const char* manifestName = "manifest.json";
 constexpr const char* partialSuffix = ".partial";
 constexpr const char* databaseCopy = "database/ChatStorage.sqlite";
+constexpr const char* whatsAppPartSuffix = "/whatsapp";
 
 StoreLocation& rootLocation() {
     static StoreLocation location("Imports");
@@ -356,7 +358,33 @@ std::vector<ImportInfo> Imports::list() {
     return imports;
 }
 
-std::unique_ptr<MessageSource> Imports::open(const ImportInfo& info) {
+std::vector<ImportPart> Imports::parts(const ImportInfo& info) {
+    if (info.backup && iphoneBackupImport::holdsWhatsApp(*info.backup))
+        return {ImportPart::own, ImportPart::backupWhatsApp};
+    return {ImportPart::own};
+}
+
+std::string Imports::partName(const ImportInfo& info, ImportPart part) {
+    return part == ImportPart::own ? info.id : info.id + whatsAppPartSuffix;
+}
+
+std::string Imports::partLabel(const ImportInfo& info, ImportPart part) {
+    if (part == ImportPart::own) return info.label() + ": " + info.chatName();
+    return "WhatsApp of an imported iPhone backup (sealed on import): " + info.chatName();
+}
+
+std::pair<std::string, ImportPart> Imports::parsePartName(std::string_view name) {
+    if (name.ends_with(whatsAppPartSuffix))
+        return {std::string(name.substr(0, name.size() - std::strlen(whatsAppPartSuffix))),
+                ImportPart::backupWhatsApp};
+    return {std::string(name), ImportPart::own};
+}
+
+std::unique_ptr<MessageSource> Imports::open(const ImportInfo& info, ImportPart part) {
+    if (part == ImportPart::backupWhatsApp) {
+        if (!info.backup) throw Error("The import " + info.id + " is not of an iPhone backup.");
+        return iphoneBackupImport::openWhatsApp(info.folder(), info.id, *info.backup);
+    }
     if (info.backup) return iphoneBackupImport::open(info.folder(), info.id, *info.backup);
     if (info.kind == ImportInfo::Kind::chatExport)
         return std::make_unique<WhatsAppExportSource>(sealedChatExport(info));

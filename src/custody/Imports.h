@@ -57,6 +57,10 @@ void from_json(const Json& j, ImportInfo::Settings& settings);
 
 // Sealed, self-describing copies of WhatsApp chat exports and databases and of iPhone backups,
 // one folder each under the imports root. Stateless: every call reads the folders afresh.
+// What of an import is read: its own source, or the WhatsApp that an iPhone backup held beside
+// its Messages.
+enum class ImportPart { own, backupWhatsApp };
+
 class Imports {
 public:
     struct Imported {
@@ -85,8 +89,17 @@ public:
 
     // Complete imports in the order of their folder names; ".partial" folders are never listed.
     static std::vector<ImportInfo> list();
-    // The chat export's or database's source. Throws Error or DBError.
-    static std::unique_ptr<MessageSource> open(const ImportInfo& info);
+    // The parts the import holds, its own first.
+    static std::vector<ImportPart> parts(const ImportInfo& info);
+    // How the command line and the window name a part: "ID", or "ID/whatsapp" for a backup's
+    // WhatsApp; and its label, "Imported iPhone backup (…): …" or "WhatsApp of an imported …".
+    static std::string partName(const ImportInfo& info, ImportPart part);
+    static std::string partLabel(const ImportInfo& info, ImportPart part);
+    // The import identifier and part a name stands for.
+    static std::pair<std::string, ImportPart> parsePartName(std::string_view name);
+    // The chat export's, database's or backup's source. Throws Error or DBError.
+    static std::unique_ptr<MessageSource> open(const ImportInfo& info,
+                                               ImportPart part = ImportPart::own);
     // A chat export import as its reader takes it, its settings read and written here.
     static SealedChatExport sealedChatExport(const ImportInfo& info);
     // Writes the settings file; the sealed folder is not touched.

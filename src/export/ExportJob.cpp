@@ -1,7 +1,6 @@
 #include "export/ExportJob.h"
 
 #include <cstdlib>
-#include <ranges>
 #include <set>
 #include <unordered_map>
 
@@ -294,9 +293,9 @@ public:
             files::moveIntoPlace(folder_, *newFolder_);
             files::syncFolder(newFolder_->parent_path());
         } else {
-            for (const auto& place : std::views::reverse(places_)) {
-                files::moveIntoPlace(place.staged, place.final);
-                files::syncFolder(place.final.parent_path());
+            for (auto it = places_.rbegin(); it != places_.rend(); ++it) {
+                files::moveIntoPlace(it->staged, it->final);
+                files::syncFolder(it->final.parent_path());
             }
         }
         published_ = true;

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <ranges>
 #include <utility>
 
 #include "model/Message.h"
@@ -98,8 +97,8 @@ std::string Redactor::apply(const std::string& original) const {
     }
     const std::vector<Range> blocks = merged(std::move(ranges));
     const icu::UnicodeString replacement = icu::UnicodeString::fromUTF8(block);
-    for (const auto& [start, end] : std::views::reverse(blocks))
-        text.replace(start, end - start, replacement);
+    for (auto range = blocks.rbegin(); range != blocks.rend(); ++range)
+        text.replace(range->first, range->second - range->first, replacement);
     std::string out;
     return text.toUTF8String(out);
 }

@@ -60,7 +60,7 @@ std::string backupcrypto::unwrapKey(std::string_view kek, std::string_view wrapp
         EVP_DecryptUpdate(context.get(), out, &length, in, static_cast<int>(wrapped.size())) <= 0 ||
         EVP_DecryptFinal_ex(context.get(), out + length, &last) != 1)
         return {};
-    key.resize(static_cast<size_t>(length + last));
+    key.resize(static_cast<size_t>(length) + static_cast<size_t>(last));
     return key;
 }
 

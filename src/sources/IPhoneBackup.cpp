@@ -308,10 +308,9 @@ void IPhoneBackup::extract(const BackupFileRecord& file, const fs::path& destina
 
 std::optional<std::pair<std::string, std::string>> IPhoneBackup::attachmentLocation(
     const std::string& storedPath) {
-    const std::string attachments = "Library/SMS/Attachments/";
     for (const std::string& home : {std::string("~"), files::homeFolder().string(),
                                     std::string("/var/mobile"), std::string("/private/var/mobile")})
-        if (storedPath.starts_with(home + "/" + attachments))
+        if (storedPath.starts_with(home + "/Library/SMS/Attachments/"))
             return std::pair{std::string(attachmentsDomain), storedPath.substr(home.size() + 1)};
     return std::nullopt;
 }

@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <regex>
 
 #include "custody/SnapshotLock.h"
+#include "support/Files.h"
 #include "support/Process.h"
 #include "testing/IPhoneBackupWriter.h"
 #include "testing/Testing.h"
@@ -26,17 +28,22 @@ protected:
             if (entry.is_directory()) snapshotLock::unlock(entry.path());
     }
 
-    ProcessResult importBackup(const std::string& standardInput) const {
+    ProcessResult run(const std::vector<std::string>& arguments,
+                      const std::string& standardInput = {}) const {
         const char* program = std::getenv("BC_EXECUTABLE");
-        return runProcess(
-            {.executable = "/bin/sh",
-             .arguments = {"-c",
-                           "cd \"$0\" && exec env HOME=\"$0/home\" XDG_DATA_HOME=\"$0/data\" "
-                           "TMPDIR=\"$0/tmp\" \"$@\"",
-                           dir_.path().string(), program ? program : BC_BINARY_DIR "/brindlecourt",
-                           "--import", "backup"},
-             .standardInput = standardInput,
-             .timeoutSeconds = 120});
+        std::vector<std::string> shell{"-c",
+                                       "cd \"$0\" && exec env HOME=\"$0/home\" "
+                                       "XDG_DATA_HOME=\"$0/data\" TMPDIR=\"$0/tmp\" \"$@\"",
+                                       dir_.path().string(),
+                                       program ? program : BC_BINARY_DIR "/brindlecourt"};
+        shell.insert(shell.end(), arguments.begin(), arguments.end());
+        return runProcess({.executable = "/bin/sh",
+                           .arguments = shell,
+                           .standardInput = standardInput,
+                           .timeoutSeconds = 120});
+    }
+    ProcessResult importBackup(const std::string& standardInput) const {
+        return run({"--import", "backup"}, standardInput);
     }
 
     testing::TempDir dir_;
@@ -75,6 +82,32 @@ TEST_F(BackupImportCommand, ReadsThePasswordFromStandardInputAndNamesWhatIsMissi
               std::string::npos)
         << out;
     EXPECT_EQ(imported.standardError.find("correct horse"), std::string::npos);
+}
+
+TEST_F(BackupImportCommand, TheWhatsAppOfABackupIsASourceOfItsOwn) {
+    for (auto& entry : testing::whatsAppBackupEntries(dir_ / "scratch"))
+        entries_.push_back(std::move(entry));
+    testing::writeIPhoneBackup(dir_ / "backup", entries_);
+    ASSERT_EQ(importBackup("").exitStatus, 0);
+
+    const auto listed = run({"--list-sources"}).standardOutput;
+    const std::regex whatsAppLine(
+        "\nimport:(iPhone [^\t/]+)/whatsapp\tWhatsApp of an imported "
+        "iPhone backup \\(sealed on import\\): Alex's iPhone\n");
+    std::smatch found;
+    ASSERT_TRUE(std::regex_search(listed, found, whatsAppLine)) << listed;
+    EXPECT_NE(listed.find("\nimport:" + found[1].str() + "\tImported iPhone backup"),
+              std::string::npos)
+        << listed;
+
+    const auto exported =
+        run({"--export-html", "--source", "import:" + found[1].str() + "/whatsapp", "--chats", "7",
+             "--out", "wa"});
+    ASSERT_EQ(exported.exitStatus, 0) << exported.standardError;
+    EXPECT_NE(exported.standardOutput.find("\n  messages:       2\n"), std::string::npos)
+        << exported.standardOutput;
+    EXPECT_NE(files::readFile(dir_ / "wa" / "messages.csv").find("hello from the phone"),
+              std::string::npos);
 }
 
 }  // namespace

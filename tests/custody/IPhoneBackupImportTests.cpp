@@ -179,6 +179,34 @@ TEST_F(IPhoneBackupImportTest, RecordsTheDeviceAndEveryFileAsFound) {
     EXPECT_EQ(listed[0], imported.info);
     EXPECT_EQ(listed[0].label(), "Imported iPhone backup (sealed on import)");
     EXPECT_EQ(listed[0].chatName(), "Alex's iPhone");
+    EXPECT_EQ(Imports::parts(listed[0]), std::vector{ImportPart::own});
+    EXPECT_THROW(Imports::open(listed[0], ImportPart::backupWhatsApp), Error);
+}
+
+// The WhatsApp the phone held is sealed with its media and offered as the import's second source.
+TEST_F(IPhoneBackupImportTest, WhatsAppTheBackupHeldIsASecondSourceWithItsMedia) {
+    for (auto& entry : testing::whatsAppBackupEntries(dir_ / "scratch"))
+        entries_.push_back(std::move(entry));
+    testing::writeIPhoneBackup(backup(), entries_, {.password = "pw"});
+    const auto imported = Imports::importBackup(backup(), "pw");
+    EXPECT_TRUE(Imports::verify(imported.info).isIntact());
+
+    const auto& info = imported.info;
+    EXPECT_EQ(Imports::parts(info), (std::vector{ImportPart::own, ImportPart::backupWhatsApp}));
+    EXPECT_EQ(Imports::parsePartName(Imports::partName(info, ImportPart::backupWhatsApp)),
+              std::pair(info.id, ImportPart::backupWhatsApp));
+    EXPECT_EQ(Imports::parsePartName(info.id), std::pair(info.id, ImportPart::own));
+
+    const auto whatsApp = Imports::open(info, ImportPart::backupWhatsApp);
+    const auto chats = whatsApp->fetchChats();
+    ASSERT_EQ(chats.size(), 1u);
+    const auto rows = whatsApp->fetchTranscript({chats[0].id}).messages;
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0].text, "hello from the phone");
+    ASSERT_EQ(rows[1].attachments.size(), 1u);
+    EXPECT_EQ(files::readFile(rows[1].attachments[0].path), testing::whatsAppPhotoBytes);
+    EXPECT_EQ(whatsApp->custodySource().kind, "whatsapp-database-import");
+    EXPECT_GT(Imports::open(info)->fetchChats().size(), 1u);
 }
 
 TEST_F(IPhoneBackupImportTest, NotesAttachmentsTheBackupLacksAndImportsTheRest) {

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "demo/DemoData.h"
+#include "demo/DemoWriters.h"
 #include "support/Date.h"
 #include "support/Files.h"
 #include "support/Sqlite.h"
@@ -209,6 +210,24 @@ void writeIPhoneBackup(const fs::path& folder, const std::vector<BackupEntry>& e
                 encrypted ? std::optional(keyBag(*options.password, options.extraKeyBagFields))
                           : std::nullopt,
                 classAndWrapped(fileKey));
+}
+
+std::vector<BackupEntry> whatsAppBackupEntries(const fs::path& scratch) {
+    const fs::path database = scratch / "ChatStorage.sqlite";
+    const std::string domain = "AppDomainGroup-group.net.whatsapp.WhatsApp.shared";
+    const std::string photo = "Media/4915112345678@s.whatsapp.net/a/b/photo.jpg";
+    demo::writeChatStorage(
+        database,
+        "INSERT INTO ZWACHATSESSION (Z_PK, ZCONTACTJID, ZPARTNERNAME, ZSESSIONTYPE) VALUES "
+        "(7, '4915112345678@s.whatsapp.net', 'Ann', 0);"
+        "INSERT INTO ZWAMEDIAITEM (Z_PK, ZMEDIALOCALPATH) VALUES (1, '" +
+            photo +
+            "');"
+            "INSERT INTO ZWAMESSAGE (Z_PK, ZCHATSESSION, ZMESSAGETYPE, ZMESSAGEDATE, ZTEXT, "
+            "ZISFROMME, ZSTANZAID, ZMEDIAITEM) VALUES (1, 7, 0, 700000000, 'hello from the "
+            "phone', 0, 's1', NULL), (2, 7, 1, 700000060, NULL, 0, 's2', 1);");
+    return {{domain, "ChatStorage.sqlite", files::readFile(database)},
+            {domain, "Message/" + photo, whatsAppPhotoBytes}};
 }
 
 std::vector<BackupEntry> demoBackupEntries(const fs::path& scratch,

@@ -35,6 +35,11 @@ void writeIPhoneBackup(const std::filesystem::path& folder, const std::vector<Ba
 std::vector<BackupEntry> demoBackupEntries(const std::filesystem::path& scratch,
                                            std::vector<std::string>* absent = nullptr);
 
+// WhatsApp as the phone keeps it: ChatStorage.sqlite with one chat (Z_PK 7, with Ann) of a text
+// and a photo, and the photo under Message/Media, whose bytes are `whatsAppPhotoBytes`.
+std::vector<BackupEntry> whatsAppBackupEntries(const std::filesystem::path& scratch);
+constexpr const char* whatsAppPhotoBytes = "the photo Ann sent";
+
 constexpr const char* backupDeviceName = "Alex's iPhone";
 
 }  // namespace bc::testing

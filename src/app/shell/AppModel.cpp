@@ -207,7 +207,7 @@ QString AppModel::sourceText() const {
         return qs(sourceChoice_.snapshot->id) +
                " (sealed, read-only): " + qs(sourceChoice_.snapshot->scope);
     if (sourceKind_ == SourceKind::import && import_)
-        return qs(import_->label()) + ": " + qs(import_->chatName()) + " (" + qs(import_->id) + ")";
+        return qs(Imports::partLabel(*import_, importPart_)) + " (" + qs(import_->id) + ")";
     if (sourceKind_ == SourceKind::whatsAppMac) return qs(source_->sourceDescription());
     const QString where = qs(source_->path());
     return sourceKind_ == SourceKind::live
@@ -240,9 +240,10 @@ void AppModel::openWhatsAppMac() {
              SourceChoice{.kind = SourceChoice::Kind::whatsAppMac});
 }
 
-void AppModel::openImport(const ImportInfo& info) {
-    openWith([info] { return std::shared_ptr<MessageSource>(Imports::open(info)); }, info.folder(),
-             SourceKind::import, SourceChoice{.kind = SourceChoice::Kind::whatsAppImport}, info);
+void AppModel::openImport(const ImportInfo& info, ImportPart part) {
+    openWith([info, part] { return std::shared_ptr<MessageSource>(Imports::open(info, part)); },
+             info.folder(), SourceKind::import,
+             SourceChoice{.kind = SourceChoice::Kind::whatsAppImport}, info, part);
 }
 
 std::vector<std::string> AppModel::readingNotes() const {
@@ -261,7 +262,7 @@ std::shared_ptr<MessageDatabase> AppModel::database() const {
 
 void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
                         const std::filesystem::path& path, SourceKind kind, SourceChoice choice,
-                        std::optional<ImportInfo> import) {
+                        std::optional<ImportInfo> import, ImportPart importPart) {
     const auto generation = ++sourceGeneration_;
     ++transcriptGeneration_;
     attachmentRounds_.reset();
@@ -276,12 +277,13 @@ void AppModel::openWith(std::function<std::shared_ptr<MessageSource>()> open,
             opened.chats = opened.database->fetchChats();
             return opened;
         },
-        [this, generation, kind, choice = std::move(choice),
-         import = std::move(import)](Opened opened) {
+        [this, generation, kind, choice = std::move(choice), import = std::move(import),
+         importPart](Opened opened) {
             if (generation != sourceGeneration_) return;
             sourceKind_ = kind;
             sourceChoice_ = choice;
             import_ = import;
+            importPart_ = importPart;
             const auto listedVersion = opened.dataVersion;
             finishOpening(std::move(opened));
             readSignature(listedVersion);

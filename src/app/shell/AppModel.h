@@ -91,9 +91,10 @@ public:
     // WhatsApp for Mac's own database, read-only.
     void openWhatsAppMac();
     // A sealed import, shown with its settings; its only conversation opens.
-    void openImport(const ImportInfo& info);
+    void openImport(const ImportInfo& info, ImportPart part = ImportPart::own);
     // The import in use, when the source is one.
     const std::optional<ImportInfo>& openedImport() const { return import_; }
+    ImportPart openedImportPart() const { return importPart_; }
     // What the open chat export's reader had to assume, and who wrote in it (empty otherwise).
     std::vector<std::string> readingNotes() const;
     std::vector<std::string> importSenders() const;
@@ -216,7 +217,8 @@ private:
     // `open` runs off the main thread and opens the source; `path` names it meanwhile.
     void openWith(std::function<std::shared_ptr<MessageSource>()> open,
                   const std::filesystem::path& path, SourceKind kind, SourceChoice choice,
-                  std::optional<ImportInfo> import = std::nullopt);
+                  std::optional<ImportInfo> import = std::nullopt,
+                  ImportPart importPart = ImportPart::own);
     void finishOpening(Opened opened);
     void failOpening(std::exception_ptr error, SourceKind kind, const std::filesystem::path& path);
     void readSignature(std::optional<int64_t> listedVersion);
@@ -262,6 +264,7 @@ private:
     SourceKind sourceKind_ = SourceKind::live;
     SourceChoice sourceChoice_;
     std::optional<ImportInfo> import_;
+    ImportPart importPart_ = ImportPart::own;
     std::string signature_;
     std::vector<Chat> chats_;
     std::shared_ptr<ContactResolver> contacts_;

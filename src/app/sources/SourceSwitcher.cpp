@@ -20,8 +20,8 @@ const QString whatsAppMacEntry = "whatsapp-mac";
 const QString importPrefix = "import:";
 const QString importFileEntry = "import-file";
 
-QString importEntry(const ImportInfo& info) {
-    return importPrefix + QString::fromStdString(info.id);
+QString importEntry(const ImportInfo& info, ImportPart part) {
+    return importPrefix + QString::fromStdString(Imports::partName(info, part));
 }
 
 }  // namespace
@@ -55,7 +55,9 @@ void SourceSwitcher::showSources() {
     const auto& imports = model_.whatsApp().list();
     if (!imports.empty()) insertSeparator(count());
     for (const auto& info : imports)
-        addItem(QString::fromStdString(info.label() + ": " + info.chatName()), importEntry(info));
+        for (const auto part : Imports::parts(info))
+            addItem(QString::fromStdString(Imports::partLabel(info, part)),
+                    importEntry(info, part));
     insertSeparator(count());
     addItem(openFileText, openFileEntry);
     addItem(importText, importFileEntry);
@@ -67,7 +69,7 @@ void SourceSwitcher::showSources() {
         current = snapshotPrefix + QString::fromStdString(open->id);
     if (kind == AppModel::SourceKind::whatsAppMac) current = whatsAppMacEntry;
     if (const auto& open = model_.openedImport(); kind == AppModel::SourceKind::import && open)
-        current = importEntry(*open);
+        current = importEntry(*open, model_.openedImportPart());
     setCurrentIndex(std::max(0, findData(current)));
 }
 
@@ -84,8 +86,9 @@ void SourceSwitcher::choose(int index) {
                model_.sourceKind() != AppModel::SourceKind::whatsAppMac) {
         model_.openWhatsAppMac();
     } else if (entry.startsWith(importPrefix)) {
-        const auto* info = model_.whatsApp().find(entry.mid(importPrefix.size()).toStdString());
-        if (info) model_.openImport(*info);
+        const auto [id, part] =
+            Imports::parsePartName(entry.mid(importPrefix.size()).toStdString());
+        if (const auto* info = model_.whatsApp().find(id)) model_.openImport(*info, part);
     } else if (entry.startsWith(snapshotPrefix)) {
         const auto* snapshot =
             model_.snapshots().find(entry.mid(snapshotPrefix.size()).toStdString());

@@ -70,7 +70,7 @@ bool WhatsAppSources::runImport(ImportWork work, const QString& preparing,
     if (refuseWhileBusy()) return false;
     return model_.jobs().start(
         preparing, std::move(work),
-        [this, succeeded = std::move(succeeded)](Imports::Imported imported) {
+        [this, succeeded = std::move(succeeded)](const Imports::Imported& imported) {
             refresh();
             model_.openImport(imported.info);
             return withCustodyWarning(succeeded(imported), imported);
@@ -117,7 +117,7 @@ bool WhatsAppSources::verify(const ImportInfo& info) {
         [info](const CancelFlag& cancel, const ProgressFn&) {
             return Imports::describe(Imports::verify(info, &cancel), info);
         },
-        [](std::string verdict) { return qs(verdict); },
+        [](const std::string& verdict) { return qs(verdict); },
         [id](std::exception_ptr error) {
             if (isCancellation(error)) return "Verification of " + id + " cancelled.";
             return "Couldn't verify " + id + ": " + qs(messageOf(error));
