@@ -2,6 +2,7 @@
 #include "app/shell/Jobs.h"
 #include "app/shell/MainWindow.h"
 #include "app/sources/IPhoneBackupMenu.h"
+#include "app/sources/SourceSwitcher.h"
 #include "app/sources/WhatsAppSources.h"
 #include "custody/CustodyLog.h"
 #include "custody/SnapshotLock.h"
@@ -17,8 +18,10 @@ protected:
     IPhoneBackupMenuTest() {
         Imports::setOverrideRoot(folder_ / "Imports");
         CustodyLog::setOverrideURL(folder_ / "custody-log.jsonl");
-        bc::testing::writeIPhoneBackup(folder_ / "backup",
-                                       bc::testing::demoBackupEntries(folder_ / "scratch"));
+        auto entries = bc::testing::demoBackupEntries(folder_ / "scratch");
+        for (auto& entry : bc::testing::whatsAppBackupEntries(folder_ / "scratch"))
+            entries.push_back(std::move(entry));
+        bc::testing::writeIPhoneBackup(folder_ / "backup", entries);
         model_ = openModel();
         window_ = std::make_unique<MainWindow>(*model_);
         QObject::connect(&model_->jobs(), &Jobs::finished,
@@ -59,6 +62,20 @@ TEST_F(IPhoneBackupMenuTest, AnImportedBackupOpensNamedByThePhonesContacts) {
     })) << model_->statusText().toStdString();
     ASSERT_TRUE(model_->openedImport() && model_->openedImport()->backup);
     EXPECT_EQ(model_->openedImport()->backup->device.name, "Alex's iPhone");
+
+    // The WhatsApp the phone held is the picker's next entry, and opens as a source of its own.
+    auto& picker = *window_->findChild<SourceSwitcher*>("sourceSwitcher");
+    const QString whatsApp =
+        "WhatsApp of an imported iPhone backup (sealed on import): Alex's iPhone";
+    EXPECT_EQ(picker.findText(whatsApp), picker.currentIndex() + 1);
+    picker.choose(picker.findText(whatsApp));
+    ASSERT_TRUE(waitFor([&] {
+        return model_->openedImportPart() == ImportPart::backupWhatsApp &&
+               model_->state() == AppModel::State::ready && !model_->isBusy();
+    })) << model_->statusText().toStdString();
+    EXPECT_EQ(picker.currentText(), whatsApp);
+    ASSERT_EQ(model_->conversations().size(), 1u);
+    EXPECT_EQ(model_->transcript().messages().front().text, "hello from the phone");
 }
 
 }  // namespace
