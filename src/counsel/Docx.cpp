@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "counsel/ZipWriter.h"
-#include "export/HTMLExporter.h"
+#include "export/html/Markup.h"
 #include "support/Errors.h"
 #include "support/Files.h"
 
@@ -54,7 +54,7 @@ constexpr Style allStyles[] = {Style::body,    Style::banner,  Style::preamble, 
 std::string escaped(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
-    return HTMLExporter::escape(text);
+    return html::escape(text);
 }
 
 std::string runProperties(const Look& look) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "export/ManifestCsv.h"
+#include "export/html/ArchiveOptions.h"
 #include "model/Message.h"
 #include "support/CancelFlag.h"
 #include "support/Date.h"
@@ -22,13 +23,7 @@ namespace bc {
 // can't show, the CSV manifests and checksums.txt.
 class HTMLExporter {
 public:
-    struct Options {
-        std::string title;
-        std::vector<std::string> participants;
-        std::optional<Date> from, to;  // absent: the whole conversation
-        std::string sourceDescription;
-        std::optional<std::string> callLogIssue;  // why calls could not be merged in
-    };
+    using Options = html::ArchiveOptions;
 
     struct Summary {
         std::filesystem::path folder;
@@ -56,14 +51,6 @@ public:
                        const std::filesystem::path& folder, const CancelFlag& cancel,
                        const ProgressFn& progress) const;
 
-    static std::string escape(std::string_view text);
-    static std::string linkify(std::string_view text);
-    static std::string safeFileName(std::string_view name);
-    static std::string urlPath(std::string_view relativePath);
-    static std::string sha256(const std::filesystem::path& file,
-                              const CancelFlag* cancel = nullptr);
-    static std::string fill(std::string_view templateText,
-                            const std::vector<std::pair<std::string, std::string>>& values);
     // [from, start of the day after `to`) in the current time zone; absent bounds are open.
     static bool inRange(Date date, const std::optional<Date>& from, const std::optional<Date>& to);
 

@@ -11,6 +11,7 @@
 #include "HTMLExporterSamples.h"
 #include "evidence/Timeline.h"
 #include "export/HTMLExporter.h"
+#include "export/html/Markup.h"
 #include "support/Files.h"
 #include "support/Json.h"
 #include "support/Process.h"
@@ -97,7 +98,7 @@ fs::path exportPage(const fs::path& dir, const Transcript& transcript) {
 }
 
 std::string fileURL(const fs::path& file) {
-    return "file://" + HTMLExporter::urlPath(fs::absolute(file).string());
+    return "file://" + html::urlPath(fs::absolute(file).string());
 }
 
 // Chromium on its own fresh profile, with `arguments` after the ones every run needs.
@@ -230,7 +231,7 @@ TEST(HTMLExporterBrowser, withoutItsScriptEveryRowIsInThePageAndShown) {
     testing::writeText(dir / "archive/probe.html",
                        "<iframe id=\"page\" sandbox=\"allow-same-origin\" "
                        "style=\"width:1000px;height:700px\" src=\"" +
-                           HTMLExporter::urlPath(page.filename().string()) +
+                           html::urlPath(page.filename().string()) +
                            "\"></iframe><script src=\"probe.js\"></script>");
     testing::writeText(dir / "archive/probe.js", R"JS(
       const frame = document.getElementById("page");

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "HTMLExporterSamples.h"
+#include "export/html/Markup.h"
 #include "support/Files.h"
 #include "support/Image.h"
 #include "support/Machine.h"
@@ -24,34 +25,33 @@ using testing::attachment;
 using testing::message;
 
 TEST(HTMLExporterHelpers, linkifyMakesSafeAnchorsOnlyForWebLinks) {
-    EXPECT_EQ(HTMLExporter::linkify("see https://ex.com/a?b=1&c=2."),
+    EXPECT_EQ(html::linkify("see https://ex.com/a?b=1&c=2."),
               "see <a href=\"https://ex.com/a?b=1&amp;c=2\" target=\"_blank\" "
               "rel=\"noopener\">https://ex.com/a?b=1&amp;c=2</a>.");
-    EXPECT_EQ(HTMLExporter::linkify("(www.ex.com)"),
+    EXPECT_EQ(html::linkify("(www.ex.com)"),
               "(<a href=\"https://www.ex.com\" target=\"_blank\" rel=\"noopener\">www.ex.com</a>)");
-    EXPECT_EQ(HTMLExporter::linkify("javascript:alert(1) <script>"),
-              "javascript:alert(1) &lt;script&gt;");
-    EXPECT_EQ(HTMLExporter::linkify("http://x\"onmouseover=alert(1)"),
+    EXPECT_EQ(html::linkify("javascript:alert(1) <script>"), "javascript:alert(1) &lt;script&gt;");
+    EXPECT_EQ(html::linkify("http://x\"onmouseover=alert(1)"),
               "<a href=\"http://x\" target=\"_blank\" rel=\"noopener\">http://x</a>&quot;"
               "onmouseover=alert(1)");
-    EXPECT_EQ(HTMLExporter::linkify("showhttp://x https://"), "showhttp://x https://");
+    EXPECT_EQ(html::linkify("showhttp://x https://"), "showhttp://x https://");
 }
 
 TEST(HTMLExporterHelpers, safeFileNameKeepsOnlyPlainCharacters) {
-    EXPECT_EQ(HTMLExporter::safeFileName("a/b c.jpg"), "a_b_c.jpg");
-    EXPECT_EQ(HTMLExporter::safeFileName("  Fötö\x01.heic "), "F_t__.heic");
-    EXPECT_EQ(HTMLExporter::safeFileName("../.."), ".._..");
-    EXPECT_EQ(HTMLExporter::safeFileName(" "), "file");
-    EXPECT_EQ(HTMLExporter::safeFileName(std::string(300, 'x')), std::string(120, 'x'));
+    EXPECT_EQ(html::safeFileName("a/b c.jpg"), "a_b_c.jpg");
+    EXPECT_EQ(html::safeFileName("  Fötö\x01.heic "), "F_t__.heic");
+    EXPECT_EQ(html::safeFileName("../.."), ".._..");
+    EXPECT_EQ(html::safeFileName(" "), "file");
+    EXPECT_EQ(html::safeFileName(std::string(300, 'x')), std::string(120, 'x'));
 }
 
 TEST(HTMLExporterHelpers, urlPathPercentEncodesAllButPlainPathCharacters) {
-    EXPECT_EQ(HTMLExporter::urlPath("attachments/1-a b#?é\".jpg"),
+    EXPECT_EQ(html::urlPath("attachments/1-a b#?é\".jpg"),
               "attachments/1-a%20b%23%3F%C3%A9%22.jpg");
 }
 
 TEST(HTMLExporterHelpers, fillReplacesEachPlaceholderOnceWithoutRescanning) {
-    EXPECT_EQ(HTMLExporter::fill("<t>{{A}}</t>{{B}}{{A}}{{C}}{", {{"A", "{{B}}"}, {"B", "b"}}),
+    EXPECT_EQ(html::fill("<t>{{A}}</t>{{B}}{{A}}{{C}}{", {{"A", "{{B}}"}, {"B", "b"}}),
               "<t>{{B}}</t>b{{B}}{{C}}{");
 }
 

@@ -4,9 +4,10 @@
 #include <future>
 #include <system_error>
 
-#include "export/HTMLExporter.h"
+#include "export/html/Markup.h"
 #include "support/Files.h"
 #include "support/Machine.h"
+#include "support/Sha256.h"
 #include "support/Text.h"
 
 namespace bc::html {
@@ -57,8 +58,8 @@ std::string displayName(const Attachment& a) {
 std::pair<std::string, std::string> hashBoth(const fs::path& source, const fs::path& copy,
                                              const CancelFlag& cancel) {
     auto sourceHash =
-        std::async(std::launch::async, [&] { return HTMLExporter::sha256(source, &cancel); });
-    std::string copyHash = HTMLExporter::sha256(copy, &cancel);  // the future waits if this throws
+        std::async(std::launch::async, [&] { return Sha256::hexOfFile(source, &cancel); });
+    std::string copyHash = Sha256::hexOfFile(copy, &cancel);  // the future waits if this throws
     return {sourceHash.get(), std::move(copyHash)};
 }
 
@@ -99,8 +100,8 @@ CopiedAttachment copyAttachment(const Attachment& attachment, int64_t messageID,
         result.rendered.kind = Kind::missing;
         return result;
     }
-    const std::string copyName = std::to_string(attachment.id) + "-" +
-                                 HTMLExporter::safeFileName(result.source.filename().string());
+    const std::string copyName =
+        std::to_string(attachment.id) + "-" + safeFileName(result.source.filename().string());
     const fs::path copy = folder / "attachments" / copyName;
     try {
         fs::remove(copy);

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "embedded/archiveTemplate.h"
+#include "export/html/Markup.h"
 #include "model/MessageNotes.h"
 #include "sources/CallHistory.h"
 #include "support/Calendar.h"
@@ -116,7 +117,7 @@ private:
     void writeUndated(std::ostream& out, size_t count) {
         if (count == 0) return;
         std::string section = "<section class=\"day\" id=\"d-undated\"><h2><span>" +
-                              HTMLExporter::escape(notes::undated) + "</span></h2>";
+                              escape(notes::undated) + "</span></h2>";
         for (const Message* m : std::span(c_.rows).first(count))
             writeRow(section, *m, std::nullopt);
         section += "</section>\n";
@@ -125,7 +126,7 @@ private:
 
     void openSection(std::string& section, const std::string& key, Date date) {
         section += "<section class=\"day\" id=\"d-" + key + "\"><h2><span>" +
-                   HTMLExporter::escape(dayHeading_.format(date)) + "</span></h2>";
+                   escape(dayHeading_.format(date)) + "</span></h2>";
     }
 
     // Only one day is held at a time: the page of a long conversation never sits in memory.
@@ -143,17 +144,17 @@ private:
             // Calls are not message records: no anchor that a message could collide with.
             out += m.call ? std::string("<div class=\"sys\">")
                           : "<div class=\"sys\" id=\"m" + std::to_string(m.id) + "\">";
-            out += HTMLExporter::escape(m.call ? CallHistory::summary(*m.call) : *m.systemNotice);
+            out += escape(m.call ? CallHistory::summary(*m.call) : *m.systemNotice);
             out += " <span class=\"id\">" + recordLabel(m) + "</span></div>";
             skipAttachments(m);
             return;
         }
         out += m.isFromMe ? "<div class=\"m me\" id=\"m" : "<div class=\"m them\" id=\"m";
         out += std::to_string(m.id) + "\"><div class=\"b\" title=\"" +
-               (time ? exactTime(*time) : HTMLExporter::escape(notes::undated)) + "\">";
+               (time ? exactTime(*time) : escape(notes::undated)) + "\">";
         writeReply(out, m);
         // dir="auto": a right-to-left text keeps its punctuation on its own side.
-        out += "<div class=\"text\" dir=\"auto\">" + HTMLExporter::linkify(bodyText(m)) + "</div>";
+        out += "<div class=\"text\" dir=\"auto\">" + linkify(bodyText(m)) + "</div>";
         const size_t firstAttachment = next_;
         for (const auto& a : m.attachments) {
             if (!a.isHidden) writeAttachment(out, c_.copies.at(next_++).rendered);
@@ -179,8 +180,8 @@ private:
             return;
         }
         const Message& t = *target->second.message;
-        const std::string who = HTMLExporter::escape(c_.nameFor(t.isFromMe, t.sender)) + " (“" +
-                                HTMLExporter::escape(excerpt(bodyText(t)));
+        const std::string who =
+            escape(c_.nameFor(t.isFromMe, t.sender)) + " (“" + escape(excerpt(bodyText(t)));
         if (target->second.inPage) {
             out += "<a class=\"reply\" href=\"#m" + std::to_string(t.id) + "\">↩︎ Reply to " +
                    who + "”)</a>";
@@ -191,9 +192,9 @@ private:
     }
 
     static void writeAttachment(std::string& out, const RenderedAttachment& a) {
-        const std::string name = HTMLExporter::escape(a.name);
-        const std::string original = HTMLExporter::urlPath(a.original);
-        const std::string display = HTMLExporter::urlPath(a.display);
+        const std::string name = escape(a.name);
+        const std::string original = urlPath(a.original);
+        const std::string display = urlPath(a.display);
         const std::string fileLink = "<a class=\"file-link\" href=\"" + original +
                                      "\" target=\"_blank\">" + name +
                                      ": converted preview shown; original file</a>";
@@ -235,8 +236,7 @@ private:
                        thisMachine + " but could not be copied (see attachments.csv)</div>";
                 break;
         }
-        if (a.problem)
-            out += "<div class=\"note\">⚠️ " + HTMLExporter::escape(*a.problem) + "</div>";
+        if (a.problem) out += "<div class=\"note\">⚠️ " + escape(*a.problem) + "</div>";
     }
 
     void writeNotes(std::string& out, const Message& m, size_t firstAttachment) {
@@ -245,20 +245,20 @@ private:
                 "<div class=\"note\">This message was unsent. Messages does not keep the "
                 "original content.</div>";
         if (const auto deleted = notes::recentlyDeleted(m))
-            out += "<div class=\"note\">" + HTMLExporter::escape(*deleted) + "</div>";
+            out += "<div class=\"note\">" + escape(*deleted) + "</div>";
         if (const auto app = notes::appLabel(m))
-            out += "<div class=\"note\">" + HTMLExporter::escape(*app) + "</div>";
+            out += "<div class=\"note\">" + escape(*app) + "</div>";
         for (const auto& part : m.recoveredParts) {
             out += "<div class=\"note\">" + notes::recoveredPart(part);
             if (part.deletedAt) out += " (deleted " + exactTime(clock_.at(*part.deletedAt)) + ")";
-            out += ": " + HTMLExporter::escape(part.text.value_or("(unreadable)")) + "</div>";
+            out += ": " + escape(part.text.value_or("(unreadable)")) + "</div>";
         }
         for (size_t i = firstAttachment; i < next_; ++i) {
             const CopiedAttachment& copy = c_.copies[i];
             const auto text = c_.machineText.find(copy.attachment.id);
             if (text == c_.machineText.end()) continue;
-            out += "<div class=\"note\">" + HTMLExporter::escape(text->second.label()) +
-                   HTMLExporter::escape(text->second.text) + "</div>";
+            out += "<div class=\"note\">" + escape(text->second.label()) +
+                   escape(text->second.text) + "</div>";
         }
     }
 
@@ -276,7 +276,7 @@ private:
             const std::string label =
                 i > 0 && i + 1 == versions.size() ? "Final" : notes::editVersion(i);
             out += "<li><b>" + label + "</b><div>" +
-                   (versions[i].text ? HTMLExporter::escape(*versions[i].text)
+                   (versions[i].text ? escape(*versions[i].text)
                                      : "<em>(version could not be read)</em>") +
                    "</div></li>";
         }
@@ -286,9 +286,9 @@ private:
     void writeMeta(std::string& out, const Message& m,
                    const std::optional<dates::CivilTime>& time) {
         out += "<div class=\"meta\">";
-        if (!m.isFromMe) out += HTMLExporter::escape(c_.nameFor(false, m.sender)) + " · ";
-        out += time ? clockTime(*time) : HTMLExporter::escape(notes::undated);
-        if (m.effect) out += " · Sent with " + HTMLExporter::escape(*m.effect) + " effect";
+        if (!m.isFromMe) out += escape(c_.nameFor(false, m.sender)) + " · ";
+        out += time ? clockTime(*time) : escape(notes::undated);
+        if (m.effect) out += " · Sent with " + escape(*m.effect) + " effect";
         if (m.dateDelivered) out += " · Delivered " + clockTime(clock_.at(*m.dateDelivered));
         if (m.dateRead) out += " · Read " + clockTime(clock_.at(*m.dateRead));
         if (m.isUnsent) out += " · Unsent";
@@ -310,9 +310,8 @@ private:
         for (const auto& [emoji, who] : groups) {
             std::string names;
             for (const auto& name : who) names += (names.empty() ? "" : ", ") + name;
-            out += "<span title=\"" + HTMLExporter::escape(names) + "\">" +
-                   HTMLExporter::escape(emoji) + "<small>" +
-                   HTMLExporter::escape(who.size() == 1 ? who[0] : std::to_string(who.size())) +
+            out += "<span title=\"" + escape(names) + "\">" + escape(emoji) + "<small>" +
+                   escape(who.size() == 1 ? who[0] : std::to_string(who.size())) +
                    "</small></span>";
         }
         out += "</div>";
@@ -371,7 +370,7 @@ std::string participants(const PageContent& c) {
            " people, as recorded by the source)";
 }
 
-std::string requestedRange(const HTMLExporter::Options& o) {
+std::string requestedRange(const ArchiveOptions& o) {
     if (!o.from && !o.to) return "Entire conversation";
     return (o.from ? longDate(*o.from) : "the first message") + " – " +
            (o.to ? longDate(*o.to) : "the last message") + " (inclusive)";
@@ -435,8 +434,7 @@ std::string about(const PageContent& c, const Counts& n) {
                        "checksums.txt lists the SHA-256 of every file in this folder.");
     std::string out = "<details class=\"about\"><summary>About this export</summary><dl>";
     for (const auto& [term, text] : items)
-        out += "<dt>" + HTMLExporter::escape(term) + "</dt><dd>" + HTMLExporter::escape(text) +
-               "</dd>";
+        out += "<dt>" + escape(term) + "</dt><dd>" + escape(text) + "</dd>";
     return out + "</dl></details>";
 }
 
@@ -447,12 +445,11 @@ void writePage(const PageContent& content, std::ostream& out) {
     const std::string_view page = embedded::archiveTemplate;
     const size_t body = page.find(bodyMark);
     const Counts counts = countsOf(content);
-    out << HTMLExporter::fill(page.substr(0, body),
-                              {{"TITLE", HTMLExporter::escape(content.options.title)},
-                               {"SUBTITLE", HTMLExporter::escape(subtitle(content, counts))},
-                               {"ABOUT", about(content, counts)}});
+    out << fill(page.substr(0, body), {{"TITLE", escape(content.options.title)},
+                                       {"SUBTITLE", escape(subtitle(content, counts))},
+                                       {"ABOUT", about(content, counts)}});
     const std::string days = BodyWriter(content).write(out);
-    out << HTMLExporter::fill(page.substr(body + bodyMark.size()), {{"DAYS", days}});
+    out << fill(page.substr(body + bodyMark.size()), {{"DAYS", days}});
 }
 
 }  // namespace bc::html

@@ -6,14 +6,15 @@
 #include <string_view>
 #include <vector>
 
-#include "export/HTMLExporter.h"
+#include "export/ManifestCsv.h"
+#include "export/html/ArchiveOptions.h"
 #include "export/html/Attachments.h"
 
 namespace bc::html {
 
 // Everything the page shows, gathered by the exporter.
 struct PageContent {
-    const HTMLExporter::Options& options;
+    const ArchiveOptions& options;
     const manifest::NameFor& nameFor;
     const manifest::MachineText& machineText;
     std::span<const Message> context;             // the whole transcript, for reply targets
