@@ -9,6 +9,7 @@
 #include "custody/CustodyLog.h"
 #include "custody/Preservation.h"
 #include "custody/SnapshotTaking.h"
+#include "demo/DemoData.h"
 #include "evidence/MachineText.h"
 #include "export/Exporter.h"
 #include "sources/CallHistory.h"
@@ -31,10 +32,13 @@ ProgressFn phasesTo(std::ostream& stream) {
     };
 }
 
-// Display names from the user's contacts; never in demo mode, whose people are fictional.
+// Display names from the user's contacts; in demo mode only from the sample's own card file, as
+// the window shows them, never from the user's.
 manifest::NameFor namesFor(bool demo, const MessageSource& source) {
     auto contacts = std::make_shared<ContactResolver>();
-    if (!demo) {
+    if (demo) {
+        contacts->load({.vCardFiles = {DemoData::contactsPath()}});
+    } else {
         auto sources = ContactResolver::defaultSources();
         if (const auto* backup = dynamic_cast<const IPhoneBackupMessages*>(&source);
             backup && backup->companions().contacts)

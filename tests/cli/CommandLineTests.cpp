@@ -371,6 +371,9 @@ TEST_F(CommandLine, DemoJobsLeaveTheUsersHomeAndDataAsTheyWere) {
         EXPECT_EQ(testing::folderState(dir_ / "home"), before) << command[2];
     }
     EXPECT_FALSE(custodyRecords(demoFolder() / "custody-log.jsonl").empty());
+    // Its people are named from the sample's own card file, as the window names them.
+    EXPECT_NE(files::readFile(dir_ / "html" / "messages.csv").find(",\"Sam Taylor\","),
+              std::string::npos);
 
     // The window, shown until its screenshots are taken, keeps its preferences in the demo folder.
     fs::create_directories(dir_ / "shots");
