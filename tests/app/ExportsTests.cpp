@@ -11,8 +11,10 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTest>
 #include <QTimer>
+#include <QUrl>
 
 #include "AppFixture.h"
 #include "app/custody/Snapshots.h"
@@ -258,7 +260,7 @@ TEST_F(ExportsTest, TheSheetsBaseNameFollowsTheChoicesAndItsRequestCarriesThem) 
     EXPECT_EQ(request.from, month.from);
     EXPECT_EQ(request.to, month.to);
 
-    ExportSheet sheet(request);
+    ExportSheet sheet(request, model->exports().saveFolder());
     auto* baseName = sheet.findChild<QLabel*>("baseName");
     auto* title = sheet.findChild<QLineEdit*>("title");
     auto* dpi = sheet.findChild<QComboBox*>("dpi");
@@ -371,6 +373,46 @@ TEST_F(ExportsTest, TheWindowsMenuOpensTheSheetAndExportsWhatItSays) {
     pressExport.stop();
     const auto line = finish(*model).toStdString();
     EXPECT_TRUE(line.ends_with(".pdf\u201D. Certificate saved and logged.")) << line;
+}
+
+TEST_F(ExportsTest, AFinishedExportOffersTheFolderThatHoldsItWhereTheSheetSaidItWouldGo) {
+    auto model = openOnSample();
+    MainWindow window(*model);
+    window.show();
+    std::vector<QUrl> opened;
+    auto dialogs = ExportDialogs::native(&window);
+    dialogs.showFolder = [&](const QUrl& folder) { opened.push_back(folder); };
+    model->exports().setDialogs(dialogs);
+    auto* showInFolder = window.findChild<QPushButton*>("showInFolder");
+    ASSERT_TRUE(showInFolder);
+    EXPECT_FALSE(showInFolder->isVisibleTo(&window)) << "nothing exported yet";
+
+    const auto request = made(*model, RangeExportFormat::pdf);
+    const ExportSheet sheet(request, model->exports().saveFolder());
+    EXPECT_EQ(sheet.findChild<QLabel*>("folder")->text().toStdString(), exported().string());
+    ASSERT_TRUE(model->exports().startExport(request));
+    EXPECT_FALSE(showInFolder->isVisibleTo(&window)) << "still running";
+    finish(*model);
+    ASSERT_TRUE(showInFolder->isVisibleTo(&window)) << model->statusText().toStdString();
+    showInFolder->click();
+    EXPECT_EQ(opened, std::vector<QUrl>{QUrl::fromLocalFile(QString::fromStdString(exported()))});
+
+    // A cancelled export saved nothing, so nothing is offered.
+    auto pages = made(*model, RangeExportFormat::jpg);
+    pages.settings.dpi = ExportSettings::printDPI;
+    ASSERT_TRUE(model->exports().startExport(pages));
+    model->exports().cancelExport();
+    EXPECT_EQ(finish(*model), Exports::cancelledText);
+    EXPECT_FALSE(showInFolder->isVisibleTo(&window));
+}
+
+TEST_F(ExportsTest, WithoutTheDemoFolderTheSavePanelStartsInDocuments) {
+    unsetenv("KESTROVE_DEMO_EXPORT_DIR");
+    auto model = openOnSample();
+    const auto documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    EXPECT_FALSE(documents.isEmpty());
+    EXPECT_EQ(model->exports().saveFolder(), documents);
+    EXPECT_NE(model->exports().saveFolder(), QDir::currentPath());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <QComboBox>
 #include <QDateEdit>
 #include <QDialogButtonBox>
+#include <QDir>
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -46,7 +47,7 @@ QDateEdit* dayEdit(const QDate& day, const QDate& first, const QDate& last, QWid
 
 }  // namespace
 
-ExportSheet::ExportSheet(ExportRequest request, QWidget* parent)
+ExportSheet::ExportSheet(ExportRequest request, const QString& folder, QWidget* parent)
     : QDialog(parent), request_(std::move(request)) {
     setWindowTitle("Export");
     // Wide enough for a conversation's name, service and count on one line.
@@ -74,6 +75,11 @@ ExportSheet::ExportSheet(ExportRequest request, QWidget* parent)
     baseName_->setWordWrap(true);
     baseName_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     form->addRow("Saved as:", baseName_);
+    auto* where = new QLabel(QDir::toNativeSeparators(folder), this);
+    where->setObjectName("folder");
+    where->setWordWrap(true);
+    where->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    form->addRow("In folder:", where);
 
     auto* buttons = new QDialogButtonBox(this);
     export_ = buttons->addButton("Export", QDialogButtonBox::AcceptRole);

@@ -15,15 +15,15 @@ class QPushButton;
 namespace bc::app {
 
 // Edits one export request: format, which of the person's conversations, the period, title,
-// paper and dpi, with the name the output will get. Accepting it starts nothing: the caller
-// hands `request()` to the export.
+// paper and dpi, with the name the output will get and the folder it goes to. Accepting it starts
+// nothing: the caller hands `request()` to the export.
 class ExportSheet : public QDialog {
     Q_OBJECT
 public:
     static constexpr const char* standardDPILabel = app::standardDPILabel;
     static constexpr const char* printDPILabel = app::printDPILabel;
 
-    explicit ExportSheet(ExportRequest request, QWidget* parent = nullptr);
+    ExportSheet(ExportRequest request, const QString& folder, QWidget* parent = nullptr);
 
     const ExportRequest& request() const { return request_; }
 

@@ -4,10 +4,12 @@
 #include <memory>
 #include <unordered_map>
 
+#include <QDesktopServices>
 #include <QDir>
 #include <QFileDialog>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QUrl>
 
 #include "app/shell/AppModel.h"
 #include "app/shell/Failures.h"
@@ -117,11 +119,25 @@ ExportDialogs ExportDialogs::native(QWidget* parent) {
                 if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
                     return std::nullopt;
                 return pathOf(dialog.selectedFiles().front());
-            }};
+            },
+            .showFolder = [](const QUrl& folder) { QDesktopServices::openUrl(folder); }};
 }
 
 Exports::Exports(AppModel& model)
     : model_(model), settings_(loadSettings()), dialogs_(ExportDialogs::native(nullptr)) {}
+
+QString Exports::saveFolder() const {
+    try {
+        if (const auto folder = model_.demoExportFolder()) return qs(folder->string());
+    } catch (const std::exception&) {
+        // The export itself reports the folder it cannot make.
+    }
+    return documentsFolder();
+}
+
+void Exports::showFinishedInFolder() const {
+    if (finished_) dialogs_.showFolder(QUrl::fromLocalFile(qs(finished_->folder.string())));
+}
 
 // ---- settings
 
@@ -141,7 +157,7 @@ void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPe
     const auto* conversation = model_.selectedConversation();
     const auto database = model_.source();
     if (!conversation || !database) {
-        emit statusReported("Choose a conversation to export.");
+        emit statusReported(chooseConversationText);
         return;
     }
     ExportRequest request{
@@ -190,10 +206,13 @@ bool Exports::startExport(const ExportRequest& request) {
     return runExport(request, request.baseName(), [](ExportJob job) { return job; });
 }
 
-void Exports::showExhibitBuilder() {
+ExhibitRequest Exports::exhibitRequest() const {
     const auto flagged = static_cast<int64_t>(model_.flaggedMessages().size());
-    emit exhibitRequested(
-        ExhibitRequest{.id = newUUID(), .settings = settings_, .flaggedCount = flagged});
+    return {.id = newUUID(), .settings = settings_, .flaggedCount = flagged};
+}
+
+void Exports::showExhibitBuilder() {
+    emit exhibitRequested(exhibitRequest());
 }
 
 void Exports::startExhibit(const ExhibitRequest& request) {
@@ -229,7 +248,7 @@ bool Exports::exportSearchResults(RangeExportFormat format) {
                                           progress)
                           .message);
         },
-        "Export failed, nothing was saved: ");
+        "Export failed, nothing was saved: ", destination->parent_path());
 }
 
 int64_t Exports::nextBatesNumber(const std::string& prefix) {
@@ -262,7 +281,7 @@ bool Exports::runExport(const ExportRequest& request, const std::string& baseNam
                                           progress)
                           .message);
         },
-        "Export failed, nothing was saved: ");
+        "Export failed, nothing was saved: ", destination->parent_path());
 }
 
 void Exports::cancelExport() {
@@ -340,7 +359,7 @@ bool Exports::exportSelected(ExportFormat format) {
             return "Exported " + qs(Exporter::countText(messages)) + " to " +
                    qs(file.filename().string());
         },
-        "Export failed: ");
+        "Export failed: ", file->parent_path());
 }
 
 bool Exports::exportAll(ExportFormat format) {
@@ -387,18 +406,20 @@ bool Exports::exportAll(ExportFormat format) {
                 text += ". " + number(failures.size()) + " failed: " + failures.join("; ");
             return text;
         },
-        "Export failed: ");
+        "Export failed: ", *folder);
 }
 
 bool Exports::runJob(const QString& preparing,
                      std::function<QString(const CancelFlag&, const ProgressFn&)> work,
-                     const QString& failurePrefix) {
+                     const QString& failurePrefix, fs::path resultFolder) {
     // Set before the runner announces the start, so the window sees an export running.
     exporting_ = true;
+    finished_.reset();
     exporting_ = model_.jobs().start(
         preparing, std::move(work),
-        [this](QString line) {
+        [this, resultFolder = std::move(resultFolder)](QString line) {
             exporting_ = false;
+            finished_ = Finished{line, resultFolder};
             return line;
         },
         [this, failurePrefix](std::exception_ptr error) {
