@@ -80,6 +80,10 @@ protected:
         return request.value_or(ExportRequest{});
     }
 
+    static ExportSheet::NameFor nameFor(const AppModel& model) {
+        return [&model](const std::string& handle) { return model.nameFor(handle); };
+    }
+
     static QString finish(AppModel& model) {
         EXPECT_TRUE(waitFor([&] { return !model.jobs().isRunning(); }));
         return model.statusText();
@@ -260,7 +264,7 @@ TEST_F(ExportsTest, TheSheetsBaseNameFollowsTheChoicesAndItsRequestCarriesThem) 
     EXPECT_EQ(request.from, month.from);
     EXPECT_EQ(request.to, month.to);
 
-    ExportSheet sheet(request, model->exports().saveFolder());
+    ExportSheet sheet(request, model->exports().saveFolder(), nameFor(*model));
     auto* baseName = sheet.findChild<QLabel*>("baseName");
     auto* title = sheet.findChild<QLineEdit*>("title");
     auto* dpi = sheet.findChild<QComboBox*>("dpi");
@@ -388,7 +392,7 @@ TEST_F(ExportsTest, AFinishedExportOffersTheFolderThatHoldsItWhereTheSheetSaidIt
     EXPECT_FALSE(showInFolder->isVisibleTo(&window)) << "nothing exported yet";
 
     const auto request = made(*model, RangeExportFormat::pdf);
-    const ExportSheet sheet(request, model->exports().saveFolder());
+    const ExportSheet sheet(request, model->exports().saveFolder(), nameFor(*model));
     EXPECT_EQ(sheet.findChild<QLabel*>("folder")->text().toStdString(), exported().string());
     ASSERT_TRUE(model->exports().startExport(request));
     EXPECT_FALSE(showInFolder->isVisibleTo(&window)) << "still running";
@@ -403,7 +407,8 @@ TEST_F(ExportsTest, AFinishedExportOffersTheFolderThatHoldsItWhereTheSheetSaidIt
     ASSERT_TRUE(model->exports().startExport(pages));
     model->exports().cancelExport();
     EXPECT_EQ(finish(*model), Exports::cancelledText);
-    EXPECT_FALSE(showInFolder->isVisibleTo(&window));
+    EXPECT_TRUE(
+        waitFor([&] { return !showInFolder->isVisibleTo(&window); }, std::chrono::seconds(2)));
 }
 
 TEST_F(ExportsTest, WithoutTheDemoFolderTheSavePanelStartsInDocuments) {
@@ -413,6 +418,22 @@ TEST_F(ExportsTest, WithoutTheDemoFolderTheSavePanelStartsInDocuments) {
     EXPECT_FALSE(documents.isEmpty());
     EXPECT_EQ(model->exports().saveFolder(), documents);
     EXPECT_NE(model->exports().saveFolder(), QDir::currentPath());
+}
+
+TEST_F(ExportsTest, ContactsReadAfterTheConversationOpenedNameItInTheSheet) {
+    auto model = openOnSample();
+    ASSERT_EQ(model->selectedConversation()->title, "sam.taylor@example.com");
+    // The sample's own contacts, as demo mode reads them once the window is up.
+    model->loadContacts();
+    ASSERT_TRUE(waitFor([&] { return model->nameFor("sam.taylor@example.com") == "Sam Taylor"; }));
+
+    const auto request = made(*model, RangeExportFormat::pdf);
+    EXPECT_EQ(request.title, "Sam Taylor");
+    const ExportSheet sheet(request, model->exports().saveFolder(), nameFor(*model));
+    const auto* sources = sheet.findChild<QListWidget*>("sources");
+    ASSERT_EQ(sources->count(), 1);
+    EXPECT_EQ(sources->item(0)->text().toStdString(),
+              "Sam Taylor · sam.taylor@example.com · iMessage · 21 messages");
 }
 
 }  // namespace

@@ -79,7 +79,10 @@ void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period) 
 void answerExportOptions(AppModel& model, QWidget* parent) {
     QObject::connect(&model.exports(), &Exports::optionsRequested, parent,
                      [&model, parent](const ExportRequest& request) {
-                         ExportSheet sheet(request, model.exports().saveFolder(), parent);
+                         ExportSheet sheet(
+                             request, model.exports().saveFolder(),
+                             [&model](const std::string& handle) { return model.nameFor(handle); },
+                             parent);
                          if (sheet.exec() == QDialog::Accepted)
                              model.exports().startExport(sheet.request());
                      });

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <string>
+
 #include <QDialog>
 
 #include "app/export/PagePickers.h"
@@ -23,13 +26,17 @@ public:
     static constexpr const char* standardDPILabel = app::standardDPILabel;
     static constexpr const char* printDPILabel = app::printDPILabel;
 
-    ExportSheet(ExportRequest request, const QString& folder, QWidget* parent = nullptr);
+    // The person's name for a handle, or the handle when Contacts has none.
+    using NameFor = std::function<std::string(const std::string& handle)>;
+
+    ExportSheet(ExportRequest request, const QString& folder, const NameFor& nameFor,
+                QWidget* parent = nullptr);
 
     const ExportRequest& request() const { return request_; }
 
 private:
     void addFormatPicker();
-    void addSources();
+    void addSources(const NameFor& nameFor);
     void addPeriod();
     void addPageChoices();
     // Takes a changed period: the timeline's name for it no longer applies.

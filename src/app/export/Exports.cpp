@@ -92,6 +92,10 @@ QString failureLine(std::exception_ptr error, const QString& prefix) {
     return isCancellation(error) ? QString(Exports::cancelledText) : prefix + qs(messageOf(error));
 }
 
+Exports::Ended endedBy(const ExportOutcome& outcome) {
+    return {qs(outcome.message), outcome.filesKept()};
+}
+
 // Save panels start in the user's Documents folder, never in the program's working folder.
 QString documentsFolder() {
     return QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
@@ -154,7 +158,9 @@ void Exports::saveSettings(const ExportSettings& settings) {
 
 void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPeriod>& period,
                           std::function<void(ExportRequest)> made) {
-    const auto* conversation = model_.selectedConversation();
+    // As listed now: its title follows Contacts once they have been read.
+    const auto index = model_.selectedIndex();
+    const auto* conversation = index ? &model_.conversations()[*index] : nullptr;
     const auto database = model_.source();
     if (!conversation || !database) {
         emit statusReported(chooseConversationText);
@@ -243,10 +249,8 @@ bool Exports::exportSearchResults(RangeExportFormat format) {
         "Exporting search results…",
         [database, context, job = std::move(job), destination = *destination](
             const CancelFlag& cancel, const ProgressFn& progress) {
-            return qs(ExportPipeline::run(job, destination,
-                                          withStoredMachineText(context, job.messages), cancel,
-                                          progress)
-                          .message);
+            return endedBy(ExportPipeline::run(
+                job, destination, withStoredMachineText(context, job.messages), cancel, progress));
         },
         "Export failed, nothing was saved: ", destination->parent_path());
 }
@@ -276,10 +280,8 @@ bool Exports::runExport(const ExportRequest& request, const std::string& baseNam
             auto job =
                 shape(ExportJob::make(request, readWithCalls(*database, request.chatIDs(), cancel),
                                       participants, database->sourceDescription()));
-            return qs(ExportPipeline::run(job, destination,
-                                          withStoredMachineText(context, job.messages), cancel,
-                                          progress)
-                          .message);
+            return endedBy(ExportPipeline::run(
+                job, destination, withStoredMachineText(context, job.messages), cancel, progress));
         },
         "Export failed, nothing was saved: ", destination->parent_path());
 }
@@ -356,8 +358,8 @@ bool Exports::exportSelected(ExportFormat format) {
             const auto bytes = Exporter::render(title, messages, format, senderName);
             cancel.check();
             files::writeFileAtomically(file, bytes);
-            return "Exported " + qs(Exporter::countText(messages)) + " to " +
-                   qs(file.filename().string());
+            return Ended{"Exported " + qs(Exporter::countText(messages)) + " to " +
+                         qs(file.filename().string())};
         },
         "Export failed: ", file->parent_path());
 }
@@ -397,30 +399,30 @@ bool Exports::exportAll(ExportFormat format) {
             }
             // Each file written is whole; those already there stay.
             if (cancel.isCancelled())
-                return "Export cancelled after " + number(exported) + " of " +
-                       counted(total, "conversation", "conversations") + "; those are in " +
-                       qs(folder.string()) + ".";
+                return Ended{"Export cancelled after " + number(exported) + " of " +
+                             counted(total, "conversation", "conversations") + "; those are in " +
+                             qs(folder.string()) + "."};
             QString text = "Exported " + counted(exported, "conversation", "conversations") +
                            " to " + qs(folder.string());
             if (!failures.isEmpty())
                 text += ". " + number(failures.size()) + " failed: " + failures.join("; ");
-            return text;
+            return Ended{text};
         },
         "Export failed: ", *folder);
 }
 
 bool Exports::runJob(const QString& preparing,
-                     std::function<QString(const CancelFlag&, const ProgressFn&)> work,
+                     std::function<Ended(const CancelFlag&, const ProgressFn&)> work,
                      const QString& failurePrefix, fs::path resultFolder) {
     // Set before the runner announces the start, so the window sees an export running.
     exporting_ = true;
     finished_.reset();
     exporting_ = model_.jobs().start(
         preparing, std::move(work),
-        [this, resultFolder = std::move(resultFolder)](QString line) {
+        [this, resultFolder = std::move(resultFolder)](const Ended& ended) {
             exporting_ = false;
-            finished_ = Finished{line, resultFolder};
-            return line;
+            if (ended.kept) finished_ = Finished{ended.line, resultFolder};
+            return ended.line;
         },
         [this, failurePrefix](std::exception_ptr error) {
             exporting_ = false;

@@ -90,6 +90,12 @@ public:
     // Opens the folder holding the last finished export.
     void showFinishedInFolder() const;
 
+    // The last line of an export's work, and whether the files it wrote are in place.
+    struct Ended {
+        QString line;
+        bool kept = true;
+    };
+
     // A fresh exhibit request over the flagged messages of the selected conversation.
     ExhibitRequest exhibitRequest() const;
     // That request, handed to the window through `exhibitRequested`.
@@ -126,9 +132,10 @@ private:
                                const std::optional<ExportPeriod>& period);
     // Runs `work` (giving the last line) on the job runner; a throw ends it with
     // `failurePrefix` + the error, or the cancelled line.
-    // `resultFolder` holds what the work writes; it is offered once the work ends.
+    // `resultFolder` holds what the work writes; it is offered once the work ends with its files
+    // in place.
     bool runJob(const QString& preparing,
-                std::function<QString(const CancelFlag&, const ProgressFn&)> work,
+                std::function<Ended(const CancelFlag&, const ProgressFn&)> work,
                 const QString& failurePrefix, std::filesystem::path resultFolder);
     // What `choose` gives; a failure (the demo folder cannot be made) is reported, giving nothing.
     std::optional<std::filesystem::path> askWhere(

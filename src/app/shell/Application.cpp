@@ -99,13 +99,16 @@ std::vector<Shot> readmeShots(AppModel& model, MainWindow& window) {
         {"main-window.png", [&window](auto take) { take(window); }},
         {"export-sheet.png",
          [&model, &window](auto take) {
-             model.exports().makeRequest(RangeExportFormat::pdf, std::nullopt,
-                                         [&model, &window, take](const ExportRequest& request) {
-                                             auto* sheet = new ExportSheet(
-                                                 request, model.exports().saveFolder(), &window);
-                                             sheet->adjustSize();
-                                             take(*sheet);
-                                         });
+             model.exports().makeRequest(
+                 RangeExportFormat::pdf, std::nullopt,
+                 [&model, &window, take](const ExportRequest& request) {
+                     auto* sheet = new ExportSheet(
+                         request, model.exports().saveFolder(),
+                         [&model](const std::string& handle) { return model.nameFor(handle); },
+                         &window);
+                     sheet->adjustSize();
+                     take(*sheet);
+                 });
          }},
         {"evidence-tab.png",
          [&model, &window](auto take) {
