@@ -158,16 +158,17 @@ void Exports::saveSettings(const ExportSettings& settings) {
 
 void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPeriod>& period,
                           std::function<void(ExportRequest)> made) {
-    // As listed now: its title follows Contacts once they have been read.
-    const auto index = model_.selectedIndex();
-    const auto* conversation = index ? &model_.conversations()[*index] : nullptr;
+    const auto* conversation = model_.selectedConversation();
     const auto database = model_.source();
     if (!conversation || !database) {
         emit statusReported(chooseConversationText);
         return;
     }
-    ExportRequest request{
-        .id = newUUID(), .format = format, .settings = settings_, .title = conversation->title};
+    // The title as listed now, named by Contacts once they have been read.
+    ExportRequest request{.id = newUUID(),
+                          .format = format,
+                          .settings = settings_,
+                          .title = model_.chatTitle(conversation->chatIDs.front())};
     for (const auto id : conversation->chatIDs) {
         const auto& chats = model_.chats();
         const auto chat = std::find_if(chats.begin(), chats.end(),
