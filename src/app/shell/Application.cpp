@@ -73,7 +73,7 @@ struct Shot {
 
 // Takes each shot in turn, once what it started reading has had time to arrive, then ends the
 // program: 0 when every picture was saved.
-void takeShots(std::shared_ptr<std::vector<Shot>> shots, size_t next, const QDir& folder,
+void takeShots(const std::shared_ptr<std::vector<Shot>>& shots, size_t next, const QDir& folder,
                QWidget& window) {
     if (next == shots->size()) return QCoreApplication::exit(0);
     (*shots)[next].ready([shots, next, folder, &window](QWidget& widget) {
@@ -86,7 +86,7 @@ void takeShots(std::shared_ptr<std::vector<Shot>> shots, size_t next, const QDir
 }
 
 // Shows a window of its own beside the main one.
-void showBeside(QWidget& widget, std::function<void(QWidget&)> take) {
+void showBeside(QWidget& widget, const std::function<void(QWidget&)>& take) {
     widget.show();
     widget.raise();
     take(widget);
