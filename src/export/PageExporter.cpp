@@ -10,6 +10,7 @@
 #include <cmath>
 
 #include "export/pages/Document.h"
+#include "export/pages/LayoutProgress.h"
 #include "model/MessageNotes.h"
 #include "support/DateFormat.h"
 #include "support/Files.h"
@@ -78,7 +79,7 @@ private:
 
 void report(const ProgressFn& progress, const char* action, size_t page, size_t total) {
     if (progress)
-        progress(std::string(action) + std::to_string(page + 1) + " of " + std::to_string(total));
+        progress(std::string(action) + pages::grouped(page + 1) + " of " + pages::grouped(total));
 }
 
 // "page-07.jpg": numbers padded to the width of the last, so names sort in page order.
@@ -103,10 +104,10 @@ struct PageExporter::Impl {
 
     // Measuring a long conversation takes a while before the first page can be drawn.
     pages::Document layout(const ProgressFn& progress) const {
-        if (progress) progress("Laying out pages…");
+        if (progress) progress(pages::LayoutProgress::starting);
         return pages::Document({messages, originals, header, options, nameFor, pointSize(paper),
                                 sourceLabel, renderedAt},
-                               cancel);
+                               cancel, progress);
     }
 
     // A redacted exhibit must not name a redacted person anywhere on its pages: not in a sender

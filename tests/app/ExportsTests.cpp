@@ -11,8 +11,10 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTest>
 #include <QTimer>
+#include <QUrl>
 
 #include "AppFixture.h"
 #include "app/custody/Snapshots.h"
@@ -76,6 +78,10 @@ protected:
         EXPECT_TRUE(waitFor([&] { return request.has_value(); }))
             << model.statusText().toStdString();
         return request.value_or(ExportRequest{});
+    }
+
+    static ExportSheet::NameFor nameFor(const AppModel& model) {
+        return [&model](const std::string& handle) { return model.nameFor(handle); };
     }
 
     static QString finish(AppModel& model) {
@@ -258,7 +264,7 @@ TEST_F(ExportsTest, TheSheetsBaseNameFollowsTheChoicesAndItsRequestCarriesThem) 
     EXPECT_EQ(request.from, month.from);
     EXPECT_EQ(request.to, month.to);
 
-    ExportSheet sheet(request);
+    ExportSheet sheet(request, model->exports().saveFolder(), nameFor(*model));
     auto* baseName = sheet.findChild<QLabel*>("baseName");
     auto* title = sheet.findChild<QLineEdit*>("title");
     auto* dpi = sheet.findChild<QComboBox*>("dpi");
@@ -371,6 +377,63 @@ TEST_F(ExportsTest, TheWindowsMenuOpensTheSheetAndExportsWhatItSays) {
     pressExport.stop();
     const auto line = finish(*model).toStdString();
     EXPECT_TRUE(line.ends_with(".pdf\u201D. Certificate saved and logged.")) << line;
+}
+
+TEST_F(ExportsTest, AFinishedExportOffersTheFolderThatHoldsItWhereTheSheetSaidItWouldGo) {
+    auto model = openOnSample();
+    MainWindow window(*model);
+    window.show();
+    std::vector<QUrl> opened;
+    auto dialogs = ExportDialogs::native(&window);
+    dialogs.showFolder = [&](const QUrl& folder) { opened.push_back(folder); };
+    model->exports().setDialogs(dialogs);
+    auto* showInFolder = window.findChild<QPushButton*>("showInFolder");
+    ASSERT_TRUE(showInFolder);
+    EXPECT_FALSE(showInFolder->isVisibleTo(&window)) << "nothing exported yet";
+
+    const auto request = made(*model, RangeExportFormat::pdf);
+    const ExportSheet sheet(request, model->exports().saveFolder(), nameFor(*model));
+    EXPECT_EQ(sheet.findChild<QLabel*>("folder")->text().toStdString(), exported().string());
+    ASSERT_TRUE(model->exports().startExport(request));
+    EXPECT_FALSE(showInFolder->isVisibleTo(&window)) << "still running";
+    finish(*model);
+    ASSERT_TRUE(showInFolder->isVisibleTo(&window)) << model->statusText().toStdString();
+    showInFolder->click();
+    EXPECT_EQ(opened, std::vector<QUrl>{QUrl::fromLocalFile(QString::fromStdString(exported()))});
+
+    // A cancelled export saved nothing, so nothing is offered.
+    auto pages = made(*model, RangeExportFormat::jpg);
+    pages.settings.dpi = ExportSettings::printDPI;
+    ASSERT_TRUE(model->exports().startExport(pages));
+    model->exports().cancelExport();
+    EXPECT_EQ(finish(*model), Exports::cancelledText);
+    EXPECT_TRUE(
+        waitFor([&] { return !showInFolder->isVisibleTo(&window); }, std::chrono::seconds(2)));
+}
+
+TEST_F(ExportsTest, WithoutTheDemoFolderTheSavePanelStartsInDocuments) {
+    unsetenv("KESTROVE_DEMO_EXPORT_DIR");
+    auto model = openOnSample();
+    const auto documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    EXPECT_FALSE(documents.isEmpty());
+    EXPECT_EQ(model->exports().saveFolder(), documents);
+    EXPECT_NE(model->exports().saveFolder(), QDir::currentPath());
+}
+
+TEST_F(ExportsTest, ContactsReadAfterTheConversationOpenedNameItInTheSheet) {
+    auto model = openOnSample();
+    ASSERT_EQ(model->selectedConversation()->title, "sam.taylor@example.com");
+    // The sample's own contacts, as demo mode reads them once the window is up.
+    model->loadContacts();
+    ASSERT_TRUE(waitFor([&] { return model->nameFor("sam.taylor@example.com") == "Sam Taylor"; }));
+
+    const auto request = made(*model, RangeExportFormat::pdf);
+    EXPECT_EQ(request.title, "Sam Taylor");
+    const ExportSheet sheet(request, model->exports().saveFolder(), nameFor(*model));
+    const auto* sources = sheet.findChild<QListWidget*>("sources");
+    ASSERT_EQ(sources->count(), 1);
+    EXPECT_EQ(sources->item(0)->text().toStdString(),
+              "Sam Taylor · sam.taylor@example.com · iMessage · 21 messages");
 }
 
 }  // namespace

@@ -165,8 +165,11 @@ TEST_F(SnapshotsTest, ASnapshotOpensAsTheSourceAndCannotBeSnapshotted) {
     auto* trash = window.findChild<QPushButton*>("trashSnapshot");
     ASSERT_TRUE(trash);
     EXPECT_FALSE(trash->isEnabled());
-    EXPECT_TRUE(trash->toolTip().contains("it is the open source"))
-        << trash->toolTip().toStdString();
+    EXPECT_EQ(trash->toolTip(), Snapshots::openSnapshotText);
+    EXPECT_EQ(trash->statusTip(), Snapshots::openSnapshotText);
+    model->snapshots().moveToTrash(snapshot);
+    EXPECT_EQ(model->statusText(), "Couldn't move " + QString::fromStdString(snapshot.id) +
+                                       " to the Trash. " + Snapshots::openSnapshotText);
 }
 
 TEST_F(SnapshotsTest, WithNoMessagesDatabaseTheRefusalSaysWhereItLooked) {
@@ -175,9 +178,21 @@ TEST_F(SnapshotsTest, WithNoMessagesDatabaseTheRefusalSaysWhereItLooked) {
     model.openLive();
     ASSERT_TRUE(waitFor([&] { return model.state() != AppModel::State::loading; }));
     EXPECT_FALSE(model.snapshots().take());
-    EXPECT_EQ(model.statusText(), "Couldn't take a snapshot: no Messages database was found at " +
-                                      QString::fromStdString(database().string()) + ".");
+    const QString refusal = "Couldn't take a snapshot: no Messages database was found at " +
+                            QString::fromStdString(database().string()) + ".";
+    EXPECT_EQ(model.statusText(), refusal);
     EXPECT_FALSE(model.jobs().isRunning());
+
+    // The window's buttons say the same before they are pressed.
+    const SnapshotsWindow window(model);
+    const auto tip = [&](const char* label) {
+        for (const auto* button : window.findChildren<QPushButton*>())
+            if (button->text() == label && !button->isEnabled()) return button->toolTip();
+        return QString("(enabled)");
+    };
+    EXPECT_EQ(tip("Take Snapshot"), refusal);
+    EXPECT_EQ(tip("Verify"), Snapshots::chooseSnapshotText);
+    EXPECT_EQ(tip("Open as Source"), Snapshots::chooseSnapshotText);
 }
 
 TEST_F(SnapshotsTest, ACancelledSnapshotLeavesNothingAndAFailedLogKeepsTheSnapshot) {

@@ -150,6 +150,15 @@ TEST_F(WhatsAppSourcesTest, AnImportVerifiesAndGoesToTheTrashOnlyWhenNotOpen) {
                                           std::to_string(info.files.size()) +
                                           " files match their SHA-256.");
 
+    // Its entry under the Trash says why it is disabled before anything is confirmed.
+    auto* trashMenu = window_->findChild<QMenu*>("trashImport");
+    ASSERT_TRUE(trashMenu);
+    emit trashMenu->aboutToShow();
+    ASSERT_EQ(trashMenu->actions().size(), 1);
+    const QAction* entry = trashMenu->actions().front();
+    EXPECT_FALSE(entry->isEnabled());
+    EXPECT_EQ(entry->toolTip(), "Close this import first: it is the open source.");
+    EXPECT_EQ(entry->statusTip(), entry->toolTip());
     EXPECT_FALSE(model_->whatsApp().moveToTrash(info));
     EXPECT_TRUE(
         model_->statusText().endsWith("it is the open source. Switch to another source "
@@ -187,6 +196,7 @@ TEST_F(WhatsAppSourcesTest, WhatsAppForMacIsOfferedOnlyWhenItsDatabaseExists) {
     emit menu->aboutToShow();
     ASSERT_TRUE(seal());
     EXPECT_FALSE(seal()->isEnabled());
+    EXPECT_EQ(seal()->toolTip(), "WhatsApp for Mac's database is not on this computer.");
     EXPECT_EQ(picker().findText(SourceSwitcher::whatsAppMacText), -1);
 
     fs::create_directories(WhatsAppDatabase::macContainer());
@@ -197,6 +207,7 @@ TEST_F(WhatsAppSourcesTest, WhatsAppForMacIsOfferedOnlyWhenItsDatabaseExists) {
         "VALUES (1, 1, 0, 700000000, 'from the Mac');");
     emit menu->aboutToShow();
     EXPECT_TRUE(seal()->isEnabled());
+    EXPECT_EQ(seal()->toolTip(), seal()->text()) << "enabled, its own tip is back";
     seal()->trigger();
     EXPECT_EQ(finish(), WhatsAppSources::sealedMacText);
     waitForOpen(AppModel::SourceKind::import);

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include "PagesTesting.h"
+#include "export/pages/LayoutProgress.h"
 #include "export/pages/Paginator.h"
 #include "export/pages/Rows.h"
 #include "export/pages/Text.h"
+#include "support/DateFormat.h"
 
 namespace bc::pages {
 namespace {
@@ -125,6 +127,24 @@ TEST(PagesText, LongTextsAreCutIntoPiecesPangoCanMeasure) {
     EXPECT_GT(chunks.size(), 25u);
     EXPECT_EQ(total + chunks.size() - 1, big.size()) << "only the line ends cut at are dropped";
     EXPECT_GT(newlines, chunks.size());
+}
+
+TEST(PagesLayoutProgress, CountsInTheLocalesGroupingAgainstAnEstimateNeverBelowTheCount) {
+    std::vector<std::string> lines;
+    const LayoutProgress progress([&](const std::string& line) { lines.push_back(line); }, 100'000);
+    progress.pagesFilled(1'200, 46'000);
+    progress.pagesFilled(2'000, 99'000);
+    // The share of rows alone would promise no more than is done; the open page still counts.
+    progress.pagesFilled(3'000, 100'000);
+    EXPECT_EQ(lines, (std::vector<std::string>{"Laying out pages… 1,200 of about 2,609",
+                                               "Laying out pages… 2,000 of about 2,020",
+                                               "Laying out pages… 3,000 of about 3,001"}));
+
+    const std::string before = dates::currentLocale();
+    dates::setCurrentLocale("de_DE");
+    EXPECT_EQ(grouped(2'600), "2.600");
+    dates::setCurrentLocale(before);
+    EXPECT_EQ(grouped(999), "999");
 }
 
 }  // namespace

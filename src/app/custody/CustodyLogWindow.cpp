@@ -141,7 +141,9 @@ void CustodyLogWindow::showRecords() {
     }
     const QString count = QString::number(records_.size()) +
                           (records_.size() == 1 ? " custody record" : " custody records");
-    heading_->setText(count + (every ? QString() : " for " + qs(conversation->title)) + " in " +
+    // The title as listed now, named by Contacts once they have been read.
+    const auto title = every ? QString() : qs(model_.chatTitle(conversation->chatIDs.front()));
+    heading_->setText(count + (every ? QString() : " for " + title) + " in " +
                       qs(CustodyLog::url().string()));
     for (const auto& record : records_) {
         auto* item = new QTreeWidgetItem(list_);

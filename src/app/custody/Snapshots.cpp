@@ -145,13 +145,12 @@ std::optional<QString> Snapshots::whyNotTrash(const SnapshotInfo& snapshot) cons
     const auto& open = model_.sourceChoice().snapshot;
     if (model_.sourceKind() != AppModel::SourceKind::snapshot || !open || open->id != snapshot.id)
         return std::nullopt;
-    return "Couldn't move " + qs(snapshot.id) +
-           " to the Trash: it is the open source. Switch to Live Messages first.";
+    return QString(openSnapshotText);
 }
 
 bool Snapshots::moveToTrash(const SnapshotInfo& snapshot) {
     if (const auto reason = whyNotTrash(snapshot)) {
-        emit statusReported(*reason);
+        emit statusReported("Couldn't move " + qs(snapshot.id) + " to the Trash. " + *reason);
         return false;
     }
     if (refuseWhileBusy()) return false;

@@ -32,6 +32,9 @@ public:
     static constexpr const char* allConversations = "All conversations";
     static constexpr const char* trashQuestion = "Move this snapshot to the Trash?";
     static constexpr const char* trashButton = "Unlock and Move to Trash";
+    static constexpr const char* openSnapshotText =
+        "Close this snapshot first: it is the open source.";
+    static constexpr const char* chooseSnapshotText = "Choose a snapshot in the list first.";
     static QString trashExplanation(const SnapshotInfo& snapshot);
 
     explicit Snapshots(AppModel& model);

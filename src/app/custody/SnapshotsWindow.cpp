@@ -11,6 +11,7 @@
 
 #include "app/custody/Snapshots.h"
 #include "app/shell/AppModel.h"
+#include "app/shell/Availability.h"
 #include "app/shell/QtText.h"
 #include "support/DateFormat.h"
 #include "support/Machine.h"
@@ -120,13 +121,14 @@ void SnapshotsWindow::showState() {
     verdict_->setVisible(verdict.has_value());
     const bool failed = verdict && verdict->startsWith("WARNING: ");
     verdict_->setStyleSheet(failed ? "QLabel { color: #b00020; font-weight: bold; }" : QString());
-    take_->setEnabled(!whyNot && !busy);
-    verify_->setEnabled(chosen && !busy);
-    open_->setEnabled(chosen);
+    const auto unchosen = reasonIf(!chosen, Snapshots::chooseSnapshotText);
+    const auto running = reasonIf(busy, Jobs::busyText);
+    setAvailable(*take_, firstReason({whyNot, running}));
+    setAvailable(*verify_, firstReason({unchosen, running}));
+    setAvailable(*open_, unchosen);
     // An entry that cannot act says why beside it, before anything is confirmed.
     const auto whyNotTrash = chosen ? model_.snapshots().whyNotTrash(*selected()) : std::nullopt;
-    trash_->setEnabled(chosen && !busy && !whyNotTrash);
-    trash_->setToolTip(whyNotTrash.value_or(QString()));
+    setAvailable(*trash_, firstReason({unchosen, whyNotTrash, running}));
     QString note = whyNotTrash.value_or(whyNot.value_or(QString()));
     if (model_.snapshots().list().empty())
         note = (note.isEmpty() ? QString() : note + "\n") + "No snapshots yet.";

@@ -6,6 +6,7 @@
 #include "app/export/ExhibitSheet.h"
 #include "app/export/ExportSheet.h"
 #include "app/shell/AppModel.h"
+#include "app/shell/Availability.h"
 #include "app/shell/QtText.h"
 
 namespace bc::app {
@@ -21,53 +22,67 @@ QString shortName(RangeExportFormat format) {
 QMenu* makeExportMenu(AppModel& model, QWidget* parent) {
     auto* menu = new QMenu("Export", parent);
     menu->setObjectName("exportMenu");
+    menu->setToolTipsVisible(true);
     auto& exports = model.exports();
+    // Entries about the selected conversation, and the rest.
+    QList<QAction*> ofConversation, others;
     for (const auto format : rangeExportFormat::allCases)
-        menu->addAction(shortName(format) + "…", menu,
-                        [&exports, format] { exports.showExportOptions(format, std::nullopt); });
+        ofConversation << menu->addAction(shortName(format) + "…", menu, [&exports, format] {
+            exports.showExportOptions(format, std::nullopt);
+        });
     menu->addSeparator();
     for (const auto format : allExportFormats)
-        menu->addAction("Conversation as " + qs(displayName(format)) + "…", menu,
-                        [&exports, format] { exports.exportSelected(format); });
+        ofConversation << menu->addAction("Conversation as " + qs(displayName(format)) + "…", menu,
+                                          [&exports, format] { exports.exportSelected(format); });
     menu->addSeparator();
     for (const auto format : allExportFormats)
-        menu->addAction("Every Conversation as " + qs(displayName(format)), menu,
-                        [&exports, format] { exports.exportAll(format); });
+        others << menu->addAction("Every Conversation as " + qs(displayName(format)), menu,
+                                  [&exports, format] { exports.exportAll(format); });
     menu->addSeparator();
     auto& counsel = model.counsel();
-    menu->addAction("Draft Statement for Counsel…", menu, [&counsel] { counsel.draftStatement(); });
-    menu->addAction("Encrypted Bundle for Counsel…", &counsel, &Counsel::showBundleSheet);
+    others << menu->addAction("Draft Statement for Counsel…", menu,
+                              [&counsel] { counsel.draftStatement(); });
+    others << menu->addAction("Encrypted Bundle for Counsel…", &counsel, &Counsel::showBundleSheet);
     menu->addSeparator();
     auto* cancel = menu->addAction("Cancel Export", menu, [&exports] { exports.cancelExport(); });
-    QObject::connect(&model.jobs(), &Jobs::changed, menu, [menu, cancel, &model] {
-        for (auto* action : menu->actions())
-            if (!action->isSeparator()) action->setEnabled(!model.jobs().isRunning());
-        cancel->setEnabled(model.exports().isExporting());
-    });
-    cancel->setEnabled(false);
+    const auto refresh = [ofConversation, others, cancel, &model] {
+        const auto running = reasonIf(model.jobs().isRunning(), Jobs::busyText);
+        const auto unchosen =
+            reasonIf(!model.selectedConversation(), Exports::chooseConversationText);
+        for (auto* action : ofConversation) setAvailable(*action, firstReason({running, unchosen}));
+        for (auto* action : others) setAvailable(*action, running);
+        setAvailable(*cancel, reasonIf(!model.exports().isExporting(), "No export is running."));
+    };
+    QObject::connect(&model.jobs(), &Jobs::changed, menu, refresh);
+    QObject::connect(menu, &QMenu::aboutToShow, menu, refresh);
+    refresh();
     return menu;
 }
 
 void addPeriodExports(QMenu& menu, AppModel& model, const ExportPeriod& period) {
     auto& exports = model.exports();
-    const bool idle = !model.jobs().isRunning();
+    menu.setToolTipsVisible(true);
+    const auto running = reasonIf(model.jobs().isRunning(), Jobs::busyText);
     const QString named = "Export " + qs(period.label);
     for (const auto format : rangeExportFormat::allCases) {
         auto* quick =
             menu.addAction(named + " as " + shortName(format), &menu,
                            [&exports, period, format] { exports.quickExport(period, format); });
-        quick->setEnabled(idle);
+        setAvailable(*quick, running);
     }
     auto* options = menu.addAction(named + " with Options…", &menu, [&exports, period] {
         exports.showExportOptions(RangeExportFormat::pdf, period);
     });
-    options->setEnabled(idle);
+    setAvailable(*options, running);
 }
 
 void answerExportOptions(AppModel& model, QWidget* parent) {
     QObject::connect(&model.exports(), &Exports::optionsRequested, parent,
                      [&model, parent](const ExportRequest& request) {
-                         ExportSheet sheet(request, parent);
+                         ExportSheet sheet(
+                             request, model.exports().saveFolder(),
+                             [&model](const std::string& handle) { return model.nameFor(handle); },
+                             parent);
                          if (sheet.exec() == QDialog::Accepted)
                              model.exports().startExport(sheet.request());
                      });

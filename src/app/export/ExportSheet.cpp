@@ -6,6 +6,7 @@
 #include <QComboBox>
 #include <QDateEdit>
 #include <QDialogButtonBox>
+#include <QDir>
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -30,10 +31,19 @@ Date startOf(const QDate& day) {
     return Calendar().parseDay(day.toString(Qt::ISODate).toStdString()).value_or(Date{});
 }
 
-QString chatLabel(const Chat& chat) {
-    const auto& name = chat.displayName.empty() ? chat.identifier : chat.displayName;
-    return qs(name) + " · " + qs(chat.service) + " · " +
-           counted(chat.messageCount, "message", "messages");
+// The people's names first, then the chat's own address, which tells the same person's chats
+// apart.
+QString chatLabel(const Chat& chat, const ExportSheet::NameFor& nameFor) {
+    QStringList names;
+    if (!chat.displayName.empty()) {
+        names << qs(chat.displayName);
+    } else {
+        for (const auto& handle : chat.participants)
+            if (auto name = nameFor(handle); name != handle) names << qs(name);
+    }
+    names << qs(chat.identifier) << qs(chat.service)
+          << counted(chat.messageCount, "message", "messages");
+    return names.join(" · ");
 }
 
 QDateEdit* dayEdit(const QDate& day, const QDate& first, const QDate& last, QWidget* parent) {
@@ -46,14 +56,15 @@ QDateEdit* dayEdit(const QDate& day, const QDate& first, const QDate& last, QWid
 
 }  // namespace
 
-ExportSheet::ExportSheet(ExportRequest request, QWidget* parent)
+ExportSheet::ExportSheet(ExportRequest request, const QString& folder, const NameFor& nameFor,
+                         QWidget* parent)
     : QDialog(parent), request_(std::move(request)) {
     setWindowTitle("Export");
     // Wide enough for a conversation's name, service and count on one line.
     setMinimumWidth(560);
     auto* form = new QFormLayout(this);
     addFormatPicker();
-    addSources();
+    addSources(nameFor);
     title_ = new QLineEdit(qs(request_.title), this);
     title_->setObjectName("title");
     connect(title_, &QLineEdit::textEdited, this, [this](const QString& text) {
@@ -74,6 +85,11 @@ ExportSheet::ExportSheet(ExportRequest request, QWidget* parent)
     baseName_->setWordWrap(true);
     baseName_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     form->addRow("Saved as:", baseName_);
+    auto* where = new QLabel(QDir::toNativeSeparators(folder), this);
+    where->setObjectName("folder");
+    where->setWordWrap(true);
+    where->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    form->addRow("In folder:", where);
 
     auto* buttons = new QDialogButtonBox(this);
     export_ = buttons->addButton("Export", QDialogButtonBox::AcceptRole);
@@ -100,12 +116,12 @@ void ExportSheet::addFormatPicker() {
     });
 }
 
-void ExportSheet::addSources() {
+void ExportSheet::addSources(const NameFor& nameFor) {
     sources_ = new QListWidget(this);
     sources_->setObjectName("sources");
     sources_->setMaximumHeight(110);
     for (const auto& source : request_.sources) {
-        auto* item = new QListWidgetItem(chatLabel(source.chat), sources_);
+        auto* item = new QListWidgetItem(chatLabel(source.chat, nameFor), sources_);
         item->setFlags(Qt::ItemIsUserCheckable | Qt::ItemIsEnabled);
         item->setCheckState(source.included ? Qt::Checked : Qt::Unchecked);
     }

@@ -4,10 +4,12 @@
 #include <memory>
 #include <unordered_map>
 
+#include <QDesktopServices>
 #include <QDir>
 #include <QFileDialog>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QUrl>
 
 #include "app/shell/AppModel.h"
 #include "app/shell/Failures.h"
@@ -90,6 +92,10 @@ QString failureLine(std::exception_ptr error, const QString& prefix) {
     return isCancellation(error) ? QString(Exports::cancelledText) : prefix + qs(messageOf(error));
 }
 
+Exports::Ended endedBy(const ExportOutcome& outcome) {
+    return {qs(outcome.message), outcome.filesKept()};
+}
+
 // Save panels start in the user's Documents folder, never in the program's working folder.
 QString documentsFolder() {
     return QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
@@ -117,11 +123,25 @@ ExportDialogs ExportDialogs::native(QWidget* parent) {
                 if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
                     return std::nullopt;
                 return pathOf(dialog.selectedFiles().front());
-            }};
+            },
+            .showFolder = [](const QUrl& folder) { QDesktopServices::openUrl(folder); }};
 }
 
 Exports::Exports(AppModel& model)
     : model_(model), settings_(loadSettings()), dialogs_(ExportDialogs::native(nullptr)) {}
+
+QString Exports::saveFolder() const {
+    try {
+        if (const auto folder = model_.demoExportFolder()) return qs(folder->string());
+    } catch (const std::exception&) {
+        // The export itself reports the folder it cannot make.
+    }
+    return documentsFolder();
+}
+
+void Exports::showFinishedInFolder() const {
+    if (finished_) dialogs_.showFolder(QUrl::fromLocalFile(qs(finished_->folder.string())));
+}
 
 // ---- settings
 
@@ -141,11 +161,14 @@ void Exports::makeRequest(RangeExportFormat format, const std::optional<ExportPe
     const auto* conversation = model_.selectedConversation();
     const auto database = model_.source();
     if (!conversation || !database) {
-        emit statusReported("Choose a conversation to export.");
+        emit statusReported(chooseConversationText);
         return;
     }
-    ExportRequest request{
-        .id = newUUID(), .format = format, .settings = settings_, .title = conversation->title};
+    // The title as listed now, named by Contacts once they have been read.
+    ExportRequest request{.id = newUUID(),
+                          .format = format,
+                          .settings = settings_,
+                          .title = model_.chatTitle(conversation->chatIDs.front())};
     for (const auto id : conversation->chatIDs) {
         const auto& chats = model_.chats();
         const auto chat = std::find_if(chats.begin(), chats.end(),
@@ -190,10 +213,13 @@ bool Exports::startExport(const ExportRequest& request) {
     return runExport(request, request.baseName(), [](ExportJob job) { return job; });
 }
 
-void Exports::showExhibitBuilder() {
+ExhibitRequest Exports::exhibitRequest() const {
     const auto flagged = static_cast<int64_t>(model_.flaggedMessages().size());
-    emit exhibitRequested(
-        ExhibitRequest{.id = newUUID(), .settings = settings_, .flaggedCount = flagged});
+    return {.id = newUUID(), .settings = settings_, .flaggedCount = flagged};
+}
+
+void Exports::showExhibitBuilder() {
+    emit exhibitRequested(exhibitRequest());
 }
 
 void Exports::startExhibit(const ExhibitRequest& request) {
@@ -224,12 +250,10 @@ bool Exports::exportSearchResults(RangeExportFormat format) {
         "Exporting search results…",
         [database, context, job = std::move(job), destination = *destination](
             const CancelFlag& cancel, const ProgressFn& progress) {
-            return qs(ExportPipeline::run(job, destination,
-                                          withStoredMachineText(context, job.messages), cancel,
-                                          progress)
-                          .message);
+            return endedBy(ExportPipeline::run(
+                job, destination, withStoredMachineText(context, job.messages), cancel, progress));
         },
-        "Export failed, nothing was saved: ");
+        "Export failed, nothing was saved: ", destination->parent_path());
 }
 
 int64_t Exports::nextBatesNumber(const std::string& prefix) {
@@ -257,12 +281,10 @@ bool Exports::runExport(const ExportRequest& request, const std::string& baseNam
             auto job =
                 shape(ExportJob::make(request, readWithCalls(*database, request.chatIDs(), cancel),
                                       participants, database->sourceDescription()));
-            return qs(ExportPipeline::run(job, destination,
-                                          withStoredMachineText(context, job.messages), cancel,
-                                          progress)
-                          .message);
+            return endedBy(ExportPipeline::run(
+                job, destination, withStoredMachineText(context, job.messages), cancel, progress));
         },
-        "Export failed, nothing was saved: ");
+        "Export failed, nothing was saved: ", destination->parent_path());
 }
 
 void Exports::cancelExport() {
@@ -337,10 +359,10 @@ bool Exports::exportSelected(ExportFormat format) {
             const auto bytes = Exporter::render(title, messages, format, senderName);
             cancel.check();
             files::writeFileAtomically(file, bytes);
-            return "Exported " + qs(Exporter::countText(messages)) + " to " +
-                   qs(file.filename().string());
+            return Ended{"Exported " + qs(Exporter::countText(messages)) + " to " +
+                         qs(file.filename().string())};
         },
-        "Export failed: ");
+        "Export failed: ", file->parent_path());
 }
 
 bool Exports::exportAll(ExportFormat format) {
@@ -378,28 +400,30 @@ bool Exports::exportAll(ExportFormat format) {
             }
             // Each file written is whole; those already there stay.
             if (cancel.isCancelled())
-                return "Export cancelled after " + number(exported) + " of " +
-                       counted(total, "conversation", "conversations") + "; those are in " +
-                       qs(folder.string()) + ".";
+                return Ended{"Export cancelled after " + number(exported) + " of " +
+                             counted(total, "conversation", "conversations") + "; those are in " +
+                             qs(folder.string()) + "."};
             QString text = "Exported " + counted(exported, "conversation", "conversations") +
                            " to " + qs(folder.string());
             if (!failures.isEmpty())
                 text += ". " + number(failures.size()) + " failed: " + failures.join("; ");
-            return text;
+            return Ended{text};
         },
-        "Export failed: ");
+        "Export failed: ", *folder);
 }
 
 bool Exports::runJob(const QString& preparing,
-                     std::function<QString(const CancelFlag&, const ProgressFn&)> work,
-                     const QString& failurePrefix) {
+                     std::function<Ended(const CancelFlag&, const ProgressFn&)> work,
+                     const QString& failurePrefix, fs::path resultFolder) {
     // Set before the runner announces the start, so the window sees an export running.
     exporting_ = true;
+    finished_.reset();
     exporting_ = model_.jobs().start(
         preparing, std::move(work),
-        [this](QString line) {
+        [this, resultFolder = std::move(resultFolder)](const Ended& ended) {
             exporting_ = false;
-            return line;
+            if (ended.kept) finished_ = Finished{ended.line, resultFolder};
+            return ended.line;
         },
         [this, failurePrefix](std::exception_ptr error) {
             exporting_ = false;

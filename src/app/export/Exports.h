@@ -14,6 +14,7 @@
 #include "export/ExportPeriod.h"
 #include "export/Exporter.h"
 
+class QUrl;
 class QWidget;
 
 namespace bc::app {
@@ -28,6 +29,8 @@ struct ExportDialogs {
         saveFile;
     // A folder to write into, with the message saying what will be created there.
     std::function<std::optional<std::filesystem::path>(const QString& message)> chooseFolder;
+    // Shows a folder in the desktop's file manager.
+    std::function<void(const QUrl& folder)> showFolder;
 
     // Qt's file dialogs over `parent`.
     static ExportDialogs native(QWidget* parent);
@@ -50,11 +53,15 @@ public:
     static constexpr const char* everyConversationMessage =
         "Choose a folder. Each conversation is saved as its own file.";
     static constexpr const char* cancelledText = "Export cancelled. Nothing was saved.";
+    static constexpr const char* chooseConversationText = "Choose a conversation to export.";
 
     explicit Exports(AppModel& model);
 
     // Paper and dpi as last used, read at launch and saved whenever an export starts.
     const ExportSettings& settings() const { return settings_; }
+    // Where a range export is saved: the demo's export folder, else the folder the save panel
+    // starts in (Documents).
+    QString saveFolder() const;
     static ExportSettings loadSettings();
     void setDialogs(ExportDialogs dialogs) { dialogs_ = std::move(dialogs); }
 
@@ -73,8 +80,25 @@ public:
     void cancelExport();
     bool isExporting() const { return exporting_; }
 
-    // A fresh exhibit request over the flagged messages of the selected conversation, handed to
-    // the window through `exhibitRequested`.
+    // The last export whose files are in place: its final status line and the folder holding
+    // them. The next export clears it.
+    struct Finished {
+        QString line;
+        std::filesystem::path folder;
+    };
+    const std::optional<Finished>& finished() const { return finished_; }
+    // Opens the folder holding the last finished export.
+    void showFinishedInFolder() const;
+
+    // The last line of an export's work, and whether the files it wrote are in place.
+    struct Ended {
+        QString line;
+        bool kept = true;
+    };
+
+    // A fresh exhibit request over the flagged messages of the selected conversation.
+    ExhibitRequest exhibitRequest() const;
+    // That request, handed to the window through `exhibitRequested`.
     void showExhibitBuilder();
     // Reads the selected conversation whole, then runs the exhibit of its flagged messages
     // through the same pipeline as every export.
@@ -108,9 +132,11 @@ private:
                                const std::optional<ExportPeriod>& period);
     // Runs `work` (giving the last line) on the job runner; a throw ends it with
     // `failurePrefix` + the error, or the cancelled line.
+    // `resultFolder` holds what the work writes; it is offered once the work ends with its files
+    // in place.
     bool runJob(const QString& preparing,
-                std::function<QString(const CancelFlag&, const ProgressFn&)> work,
-                const QString& failurePrefix);
+                std::function<Ended(const CancelFlag&, const ProgressFn&)> work,
+                const QString& failurePrefix, std::filesystem::path resultFolder);
     // What `choose` gives; a failure (the demo folder cannot be made) is reported, giving nothing.
     std::optional<std::filesystem::path> askWhere(
         const std::function<std::optional<std::filesystem::path>()>& choose,
@@ -124,6 +150,7 @@ private:
     ExportSettings settings_;
     ExportDialogs dialogs_;
     bool exporting_ = false;
+    std::optional<Finished> finished_;
     Background background_{this, 1};
 };
 

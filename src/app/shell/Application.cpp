@@ -3,15 +3,20 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <QApplication>
 #include <QDir>
 #include <QSettings>
 #include <QTimer>
 
+#include "app/custody/CustodyLogWindow.h"
+#include "app/custody/SnapshotsWindow.h"
+#include "app/export/ExhibitSheet.h"
 #include "app/export/ExportSheet.h"
 #include "app/lock/Passphrase.h"
 #include "app/shell/AppModel.h"
@@ -59,9 +64,75 @@ bool saveGrab(QWidget& widget, const QDir& folder, const QString& name) {
     return saved;
 }
 
-// With BRINDLECOURT_SCREENSHOTS naming a folder, the window and the export sheet are saved there
-// once the longest conversation is on screen, and the program ends: tools/screenshots.sh renders
-// the README's pictures this way.
+// One picture of the README: `ready` prepares it, perhaps after reading something off the main
+// thread, and hands over the widget to take.
+struct Shot {
+    const char* file;
+    std::function<void(std::function<void(QWidget&)> take)> ready;
+};
+
+// Takes each shot in turn, once what it started reading has had time to arrive, then ends the
+// program: 0 when every picture was saved.
+void takeShots(const std::shared_ptr<std::vector<Shot>>& shots, size_t next, const QDir& folder,
+               QWidget& window) {
+    if (next == shots->size()) return QCoreApplication::exit(0);
+    (*shots)[next].ready([shots, next, folder, &window](QWidget& widget) {
+        QTimer::singleShot(1000, &window, [shots, next, folder, &window, &widget] {
+            if (!saveGrab(widget, folder, (*shots)[next].file)) return QCoreApplication::exit(1);
+            if (&widget != &window) widget.hide();
+            takeShots(shots, next + 1, folder, window);
+        });
+    });
+}
+
+// Shows a window of its own beside the main one.
+void showBeside(QWidget& widget, const std::function<void(QWidget&)>& take) {
+    widget.show();
+    widget.raise();
+    take(widget);
+}
+
+// The main window on the longest conversation, the export sheet, the Evidence tab on the first
+// flagged message with its note, the exhibit sheet, the snapshots and the custody log.
+std::vector<Shot> readmeShots(AppModel& model, MainWindow& window) {
+    return {
+        {"main-window.png", [&window](auto take) { take(window); }},
+        {"export-sheet.png",
+         [&model, &window](auto take) {
+             model.exports().makeRequest(
+                 RangeExportFormat::pdf, std::nullopt,
+                 [&model, &window, take](const ExportRequest& request) {
+                     auto* sheet = new ExportSheet(
+                         request, model.exports().saveFolder(),
+                         [&model](const std::string& handle) { return model.nameFor(handle); },
+                         &window);
+                     sheet->adjustSize();
+                     take(*sheet);
+                 });
+         }},
+        {"evidence-tab.png",
+         [&model, &window](auto take) {
+             window.showEvidenceTab();
+             const auto flagged = model.flaggedMessages();
+             if (!flagged.empty()) window.showMessage(flagged.front().id);
+             take(window);
+         }},
+        {"exhibit-sheet.png",
+         [&model, &window](auto take) {
+             auto* sheet = new ExhibitSheet(model.exports().exhibitRequest(),
+                                            &Exports::nextBatesNumber, &window);
+             sheet->adjustSize();
+             take(*sheet);
+         }},
+        {"snapshots-window.png",
+         [&window](auto take) { showBeside(window.snapshotsWindow(), take); }},
+        {"custody-log-window.png",
+         [&window](auto take) { showBeside(window.custodyLogWindow(), take); }},
+    };
+}
+
+// With BRINDLECOURT_SCREENSHOTS naming a folder, the README's pictures are saved there once the
+// longest conversation is on screen, and the program ends: tools/screenshots.sh renders them.
 void saveScreenshotsOnceShown(AppModel& model, MainWindow& window, const QDir& folder) {
     // The longest conversation shows the most kinds of rows.
     QObject::connect(&model, &AppModel::conversationsChanged, &window, [&model] {
@@ -76,19 +147,13 @@ void saveScreenshotsOnceShown(AppModel& model, MainWindow& window, const QDir& f
         &model, &AppModel::transcriptChanged, &window, [&model, &window, folder, started] {
             if (*started || model.transcript().rows.size() < 2) return;
             *started = true;
-            QTimer::singleShot(1500, &window, [&model, &window, folder] {
-                if (!saveGrab(window, folder, "main-window.png")) QCoreApplication::exit(1);
-                model.exports().makeRequest(
-                    RangeExportFormat::pdf, std::nullopt,
-                    [&window, folder](const ExportRequest& request) {
-                        ExportSheet sheet(request, &window);
-                        sheet.adjustSize();
-                        QCoreApplication::exit(saveGrab(sheet, folder, "export-sheet.png") ? 0 : 1);
-                    });
+            QTimer::singleShot(500, &window, [&model, &window, folder] {
+                takeShots(std::make_shared<std::vector<Shot>>(readmeShots(model, window)), 0,
+                          folder, window);
             });
         });
     QTimer::singleShot(60000, &window, [] {
-        std::cerr << "No conversation was shown within a minute; no screenshot was taken.\n";
+        std::cerr << "The screenshots were not all taken within a minute.\n";
         QCoreApplication::exit(1);
     });
 }

@@ -39,6 +39,7 @@
 #include "app/evidence/SearchPanel.h"
 #include "app/export/ExportMenu.h"
 #include "app/lock/LockScreen.h"
+#include "app/shell/Availability.h"
 #include "app/shell/HelpMenu.h"
 #include "app/shell/QtText.h"
 #include "app/sources/IPhoneBackupMenu.h"
@@ -57,6 +58,18 @@ constexpr int messageIDRole = Qt::UserRole + 1;
 constexpr int unitRole = Qt::UserRole + 2;
 constexpr int startRole = Qt::UserRole + 3;
 constexpr const char* unitSetting = "timeline/jumpUnit";
+constexpr const char* selectMessageText = "Select a message in the conversation first.";
+constexpr const char* eventNotMessageText =
+    "An event you added is not a message: it cannot be flagged or given a note.";
+constexpr const char* nothingFlaggedText =
+    "Flag messages first: an exhibit is built from the flagged messages.";
+
+// A menu whose disabled entries show why when pointed at.
+QMenu* explainingMenu(QMenuBar* bar, const QString& title) {
+    auto* menu = bar->addMenu(title);
+    menu->setToolTipsVisible(true);
+    return menu;
+}
 
 QString shortDate(const std::optional<Date>& date) {
     return date ? qs(dates::formatStyled(*date, dates::Style::short_, dates::Style::none))
@@ -357,7 +370,9 @@ QWidget* MainWindow::makeSidebar() {
                          "Flag as evidence: adds this message to the Evidence sidebar");
     noteEditor_ = new NoteEditor(model_, evidence);
     noteEditor_->setMaximumHeight(90);
+    flagButton_->setObjectName("flagMessage");
     saveNoteButton_ = button("Save Note", evidence);
+    saveNoteButton_->setObjectName("saveNote");
     connect(flagButton_, &QPushButton::clicked, this, [this] {
         if (const auto* message = selectedMessage()) model_.toggleFlag(*message);
     });
@@ -370,7 +385,6 @@ QWidget* MainWindow::makeSidebar() {
     column->addWidget(saveNoteButton_);
     exhibitButton_ = button("No Flagged Messages", evidence);
     exhibitButton_->setObjectName("buildExhibit");
-    exhibitButton_->setEnabled(false);
     connect(exhibitButton_, &QPushButton::clicked, this,
             [this] { model_.exports().showExhibitBuilder(); });
     column->addWidget(exhibitButton_);
@@ -387,6 +401,10 @@ QWidget* MainWindow::makeSidebar() {
         searchPanel_->focusField();
     });
     return tabs;
+}
+
+void MainWindow::showEvidenceTab() {
+    sidebarTabs_->setCurrentWidget(evidenceTab_);
 }
 
 void MainWindow::reveal(int64_t chatID, int64_t messageID) {
@@ -415,9 +433,14 @@ QWidget* MainWindow::makeStatusLine() {
     progress_->setMaximumWidth(140);
     cancelButton_ = button("Cancel", line);
     connect(cancelButton_, &QPushButton::clicked, &model_, &AppModel::cancel);
+    showInFolder_ = button("Show in Folder", line, "Opens the folder holding the export");
+    showInFolder_->setObjectName("showInFolder");
+    connect(showInFolder_, &QPushButton::clicked, &model_.exports(),
+            &Exports::showFinishedInFolder);
     row->addWidget(statusText_, 1);
     row->addWidget(progress_);
     row->addWidget(cancelButton_);
+    row->addWidget(showInFolder_);
     return line;
 }
 
@@ -433,14 +456,17 @@ void MainWindow::addShortcuts() {
 }
 
 void MainWindow::addFileMenu() {
-    auto* menu = menuBar()->addMenu("File");
+    auto* menu = explainingMenu(menuBar(), "File");
     menu->addAction("Open Messages Database…", QKeySequence::Open, this,
                     &MainWindow::openDatabaseFile);
     menu->addAction("Choose Contacts File…", this, &MainWindow::chooseContactsFile);
     auto* forget = menu->addAction("Forget Contacts File", &model_, &AppModel::forgetContactsFile);
     connect(menu, &QMenu::aboutToShow, this, [this, forget] {
         const auto file = model_.contactsFile();
-        forget->setEnabled(file && !model_.isDemo());
+        setAvailable(*forget,
+                     firstReason({reasonIf(!file, "No contacts file is in use."),
+                                  reasonIf(model_.isDemo(),
+                                           "The demonstration keeps its own contacts file.")}));
         forget->setText(file ? "Forget Contacts File “" + qs(file->filename().string()) + "”"
                              : QString("Forget Contacts File"));
     });
@@ -451,13 +477,13 @@ void MainWindow::addFileMenu() {
 }
 
 void MainWindow::addEditMenu() {
-    auto* menu = menuBar()->addMenu("Edit");
+    auto* menu = explainingMenu(menuBar(), "Edit");
     auto* copy = menu->addAction("Copy", QKeySequence::Copy, this, [this] {
         if (const auto* message = selectedMessage())
             QGuiApplication::clipboard()->setText(qs(message->text));
     });
     connect(menu, &QMenu::aboutToShow, this,
-            [this, copy] { copy->setEnabled(selectedMessage() != nullptr); });
+            [this, copy] { setAvailable(*copy, reasonIf(!selectedMessage(), selectMessageText)); });
     menu->addAction("Find Conversation", QKeySequence("Ctrl+Shift+F"), this, [this] {
         conversationFilter_->setFocus();
         conversationFilter_->selectAll();
@@ -478,12 +504,16 @@ void MainWindow::addExportMenu() {
 }
 
 void MainWindow::addSnapshotMenu() {
-    auto* menu = menuBar()->addMenu("Snapshots");
+    auto* menu = explainingMenu(menuBar(), "Snapshots");
     menu->addAction("Preservation Snapshots…", this, [this] {
         snapshotsWindow().show();
         snapshotsWindow().raise();
     });
-    menu->addAction("Take Snapshot", &model_.snapshots(), &Snapshots::take);
+    auto* take = menu->addAction("Take Snapshot", &model_.snapshots(), &Snapshots::take);
+    connect(menu, &QMenu::aboutToShow, this, [this, take] {
+        setAvailable(*take, firstReason({model_.snapshots().whyNotTake(),
+                                         reasonIf(model_.jobs().isRunning(), Jobs::busyText)}));
+    });
     menu->addSeparator();
     menu->addAction("Custody Log…", this, [this] {
         custodyLogWindow().show();
@@ -631,7 +661,7 @@ void MainWindow::showEvidence() {
     }
     shownFlags_ = model_.flags();
     const bool anyFlagged = evidenceList_->count() > 0;
-    exhibitButton_->setEnabled(anyFlagged);
+    setAvailable(*exhibitButton_, reasonIf(!anyFlagged, nothingFlaggedText));
     exhibitButton_->setText(anyFlagged ? "Build Exhibit…" : "No Flagged Messages");
     if (changed) transcriptView_->doItemsLayout();
     showSelectedMessage();
@@ -641,6 +671,10 @@ void MainWindow::showStatus() {
     statusText_->setText(model_.statusText());
     progress_->setVisible(model_.isBusy());
     cancelButton_->setVisible(model_.isBusy());
+    // Offered only while the line on show is the one the export ended with.
+    const auto& finished = model_.exports().finished();
+    showInFolder_->setVisible(!model_.isBusy() && finished &&
+                              finished->line == model_.statusText());
 }
 
 void MainWindow::showEvictionReport() {
@@ -687,10 +721,12 @@ void MainWindow::showStoreProblems() {
 void MainWindow::showSelectedMessage() {
     const auto* message = selectedMessage();
     const bool usable = message && !message->isUserEvent();
-    flagButton_->setEnabled(usable);
+    const auto whyNot = firstReason(
+        {reasonIf(!message, selectMessageText), reasonIf(!usable, eventNotMessageText)});
+    setAvailable(*flagButton_, whyNot);
     // A note typed on an unflagged message flags it.
     noteEditor_->edit(message);
-    saveNoteButton_->setEnabled(usable);
+    setAvailable(*saveNoteButton_, whyNot);
     flagButton_->setText(usable && model_.isFlagged(*message) ? "Remove Flag" : "Flag as Evidence");
 }
 
@@ -775,7 +811,7 @@ void MainWindow::transcriptMenu(const QPoint& at) {
                        [this, row] { model_.toggleFlag(row); });
         menu.addAction("Add a Private Note", this, [this, index] {
             transcriptView_->setCurrentIndex(index);
-            sidebarTabs_->setCurrentWidget(evidenceTab_);
+            showEvidenceTab();
             noteEditor_->setFocus();
         });
         menu.addAction("Add Event Here…", this, &MainWindow::addEvent);

@@ -46,6 +46,8 @@ public:
     // The row at the top of the transcript.
     std::optional<int> topRow() const;
 
+    // The Evidence tab of the sidebar, with the flagged messages and the selected one's note.
+    void showEvidenceTab();
     // The snapshots and custody log windows, made when first asked for.
     SnapshotsWindow& snapshotsWindow();
     CustodyLogWindow& custodyLogWindow();
@@ -131,6 +133,7 @@ private:
     QLabel* statusText_;
     QProgressBar* progress_;
     QPushButton* cancelButton_;
+    QPushButton* showInFolder_;
     SnapshotsWindow* snapshotsWindow_ = nullptr;
     CustodyLogWindow* custodyLogWindow_ = nullptr;
     EvidenceFlagMap shownFlags_;  // as the transcript rows were last measured

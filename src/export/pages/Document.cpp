@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "export/pages/LayoutProgress.h"
+
 namespace bc::pages {
 
 namespace {
@@ -44,7 +46,7 @@ void drawWhole(const Canvas& canvas, const TextBlock& block, double x, double y)
 
 }  // namespace
 
-Document::Document(DocumentContent content, const CancelFlag& cancel)
+Document::Document(DocumentContent content, const CancelFlag& cancel, const ProgressFn& progress)
     : content_(std::move(content)),
       thumbnails_(),
       measurer_(text_, {content_.messages, content_.originals, content_.options, content_.nameFor},
@@ -69,6 +71,7 @@ Document::Document(DocumentContent content, const CancelFlag& cancel)
     const double top = M::margin + headerHeight_ + ruleGap;
     const double bottom = content_.pageSize.height - M::margin - footerHeight_ - ruleGap;
     Paginator paginator(top, bottom, rowSpacing);
+    const LayoutProgress layoutProgress(progress, rows_.size());
     std::optional<MeasuredRow> next;
     for (size_t i = 0; i < rows_.size(); ++i) {
         if (i % 64 == 0) cancel.check();
@@ -80,7 +83,10 @@ Document::Document(DocumentContent content, const CancelFlag& cancel)
             const auto heights = next->unitHeights();
             if (!heights.empty()) keepWithNext = heights.front();
         }
+        const size_t pagesBefore = paginator.pageCount();
         paginator.add(i, row.unitHeights(), row.startsPage, keepWithNext);
+        if (paginator.pageCount() > pagesBefore)
+            layoutProgress.pagesFilled(paginator.pageCount() - 1, i);
     }
     pages_ = paginator.finish();
 }

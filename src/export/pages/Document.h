@@ -26,12 +26,12 @@ struct DocumentContent {
     Date renderedAt;
 };
 
-// The laid-out pages of one export. Construction measures every row (checking `cancel` as it
-// goes) so that the page count is known; drawPage measures the rows of one page again, which
-// keeps memory flat however long the conversation.
+// The laid-out pages of one export. Construction measures every row (checking `cancel` and
+// reporting each page filled as it goes) so that the page count is known; drawPage measures the
+// rows of one page again, which keeps memory flat however long the conversation.
 class Document {
 public:
-    Document(DocumentContent content, const CancelFlag& cancel);
+    Document(DocumentContent content, const CancelFlag& cancel, const ProgressFn& progress);
 
     size_t pageCount() const { return pages_.size(); }
     // The Bates number of a page, when numbering is on.

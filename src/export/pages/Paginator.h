@@ -27,6 +27,8 @@ public:
     // (a heading never ends a page).
     void add(size_t row, const std::vector<double>& unitHeights, bool startsPage = false,
              double keepWithNext = 0);
+    // Pages begun so far, the one being filled included.
+    size_t pageCount() const { return pages_.size(); }
     std::vector<Page> finish();
 
 private:
