@@ -447,9 +447,10 @@ bool AppModel::regroup(bool keepSelection) {
         selectConversation(std::nullopt);
         return false;
     }
-    if (conversations_[*index].chatIDs == selected_->chatIDs) return false;
+    // The same chats may have a new title now that contacts name them.
+    const bool sameChats = conversations_[*index].chatIDs == selected_->chatIDs;
     selected_ = conversations_[*index];
-    return true;
+    return !sameChats;
 }
 
 std::optional<size_t> AppModel::selectedIndex() const {
